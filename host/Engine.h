@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <kelsyncpair/kelsyncpair.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Kelta {
+namespace host {
+
+/// What a host knows about one pair.
+struct EngineSettings {
+  std::wstring inside;
+  std::wstring outside;
+  std::wstring state;
+  std::wstring temp;
+  std::wstring log;
+  bool compress = false;
+};
+
+struct Notification {
+  std::wstring type;
+  std::wstring message;
+  std::wstring more;  ///< a reason; often empty
+};
+
+struct Quarantined {
+  std::wstring record;
+  std::wstring errorId;
+  std::wstring path;
+  std::wstring message;
+};
+
+/// Receives what a cycle does, entry by entry.
+class EntryListener {
+public:
+  virtual ~EntryListener() = default;
+  virtual void entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
+                     std::uint64_t total) = 0;
+};
+
+/// One engine of the library, with a request of the user to stop (Ctrl-C) bound to it. One at a time.
+class Engine {
+public:
+  /// Throws Failure when memory ran out.
+  explicit Engine(const EngineSettings& settings);
+  ~Engine();
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  void setKey(const std::wstring& assetId, const wchar_t* key);
+  /// `listener` is the caller's and outlives the engine.
+  void setListener(EntryListener& listener);
+  /// Reads the state. Quarantine records of paths are cleared: the scan of this run makes those that still hold.
+  /// Those of missing keys stay while their archive does.
+  void initState();
+  /// False when the Outside holds archives of the asset and the key that was set opens none of them.
+  bool keyFits(const std::wstring& assetId);
+  /// Runs one cycle, which a request to stop ends early.
+  void cycle();
+  bool ok() const;
+  bool stopAsked() const;
+
+  /// What the engine has to tell since the last call.
+  std::vector<Notification> takeNotifications();
+  /// What is not synchronised.
+  std::vector<Quarantined> quarantined();
+
+private:
+  void clearOldRecords();
+
+  kelsync_pair* handle_ = nullptr;
+};
+
+}  // namespace host
+}  // namespace Kelta

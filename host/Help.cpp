@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Help.h"
+
+#include <map>
+
+namespace Kelta {
+namespace host {
+namespace {
+
+const char* const kGeneral = R"(kelsync keeps a plain folder (the Inside) and an encrypted one (the Outside) in step.
+
+  kelsync sync --inside DIR --outside DIR    synchronise a pair of folders, once
+  kelsync pack FILE -o ARCHIVE               encrypt one file into an archive
+  kelsync unpack ARCHIVE -o DIR              decrypt an archive
+  kelsync meta ARCHIVE                       print the metadata of an archive
+  kelsync set-meta ARCHIVE --meta FILE       replace the metadata of an archive
+  kelsync help COMMAND                       more about one command
+  kelsync --version
+
+Exit codes:
+    0  done
+    1  something could not be synchronised, an archive could not be read or written, the output could not
+       be shown, or another run uses the work folder
+    2  wrong usage
+    3  a folder of the pair is missing
+    4  no key or password, or a wrong one
+  130  interrupted
+)";
+
+const char* const kSync = R"(kelsync sync --inside DIR --outside DIR [options]
+
+Carries every change of either folder over to the other and returns when nothing is left to do.
+Both folders must exist. The newer version of a file wins, by its last-write time in whole seconds.
+
+  --inside DIR     the plain files
+  --outside DIR    the encrypted archives, usually in a cloud client's folder
+  --work DIR       state, log and temporary files of this pair on this machine; the default is a
+                   folder of its own among the user's program data
+  --key-file FILE  a text file that holds the key
+  --make-key       make a random key, if there is none yet, in the work folder (or in FILE)
+  --asset ID       the id that new archives name as their key's (default: main)
+  --compress       compress new archives
+  --names          encrypt file names: not available in this version
+  -q, --quiet      show only failures and the summary
+
+The key is looked for in --key-file, in the environment variable KELSYNC_KEY, in the file "key" of the
+work folder, and is asked for on a terminal otherwise. It is 64 hex digits or 32 bytes in base64; any
+other text is a pass phrase, which is hashed once without salt and must be long and random.
+Keep a copy of the key elsewhere: without it nothing on the Outside can be opened.
+
+Exit codes: 0 done, 1 something could not be synchronised or another run uses the work folder, 2 usage,
+3 a folder of the pair is missing, 4 no key or a wrong one, 130 interrupted (what was finished stays;
+the next run does the rest).
+)";
+
+const char* const kPack = R"(kelsync pack FILE -o ARCHIVE [--meta FILE] [--compress | --store]
+
+Encrypts FILE into the new archive ARCHIVE, which must not exist yet. The password is the environment variable
+KELSYNC_PASSWORD, or is asked for.
+
+  -o, --output ARCHIVE  the archive to write
+  --meta FILE           add this file as an unencrypted entry under its own name
+  --compress            compress (the default)
+  --store               do not compress
+
+With --meta or --store the file is kept as the entry "Content", as in the archives of a pair,
+otherwise under its own name.
+)";
+
+const char* const kUnpack = R"(kelsync unpack ARCHIVE -o DIR
+
+Decrypts every entry of ARCHIVE into the folder DIR, which is made if missing. Files of the same names there are
+replaced. The password is the environment variable KELSYNC_PASSWORD, or is asked for.
+
+  -o, --output DIR  the folder to write to
+)";
+
+const char* const kMeta = R"(kelsync meta ARCHIVE [--entry NAME]
+
+Prints an entry of ARCHIVE, as text.
+
+  --entry NAME  the entry to print (default: __KELASSET_.json, the metadata of a pair's archives)
+
+Metadata needs no password. For an encrypted entry it is taken from KELSYNC_PASSWORD, or asked for.
+)";
+
+const char* const kSetMeta = R"(kelsync set-meta ARCHIVE --meta FILE
+
+Puts FILE into ARCHIVE as an unencrypted entry under its own name, in place of one of the same name. The other
+entries stay as they are, and no password is needed. The metadata of a pair's archives holds the password that opens
+them, itself encrypted: an archive whose metadata is lost cannot be opened any more.
+
+  --meta FILE  the file to put in
+)";
+
+}  // namespace
+
+std::string generalHelp() { return kGeneral; }
+
+std::string helpOf(const std::wstring& command) {
+  static const std::map<std::wstring, const char*> texts = {
+      {L"sync", kSync}, {L"pack", kPack}, {L"unpack", kUnpack}, {L"meta", kMeta}, {L"set-meta", kSetMeta}};
+  const auto found = texts.find(command);
+  return found == texts.end() ? std::string() : found->second;
+}
+
+std::string versionText() { return std::string("kelsync ") + KELSYNC_VERSION + "\n"; }
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PairFolders.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include "Failure.h"
+#include "Terminal.h"
+#include "platform/Files.h"
+#include "platform/Text.h"
+
+namespace fs = boost::filesystem;
+
+namespace Kelta {
+namespace host {
+namespace {
+
+const std::wstring kArchiveSuffix = L".kelta";
+
+bool isArchiveName(const std::wstring& name) {
+  return name.size() > kArchiveSuffix.size() &&
+         name.compare(name.size() - kArchiveSuffix.size(), kArchiveSuffix.size(), kArchiveSuffix) == 0;
+}
+
+bool isFolder(const std::wstring& path) {
+  boost::system::error_code error;
+  return fs::is_directory(platform::pathOf(path), error);
+}
+
+std::wstring without(const std::wstring& path, const std::wstring& folder) {
+  const std::size_t start = folder.back() == L'/' ? folder.size() : folder.size() + 1;
+  return path.size() > start ? path.substr(start) : L".";
+}
+
+void requireFolder(const std::wstring& path, const wchar_t* role) {
+  if (isFolder(path)) return;
+  boost::system::error_code error;
+  const bool there = fs::exists(platform::pathOf(path), error);
+  if (there) throw Failure{Exit::folderMissing, std::wstring(L"the ") + role + L" is no folder: " + printable(path)};
+  throw Failure{Exit::folderMissing, std::wstring(L"the ") + role + L" does not exist: " + printable(path) +
+                                         L"\nA pair's folders are never created here, since a missing one may be a "
+                                         L"volume that is not mounted. If it is meant to be new, create it first "
+                                         L"(mkdir)."};
+}
+
+}  // namespace
+
+fs::path absoluteOf(const std::wstring& text) {
+  const fs::path path = fs::absolute(platform::pathOf(text));
+  boost::system::error_code error;
+  fs::path resolved = fs::weakly_canonical(path, error);
+  if (error) resolved = path.lexically_normal();
+  if (resolved.has_relative_path() && (resolved.filename_is_dot() || resolved.filename().empty())) {
+    return resolved.parent_path();
+  }
+  return resolved;
+}
+
+std::wstring genericOf(const fs::path& path) { return platform::wideOf(path.generic_path()); }
+
+bool isWithin(const std::wstring& path, const std::wstring& folder) {
+  if (platform::samePath(path, folder)) return true;
+  const bool hasSeparator = !folder.empty() && folder.back() == L'/';
+  return platform::liesBelow(path, hasSeparator ? folder.substr(0, folder.size() - 1) : folder);
+}
+
+PairFolders::PairFolders(const std::wstring& insideText, const std::wstring& outsideText)
+    : inside(genericOf(absoluteOf(insideText))), outside(genericOf(absoluteOf(outsideText))) {
+  if (platform::samePath(inside, outside)) {
+    throw Failure{Exit::usage, L"--inside and --outside are the same folder: " + printable(inside)};
+  }
+  if (isWithin(inside, outside)) throw Failure{Exit::usage, L"the Inside lies in the Outside"};
+  if (isWithin(outside, inside)) throw Failure{Exit::usage, L"the Outside lies in the Inside"};
+}
+
+void PairFolders::requirePresent() const {
+  requireFolder(inside, L"Inside");
+  requireFolder(outside, L"Outside");
+}
+
+std::wstring PairFolders::whatIsMissing() const {
+  if (!isFolder(inside)) return L"the Inside is missing; is its volume mounted? " + printable(inside);
+  if (!isFolder(outside)) return L"the Outside is missing; is its volume mounted? " + printable(outside);
+  return L"a folder of the pair has lost everything that was in it; is its volume mounted?\n"
+         L"  Inside:  " +
+         printable(inside) + L"\n  Outside: " + printable(outside);
+}
+
+std::wstring PairFolders::shown(const std::wstring& path, bool isFolderEntry) const {
+  const std::wstring generic = genericOf(platform::pathOf(path));
+  if (isWithin(generic, inside)) return without(path, inside);
+  if (!isWithin(generic, outside)) return path;
+  const std::wstring name = without(path, outside);
+  if (isFolderEntry || !isArchiveName(name)) return name;
+  return name.substr(0, name.size() - kArchiveSuffix.size());
+}
+
+bool PairFolders::outsideHoldsArchives() const {
+  boost::system::error_code error;
+  fs::recursive_directory_iterator entry(platform::pathOf(outside), fs::directory_options::skip_permission_denied,
+                                         error);
+  for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    std::wstring name;
+    if (platform::wideOf(entry->path().filename(), name) && isArchiveName(name)) return true;
+  }
+  return static_cast<bool>(error);
+}
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <string>
+
+#include "PairFolders.h"
+
+namespace Kelta {
+namespace host {
+
+/// Where the command keeps what belongs to one pair on this machine:
+///
+///     state/  what both sides looked like when they were last in step, and the quarantine records
+///     temp/   intermediate files
+///     log/    log.properties, syncpair.log
+///     key     the key, when it was made here
+///     pair    the two folders it belongs to, one on each line
+///     lock    the number of the process that works with the folder
+///
+/// While an object lives, no other run uses the folder.
+class WorkFolder {
+public:
+  /// `text` as the user gave it; empty for the default, which is derived from the two folders of the pair.
+  /// Throws Failure (usage) when it lies in one of them or the system names no place for it.
+  WorkFolder(const std::wstring& text, const PairFolders& pair);
+  ~WorkFolder();
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+
+  /// Creates what is missing, for the owner alone, and takes the lock. Throws Failure: failed when it cannot,
+  /// usage when the folder belongs to another pair.
+  void open();
+  /// Notes which pair the folder belongs to from now on. Throws Failure (failed).
+  void claim() const;
+  /// Puts the default log.properties into the log folder; with SYNCPAIRTRACE set, takes it away again
+  /// (the library then traces). A file that the user changed stays.
+  void prepareLog() const;
+
+  std::wstring state() const { return genericOf(root_ / "state"); }
+  std::wstring temp() const { return genericOf(root_ / "temp"); }
+  std::wstring log() const { return genericOf(root_ / "log"); }
+  boost::filesystem::path keyFile() const { return root_ / "key"; }
+
+private:
+  void refuseOtherPair() const;
+  boost::filesystem::path pairFile() const { return root_ / "pair"; }
+  boost::filesystem::path lockFile() const { return root_ / "lock"; }
+  bool takeLock() const;
+  bool removeStaleLock() const;
+
+  boost::filesystem::path root_;
+  std::wstring pairText_;
+  bool locked_ = false;
+};
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,368 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file kelsyncpair.h
+ * The public interface of kelsyncpair, the encrypting folder synchroniser.
+ *
+ * A *pair* keeps two folders in step: the Inside ("source"), which holds the
+ * user's files in plain form, and the Outside ("destination"), usually inside
+ * a cloud client's folder, which holds one encrypted archive (".kelta") for
+ * each file of the Inside.
+ *
+ * A host drives one pair in this order:
+ *
+ *     kelsync_pair* h = NULL;
+ *     kelsync_init(&h);                       // NULL when memory ran out
+ *     kelsync_set_log_folder(h, L"…/log");
+ *     kelsync_set_source_folder(h, L"…/Documents");
+ *     kelsync_set_dest_folder(h, L"…/Cloud/Documents");
+ *     kelsync_set_temp_folder(h, L"…/temp");
+ *     kelsync_set_state_path(h, L"…/state");
+ *     kelsync_set_assetkey(h, L"main", L"<64 hex digits>");
+ *     kelsync_init_state(h);
+ *     while (running && kelsync_ok(h)) {
+ *         kelsync_sync_cycle(h);
+ *         kelsync_default_sleep(h);
+ *     }
+ *     kelsync_delete(h);
+ *
+ * Text. Wide strings are NUL-terminated: UTF-16 on Windows, UTF-32 elsewhere.
+ * Narrow paths are in the active code page on Windows, in UTF-8 elsewhere;
+ * narrow passwords are UTF-8. Every string passed in is copied before the call
+ * returns. Paths are absolute; either separator may be used.
+ *
+ * Memory. The library has a runtime heap of its own: every block that it hands
+ * out is released through freeme() and nothing else.
+ *
+ * Errors. No exception crosses this interface. Engine functions report through
+ * the log, through notifications and through kelsync_ok(); archive functions
+ * return one of the KELSYNC_ARCHIVE_* codes. Except where it is said, a null
+ * handle or a null string is ignored with a line in the log.
+ *
+ * Threads. The host serialises the calls on one handle. Different handles may
+ * be used by different threads at the same time. The only function that may be
+ * called while another call on the same handle is running is
+ * kelsync_interrupt(). Callbacks run on the thread that called the command and
+ * must not call commands of the same handle.
+ */
+#ifndef KELSYNCPAIR_KELSYNCPAIR_H
+#define KELSYNCPAIR_KELSYNCPAIR_H
+
+#include <stdint.h>
+#include <wchar.h>
+
+#if defined(_WIN32)
+#define KELSYNC_CALL __cdecl
+#if defined(KELSYNC_BUILDING)
+#define KELSYNC_API __declspec(dllexport)
+#else
+#define KELSYNC_API __declspec(dllimport)
+#endif
+#else
+#define KELSYNC_CALL
+#define KELSYNC_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** One engine: a pair of folders, its state and its keys. */
+typedef struct kelsync_pair kelsync_pair;
+
+/** A list of folders for the sub-scan commands. */
+typedef struct kelsync_folder_list kelsync_folder_list;
+
+/* ------------------------------------------------------------------ */
+/* Life of an engine                                                  */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Creates an engine and stores its handle in `*out`; NULL is stored when
+ * memory ran out. Log lines go to standard output until
+ * kelsync_set_log_folder() is called.
+ * @return `out`, as it was passed.
+ */
+KELSYNC_API kelsync_pair** KELSYNC_CALL kelsync_init(kelsync_pair** out);
+
+/** Destroys the engine; keys are wiped. NULL is ignored. No command may be running on it. */
+KELSYNC_API void KELSYNC_CALL kelsync_delete(kelsync_pair* h);
+
+/**
+ * Health of the engine.
+ * @return 1, or 0 once a scan found one of the pair's folders missing (an
+ * unmounted volume, say). A handle that reports 0 stays so: delete it, and
+ * create a new one when the folder is back. A null handle gives 0.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_ok(kelsync_pair* h);
+
+/**
+ * Makes a running command of this handle return at its next interruption point
+ * (every pause, every folder or record scanned, every buffer copied). Nothing
+ * half-written stays; what was finished stays finished. Without a running
+ * command the call has no effect. Callable from any thread.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_interrupt(kelsync_pair* h);
+
+/** Releases a block that the library handed out. NULL is ignored. */
+KELSYNC_API void KELSYNC_CALL freeme(void* p);
+
+/* ------------------------------------------------------------------ */
+/* Configuration, before kelsync_init_state()                         */
+/* ------------------------------------------------------------------ */
+
+/** Sets the Inside folder: the user's plain files. It must exist when a cycle runs. */
+KELSYNC_API void KELSYNC_CALL kelsync_set_source_folder(kelsync_pair* h, const wchar_t* path);
+
+/** Sets the Outside folder: the encrypted archives. It must exist when a cycle runs. */
+KELSYNC_API void KELSYNC_CALL kelsync_set_dest_folder(kelsync_pair* h, const wchar_t* path);
+
+/**
+ * Sets the folder for intermediate files; it is created if missing. It should
+ * lie on a local disk of the user's own, since decrypted content passes through it,
+ * and in neither folder of the pair.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_temp_folder(kelsync_pair* h, const wchar_t* path);
+
+/** Sets the folder of the state files and, below it, of the quarantine records. One per pair. */
+KELSYNC_API void KELSYNC_CALL kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder);
+
+/**
+ * Sends the log of the whole process to "syncpair.log" in `folder`, which must
+ * exist; otherwise nothing changes. "log.properties" in that folder, if there,
+ * configures log4cplus first; without it the level is INFO, or DEBUG when the
+ * environment variable SYNCPAIRTRACE is set. Not to be called by two threads at once.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_log_folder(kelsync_pair* h, const wchar_t* folder);
+
+/** Whether archives are compressed (Deflate, level 9): 0 stores, any other value compresses. Default 0. */
+KELSYNC_API void KELSYNC_CALL kelsync_set_compression_flag(kelsync_pair* h, int flag);
+
+/**
+ * Asks for encrypted file names on the Outside (non-zero). This version does not
+ * encrypt names: while the flag is on, nothing is encrypted to the Outside, so
+ * that no name leaves the machine in plain form against the host's wish, and
+ * an "ERROR" notification says so.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
+
+/* ------------------------------------------------------------------ */
+/* Keys                                                               */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Installs the key of an asset (a key domain), replacing an earlier one. The
+ * asset that is installed first is the default one, under which files are encrypted.
+ * @param assetId 1 to 255 characters without quotes, backslashes and controls.
+ * @param key 64 hex digits; or 43 or 44 characters of base64 (32 bytes); any
+ *   other text is a pass phrase, hashed once with SHA-256 and without salt:
+ *   it must be long and random to be worth anything.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* key);
+
+/** Forgets and wipes the key of one asset. An unknown id is ignored. */
+KELSYNC_API void KELSYNC_CALL kelsync_remove_assetkey(kelsync_pair* h, const wchar_t* assetId);
+
+/** Forgets and wipes all keys. */
+KELSYNC_API void KELSYNC_CALL kelsync_clear_assets(kelsync_pair* h);
+
+/**
+ * Tries the installed key of an asset on archives of the Outside (a handful, metadata only). Call it before the first
+ * cycle: with a wrong key, existing files would merely fail, but new ones would be locked away from every other device.
+ * @return 0 when there are archives of that asset and the key opens none of those tried (also for null
+ *   arguments); 1 otherwise, in particular when there is nothing to try.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId);
+
+/**
+ * Called when an archive or a file needs the key of an asset that is not
+ * installed; at most once per asset and operation, on the thread of the running
+ * command, with no lock held. It may install keys with kelsync_set_assetkey().
+ * @return the key, or NULL. The text stays the host's and must be valid until the next call.
+ */
+typedef const wchar_t*(KELSYNC_CALL* kelsync_keynotfound_cb)(const wchar_t* assetId);
+
+/** Registers the callback above; NULL takes it back. */
+KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, kelsync_keynotfound_cb cb);
+
+/**
+ * Tells the host about each entry that a running command has dealt with.
+ * @param context what was registered.
+ * @param operation "encrypt", "decrypt", "folder", "delete", or "failed" for an
+ *   entry that could not be carried over this time.
+ * @param path the entry that was written, deleted, or that failed; valid during the call.
+ * @param done entries dealt with so far in this cycle, this one included.
+ * @param total entries that the cycle knows it has to deal with; at least `done`.
+ */
+typedef void(KELSYNC_CALL* kelsync_progress_cb)(void* context, const wchar_t* operation, const wchar_t* path,
+                                                uint64_t done, uint64_t total);
+
+/** Registers the callback above; NULL takes it back. */
+KELSYNC_API void KELSYNC_CALL kelsync_cb_register_progress(kelsync_pair* h, kelsync_progress_cb cb, void* context);
+
+/* ------------------------------------------------------------------ */
+/* Cycles                                                             */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Loads the state of both sides, or builds it on the first start from what
+ * both sides agree on, and removes what an earlier run left in the Temp folder.
+ * Call it once, after the configuration and before the first cycle.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_init_state(kelsync_pair* h);
+
+/**
+ * One whole cycle: scan the Inside, scan the Outside, carry every change over,
+ * write the state. Blocks until it is done: scans wait until a side has settled
+ * and pause regularly. Ends early when a folder of the pair is missing (see kelsync_ok()).
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_sync_cycle(kelsync_pair* h);
+
+/** The steps of a cycle one by one; end such a sequence with kelsync_sync_end(). */
+KELSYNC_API void KELSYNC_CALL kelsync_scan_src_changes(kelsync_pair* h);
+KELSYNC_API void KELSYNC_CALL kelsync_scan_dest_changes(kelsync_pair* h);
+KELSYNC_API void KELSYNC_CALL kelsync_sync_changes(kelsync_pair* h);
+KELSYNC_API void KELSYNC_CALL kelsync_write_state(kelsync_pair* h);
+KELSYNC_API void KELSYNC_CALL kelsync_sync_end(kelsync_pair* h);
+
+/**
+ * Sleeps between two cycles: 10 seconds while the state was written less than
+ * 300 seconds ago, otherwise 0 to 50 seconds by the age of the engine.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_default_sleep(kelsync_pair* h);
+
+/** @return the seconds that kelsync_default_sleep() would sleep now. Does not sleep. */
+KELSYNC_API int KELSYNC_CALL kelsync_default_sleep_tell(kelsync_pair* h);
+
+/** Stores a new, empty folder list in `*out` (NULL when memory ran out). */
+KELSYNC_API void KELSYNC_CALL kelsync_vw_new(kelsync_folder_list** out);
+
+/** Appends a copy of `path`, a folder of either side. */
+KELSYNC_API void KELSYNC_CALL kelsync_vw_add(kelsync_folder_list* list, const wchar_t* path);
+
+/** Frees a list that no command consumed. NULL is ignored. */
+KELSYNC_API void KELSYNC_CALL kelsync_vw_delete(kelsync_folder_list* list);
+
+/** Scans only the listed folders, and frees the list. NULL scans nothing. */
+KELSYNC_API void KELSYNC_CALL kelsync_sub_scan(kelsync_pair* h, kelsync_folder_list* list);
+
+/** Looks for additions and updates in the listed folders; frees the list when `freeList` is 1. */
+KELSYNC_API void KELSYNC_CALL kelsync_sub_scan_updates(kelsync_pair* h, kelsync_folder_list* list, int freeList);
+
+/** Looks for deletions in the listed folders; frees the list when `freeList` is 1. */
+KELSYNC_API void KELSYNC_CALL kelsync_sub_scan_deletes(kelsync_pair* h, kelsync_folder_list* list, int freeList);
+
+/** Scans the listed folders twice, a moment apart, carries the changes over, and frees the list. */
+KELSYNC_API void KELSYNC_CALL kelsync_sub_scan_resolve(kelsync_pair* h, kelsync_folder_list* list);
+
+/** Carries over what the sub-scans found. */
+KELSYNC_API void KELSYNC_CALL kelsync_sub_resolve(kelsync_pair* h);
+
+/**
+ * Makes or refreshes (removes) the state record of one path and writes that side's state file.
+ * @return 1 when it was done, otherwise 0.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_state_insert_record(kelsync_pair* h, const wchar_t* path);
+KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const wchar_t* path);
+
+/* ------------------------------------------------------------------ */
+/* Notifications and quarantine                                       */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Hands out what the engine has to tell, oldest first, as JSON:
+ * {"notifications":[{"type":"SYNC","message":"…"},…]}, type "SYNC" or "ERROR".
+ * Reading does not empty the queue.
+ * @param out receives a block for freeme(); NULL when memory ran out.
+ * @return the length in wide characters, without the terminator.
+ */
+KELSYNC_API uint32_t KELSYNC_CALL kelsync_get_notifications_JSON(kelsync_pair* h, wchar_t** out);
+
+/** Empties the queue. */
+KELSYNC_API void KELSYNC_CALL kelsync_clear_notifications(kelsync_pair* h);
+
+/**
+ * Hands out the list of paths that are not synchronised, as JSON:
+ * {"quarantined":[{"record_file":"…","errorid":"…","message":"…","timestamp":"…","quarantine_path":"…"},…]}.
+ * errorid is "path-issue" or "no-key"; timestamp is UTC, ISO 8601.
+ * @param out receives a block for freeme(); NULL when memory ran out.
+ * @return the length in wide characters, without the terminator.
+ */
+KELSYNC_API uint32_t KELSYNC_CALL kelsync_quarantine_get_JSON(kelsync_pair* h, wchar_t** out);
+
+/** @return the seconds since the epoch of the latest change of that list; 0 when there was none. */
+KELSYNC_API int KELSYNC_CALL kelsync_quarantine_get_last_update(kelsync_pair* h);
+
+/** Removes one record; `record` is a record_file of the list. */
+KELSYNC_API void KELSYNC_CALL kelsync_quarantine_clear_rec(kelsync_pair* h, const wchar_t* record);
+
+/* ------------------------------------------------------------------ */
+/* Single archives, without an engine                                 */
+/* ------------------------------------------------------------------ */
+
+/** Results of the archive functions. After any of them but 0 no partial file is left. */
+enum kelsync_archive_result {
+  KELSYNC_ARCHIVE_OK = 0,
+  KELSYNC_ARCHIVE_BAD_ARGUMENT = 1,   /**< a required argument is null, empty or not valid text */
+  KELSYNC_ARCHIVE_CANNOT_READ = 2,    /**< an input file is missing or cannot be read */
+  KELSYNC_ARCHIVE_CANNOT_WRITE = 3,   /**< an output cannot be written: rights, disk full, a folder in its place */
+  KELSYNC_ARCHIVE_NOT_AN_ARCHIVE = 4, /**< no zip archive */
+  KELSYNC_ARCHIVE_DAMAGED = 5,        /**< truncated or altered */
+  KELSYNC_ARCHIVE_WRONG_PASSWORD = 6, /**< wrong password, or none was given */
+  KELSYNC_ARCHIVE_UNSUPPORTED = 7,    /**< a zip archive of a kind that is not read here */
+  KELSYNC_ARCHIVE_NO_ENTRY = 8,       /**< the archive has no entry of that name */
+  KELSYNC_ARCHIVE_UNSAFE_NAME = 9,    /**< an entry's name would leave the target folder */
+  KELSYNC_ARCHIVE_CANCELLED = 10,     /**< the password prompt was cancelled */
+  KELSYNC_ARCHIVE_INTERNAL = 11       /**< out of memory or another fault inside */
+};
+
+/**
+ * Packs the file `src` into the new archive `dst` under its own name (Deflate,
+ * AES-256), replacing an archive that is there. A null password is asked for on the console.
+ */
+KELSYNC_API int KELSYNC_CALL zipenc(const char* src, const char* dst, const char* password);
+KELSYNC_API int KELSYNC_CALL zipenc_w(const wchar_t* src, const wchar_t* dst, const wchar_t* password);
+
+/** Extracts every entry into the folder `dstDir`, which is created if missing; files there are replaced. */
+KELSYNC_API int KELSYNC_CALL zipdec(const char* archive, const char* dstDir, const char* password);
+KELSYNC_API int KELSYNC_CALL zipdec_w(const wchar_t* archive, const wchar_t* dstDir, const wchar_t* password);
+
+/** A second name of zipdec(). */
+KELSYNC_API int KELSYNC_CALL zipdec_meta(const char* archive, const char* dstDir, const char* password);
+
+/**
+ * Packs `src` as the encrypted entry "Content" and, unless `metaPath` is NULL,
+ * that file as an unencrypted entry under its own name. `compress` 0 stores both, otherwise Deflate.
+ */
+KELSYNC_API int KELSYNC_CALL zipenc_meta(const char* src, const char* dst, const char* password, const char* metaPath,
+                                         int compress);
+KELSYNC_API int KELSYNC_CALL zipenc_meta_w(const wchar_t* src, const wchar_t* dst, const wchar_t* password,
+                                           const wchar_t* metaPath, int compress);
+
+/**
+ * Extracts every entry into the folder `name` beside `dstPath` (in the folder
+ * that holds it). With `name` NULL nothing is extracted and 0 returned.
+ */
+KELSYNC_API int KELSYNC_CALL zipdec_meta_w(const wchar_t* archive, const wchar_t* dstPath, const wchar_t* password,
+                                           const wchar_t* name);
+
+/**
+ * Reads one entry whole, usually the metadata, into a zero-terminated block for freeme().
+ * With `entryName` NULL nothing is read, 0 returned and `*out` left alone; after a failure `*out` is NULL.
+ * The narrow form also prints "type: N" to standard output.
+ */
+KELSYNC_API int KELSYNC_CALL get_zip_meta(const char* archive, const char* entryName, const char* password, char** out);
+KELSYNC_API int KELSYNC_CALL get_zip_meta_w(const wchar_t* archive, const wchar_t* entryName, const wchar_t* password,
+                                            char** out);
+
+/**
+ * Puts the file `metaPath` into an existing archive as its metadata entry, in
+ * place of one of the same name. Other entries are copied byte for byte; no
+ * password is needed. The archive is replaced in one step: a crash leaves the old or the new one.
+ */
+KELSYNC_API int KELSYNC_CALL zip_update_meta_w(const wchar_t* archive, const wchar_t* metaPath);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/CopyJob.h"
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+
+namespace Kelta {
+
+namespace fs = boost::filesystem;
+using platform::Kind;
+
+std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyFile(fs::path src, fs::path dest) {
+  HANDLER_DEBUG("copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
+  interruption().check();
+  std::wstring source;
+  platform::wideOf(src, source);
+  const bool encrypt = isInsideFolder(source);
+  const auto result = encrypt ? copyEncrypt(src, dest) : copyDecrypt(src, dest);
+  const bool forTheUser = result.first && !result.second.empty() && !isBelow(genericForm(result.second), tempFolder_);
+  if (forTheUser) logActivity(encrypt ? "encrypt" : "decrypt", result.second);
+  return result;
+}
+
+bool CryptoSyncCopyHandler::copyDir(fs::path src, fs::path dest) {
+  HANDLER_DEBUG("dest: %s", utf8(dest).c_str());
+  CopyJob job;
+  job.source = src;
+  std::wstring target;
+  if (!platform::wideOf(dest, target)) return false;
+  job.target = folderForm(target);
+  if (platform::stampOf(src).kind != Kind::folder) return false;
+  if (!targetFits(job)) return false;
+  std::string reason;
+  const std::wstring& root = isBelow(job.target, insideFolder_) ? insideFolder_ : outsideFolder_;
+  if (makeFolders(root, job.target, reason) == Reach::there) return true;
+  HANDLER_ERROR("%s", reason.c_str());
+  return false;
+}
+
+void CryptoSyncCopyHandler::sleepWithCheck(int interval, long ms) {
+  HANDLER_DEBUG("interval=%d, ms=%lu", interval, static_cast<unsigned long>(ms));
+  for (int i = 0; i < interval; ++i) clock().wait(ms, interruption());
+}
+
+// A target over the limit quarantines the source; the host is told once.
+bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
+  if (job.target.size() <= kMaxPathCharacters) return true;
+  HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
+  if (quarantineOnce(job.source, L"Path too long")) {
+    notifySync(L"Quarantine, path too long: " + jsonEscaped(nameOf(job.target)));
+  }
+  return false;
+}
+
+// Looks at both ends before anything is read. `sourceRoot` is the source's side: no link may lead out of it.
+bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceRoot) {
+  std::wstring source;
+  if (!platform::wideOf(job.source, source)) {
+    HANDLER_ERROR("not a name that can be stored: %s", utf8(job.source).c_str());
+    return false;
+  }
+  if (tempFolder_.empty()) {
+    HANDLER_ERROR("no Temp folder was set");
+    return false;
+  }
+  source = genericForm(source);
+  std::string reason;
+  if ((isBelow(source, sourceRoot) && reachFolder(sourceRoot, parentOf(source), reason) != Reach::there) ||
+      reachFolder(job.targetRoot, parentOf(job.target), reason) == Reach::refused) {
+    HANDLER_ERROR("%s", reason.c_str());
+    return false;
+  }
+  job.sourceStamp = platform::stampOf(job.source);
+  job.targetStamp = platform::stampOf(platform::pathOf(job.target));
+  if (job.sourceStamp.kind == Kind::unknown || job.targetStamp.kind == Kind::unknown) {
+    throw fs::filesystem_error("Cannot look at a file", job.source, platform::pathOf(job.target),
+                               make_error_code(boost::system::errc::permission_denied));
+  }
+  if (job.sourceStamp.kind != Kind::file) {
+    HANDLER_ERROR("not an ordinary file: %s", utf8(job.source).c_str());
+    return false;
+  }
+  if (job.targetStamp.kind == Kind::file || job.targetStamp.kind == Kind::missing) return true;
+  HANDLER_ERROR("something else stands in the file's place: %s", utf8(job.target).c_str());
+  return false;
+}
+
+bool CryptoSyncCopyHandler::unchanged(const CopyJob& job) {
+  if (!platform::stampOf(job.source).sameContent(job.sourceStamp)) {
+    HANDLER_INFO("changed while it was copied: %s", utf8(job.source).c_str());
+    return false;
+  }
+  return targetUnchanged(job);
+}
+
+// The one place where a failed archive operation is judged: no access is worth another try soon, the rest is not.
+bool CryptoSyncCopyHandler::archiveFailed(const zip::ArchiveError& error, const fs::path& archive) {
+  HANDLER_ERROR("Couldn't decrypt archive %s", utf8(archive).c_str());
+  HANDLER_ERROR("%s", error.what());
+  if (error.failure() == zip::ArchiveFailure::cannotRead || error.failure() == zip::ArchiveFailure::cannotWrite) {
+    throw fs::filesystem_error(error.what(), archive, make_error_code(boost::system::errc::io_error));
+  }
+  return false;
+}
+
+void CryptoSyncCopyHandler::copySucceeded(const CopyJob& job, const wchar_t* verb) {
+  ifQuarantinedClear(job.source);
+  ifQuarantinedClear(platform::pathOf(job.target));
+  // A copy into the Temp folder is only for the engine's own eyes.
+  const bool intoPair = job.targetRoot == insideFolder_ || job.targetRoot == outsideFolder_;
+  const std::wstring name =
+      job.targetRoot == outsideFolder_ ? platform::wideOf(job.source.filename()) : nameOf(job.target);
+  if (intoPair) notifySync(verb + (L' ' + jsonEscaped(name)) + L" successfully");
+}
+
+void CryptoSyncCopyHandler::logActivity(const char* operation, const std::wstring& path) {
+  log::writePlain(log::activity(), isoTime(clock().nowSeconds()) + "\t" + operation + "\t" + utf8(path));
+}
+
+}  // namespace Kelta

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CryptoSyncCopyHandler/CopyJob.h"
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::int64_t kKeyRetrySeconds = 90;
+
+std::wstring tableKey(const CopyJob& job) { return genericForm(platform::wideOf(job.source)); }
+
+}  // namespace
+
+std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, fs::path dest) {
+  const std::pair<bool, std::wstring> failed(false, std::wstring());
+  HANDLER_DEBUG("src = %s", utf8(src).c_str());
+  HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
+  CopyJob job;
+  job.source = src;
+  platform::wideOf(dest, job.target);
+  job.target = genericForm(job.target);
+  if (hasExtension(dest)) job.target = withMappedName(job.target);
+  job.targetRoot = isBelow(job.target, tempFolder_) ? tempFolder_ : insideFolder_;
+  HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
+  HANDLER_DEBUG("destfn = %s", utf8(nameOf(job.target)).c_str());
+  if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return failed;
+
+  Secrets passwords;
+  bool givenUp = false;
+  if (!openArchive(job, passwords.texts, givenUp)) return {givenUp, std::wstring()};
+  const TempArea area(tempFolder_, this);
+  const fs::path folder = area.path() / "content";
+  HANDLER_DEBUG("temp. path (tempd) = %s", utf8(folder).c_str());
+  if (!unpackSource(job, passwords.texts, folder)) return failed;
+  const fs::path content = folder / archive::kContentEntry;
+  HANDLER_DEBUG("tempf = %s", utf8(content).c_str());
+  if (platform::stampOf(content).kind != platform::Kind::file) {
+    HANDLER_ERROR("tempf doesn't exist");
+    return failed;
+  }
+  if (!unchanged(job) || !placeInside(content, job)) return failed;
+  decryptFailures_.erase(tableKey(job));
+  copySucceeded(job, L"Decrypted");
+  return {true, job.target};
+}
+
+bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
+  if (platform::stampOf(job.source).kind == platform::Kind::missing) {
+    decryptFailures_.erase(tableKey(job));
+    HANDLER_INFO("not there: %s", utf8(job.source).c_str());
+    return false;
+  }
+  // A name that the Inside never gives away must not come back to it either: it could not be told from another
+  // archive's plain name ("x.kelta.kelta"), or would stand in for one of our own markers.
+  const fs::path plain = platform::pathOf(handleName(platform::wideOf(job.source.filename())));
+  if (!job.target.empty() && !hasExtension(plain) && !hasExtension(platform::pathOf(job.target)) &&
+      !isReservedName(nameOf(job.target), false))
+    return true;
+  HANDLER_ERROR("not a name for the Inside: %s", utf8(job.source).c_str());
+  return false;
+}
+
+// The archive's passwords. Without one the copy fails; `givenUp` tells that it need not be tried again.
+bool CryptoSyncCopyHandler::openArchive(const CopyJob& job, std::vector<std::string>& passwords, bool& givenUp) {
+  platform::File(job.source, platform::File::Mode::read).close();  // what cannot be read now shows as such
+  boost::property_tree::ptree meta;
+  if (!getZipMetaJSON(job.source, meta)) {
+    HANDLER_ERROR("Couldn't decrypt archive %s", utf8(job.source).c_str());
+    return false;
+  }
+  passwords = getPasswordFromMeta(meta);
+  if (passwords.empty() && askForKeys(meta)) passwords = getPasswordFromMeta(meta);
+  if (!passwords.empty()) return true;
+  HANDLER_INFO("no key found, can't decrypt at the moment");
+  givenUp = giveUpWithoutKey(job);
+  return false;
+}
+
+bool CryptoSyncCopyHandler::giveUpWithoutKey(const CopyJob& job) {
+  const std::int64_t now = clock().nowSeconds();
+  std::int64_t& first = decryptFailures_.emplace(tableKey(job), now).first->second;
+  if (first > now) first = now;  // the clock was set back
+  if (now - first <= kKeyRetrySeconds) return false;
+  HANDLER_ERROR("Decryption failures have exceeded retry threshold for [%s] Marking as 'resolved'.",
+                utf8(job.source).c_str());
+  recordQuarantine(job.source, L"No key to decrypt, over retry threshold", L"no-key");
+  notifySync(L"Quarantine for " + jsonEscaped(platform::wideOf(job.source.filename())));
+  return true;
+}
+
+bool CryptoSyncCopyHandler::unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
+                                         const fs::path& folder) {
+  const std::int64_t start = clock().nowMicroseconds();
+  for (const std::string& password : passwords) {
+    try {
+      archive::unpackContent(job.source, folder, password, [this](std::uint64_t) { interruption().check(); });
+      const auto elapsed = static_cast<long>((clock().nowMicroseconds() - start) / 1000);
+      HANDLER_DEBUG("TIMER decrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed);
+      return true;
+    } catch (const zip::ArchiveError& error) {
+      const bool last = &password == &passwords.back();
+      if (last || error.failure() != zip::ArchiveFailure::wrongPassword) return archiveFailed(error, job.source);
+    }
+  }
+  return false;
+}
+
+}  // namespace Kelta

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdlib>
+
+#include "CryptoHelper/CryptoHelper.h"
+#include "CryptoSyncCopyHandler/ArchiveMeta.h"
+#include "CryptoSyncCopyHandler/CopyJob.h"
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr int kPasswordBytes = 32;
+
+// 32 random bytes as hexadecimal text, since raw bytes could hold a NUL. Empty when there were none.
+std::string newArchivePassword() {
+  unsigned char* bytes = nullptr;
+  std::string password;
+  if (CryptoHelper().genRandomBuffer(&bytes, kPasswordBytes)) {
+    password = hexOf(bytes, kPasswordBytes);
+    Secret raw(std::string(kPasswordBytes, '\0'));
+    std::copy(raw.text.begin(), raw.text.end(), bytes);
+  }
+  std::free(bytes);
+  return password;
+}
+
+}  // namespace
+
+std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, fs::path dest) {
+  const std::pair<bool, std::wstring> failed(false, std::wstring());
+  HANDLER_DEBUG("src = %s", utf8(src).c_str());
+  HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
+  CopyJob job;
+  job.source = src;
+  job.targetRoot = outsideFolder_;
+  platform::wideOf(dest, job.target);
+  job.target = genericForm(job.target);
+  if (!hasExtension(dest)) job.target = withMappedName(job.target);
+  HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
+  if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
+
+  const std::string assetId = getAssetForPath(src);
+  HANDLER_DEBUG("assetid = %s", assetId.c_str());
+  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job)) return failed;
+  const TempArea area(tempFolder_, this);
+  const fs::path archive = area.path() / "archive.kelta";
+  HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
+  if (!packSource(job, assetId, area, archive) || !unchanged(job) || !place(archive, job)) return failed;
+  copySucceeded(job, L"Encrypted");
+  return {true, job.target};
+}
+
+bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
+  if (platform::stampOf(job.source).kind == platform::Kind::missing) {
+    HANDLER_INFO("not there: %s", utf8(job.source).c_str());
+    return false;
+  }
+  if (hasExtension(job.source)) {
+    HANDLER_INFO("won't sync Kelta file from Inside");
+    return false;
+  }
+  if (!namesAreEncrypted()) return true;
+  const wchar_t* const message = L"File name encryption is not available in this version, nothing is encrypted.";
+  HANDLER_ERROR("%s", utf8(std::wstring(message)).c_str());
+  if (!fneReported_ && services_.notify) services_.notify(L"ERROR", message, std::wstring());
+  fneReported_ = true;
+  return false;
+}
+
+bool CryptoSyncCopyHandler::keyAvailable(const std::string& assetId) {
+  if (keys_.find(assetId) || askForKey(assetId)) return true;
+  HANDLER_INFO("no key found, can't encrypt for now");
+  return false;
+}
+
+// An archive that no key here opens holds something that nobody here has seen.
+bool CryptoSyncCopyHandler::replacesUnread(const CopyJob& job) {
+  if (job.targetStamp.kind != platform::Kind::file) return false;
+  boost::property_tree::ptree meta;
+  Secrets passwords;
+  if (!getZipMetaJSON(platform::pathOf(job.target), meta) || meta.find("assets") == meta.not_found()) return false;
+  passwords.reset(getPasswordFromMeta(meta));
+  if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
+  if (!passwords.texts.empty()) return false;
+  HANDLER_ERROR("the archive there cannot be opened here, not replaced: %s", utf8(job.target).c_str());
+  return true;
+}
+
+bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
+                                       const fs::path& archive) {
+  const std::int64_t start = clock().nowMicroseconds();
+  const auto elapsed = [&] { return static_cast<long>((clock().nowMicroseconds() - start) / 1000); };
+  Secret password(newArchivePassword());
+  HANDLER_DEBUG("archPass len = %d", static_cast<int>(password.text.size()));
+  if (password.text.empty()) return false;
+  HANDLER_DEBUG("TIMER generated random key in %ld [ms]", elapsed());
+
+  Secret key(*keys_.find(assetId));
+  std::string hexPass = encryptArchivePassword(password.text, key.text);
+  if (hexPass.empty()) return false;
+  std::string text = metadataText(assetId, hexPass);
+  archive::PackRequest request;
+  request.source = job.source;
+  request.target = archive;
+  request.password = password.text;
+  request.metadata = area.path() / kMetadataEntry;
+  request.compress = compressionFlag_ != 0;
+  HANDLER_DEBUG("metaf = %s", utf8(request.metadata).c_str());
+  bool packed = false;
+  try {
+    writeFile(platform::wideOf(request.metadata), &text[0]);
+    archive::pack(request, [this](std::uint64_t) { interruption().check(); });
+    packed = platform::stampOf(archive).kind == platform::Kind::file;
+  } catch (const zip::ArchiveError& error) {
+    wipe(request.password);
+    return archiveFailed(error, archive);
+  } catch (...) {
+    wipe(request.password);
+    throw;
+  }
+  wipe(request.password);
+  HANDLER_DEBUG("TIMER compress/encrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed());
+  return packed;
+}
+
+}  // namespace Kelta

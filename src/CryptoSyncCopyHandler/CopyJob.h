@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <string>
+
+#include "platform/Files.h"
+
+namespace Kelta {
+
+/// One copy on its way: what stood on either side when it began. Both must still be so when the result is put in
+/// place, or the copy would overwrite, or claim to hold, content that nobody has seen.
+struct CopyJob {
+  boost::filesystem::path source;
+  platform::FileStamp sourceStamp;
+  std::wstring target;  ///< generic form
+  std::wstring targetRoot;
+  platform::FileStamp targetStamp;
+};
+
+}  // namespace Kelta

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+
+namespace fs = boost::filesystem;
+using platform::Kind;
+
+ISyncCopyHandler::~ISyncCopyHandler() = default;
+
+CryptoSyncCopyHandler::CryptoSyncCopyHandler(EngineServices services) : services_(std::move(services)) {}
+
+void CryptoSyncCopyHandler::notifySync(const std::wstring& message) {
+  if (services_.notify) services_.notify(L"SYNC", message, std::wstring());
+}
+
+void CryptoSyncCopyHandler::setInsideFolder(std::wstring path) {
+  insideFolder_ = folderForm(std::move(path));
+  HANDLER_DEBUG("%s", utf8(insideFolder_).c_str());
+}
+
+void CryptoSyncCopyHandler::setOutsideFolder(std::wstring path) {
+  outsideFolder_ = folderForm(std::move(path));
+  HANDLER_DEBUG("%s", utf8(outsideFolder_).c_str());
+}
+
+void CryptoSyncCopyHandler::setTempFolder(std::wstring path) {
+  const bool created = storeFolder(tempFolder_, path);
+  if (created) platform::restrictToOwner(platform::pathOf(tempFolder_));
+  HANDLER_DEBUG("%s", utf8(tempFolder_).c_str());
+}
+
+// True when the folder was created.
+bool CryptoSyncCopyHandler::storeFolder(std::wstring& role, const std::wstring& path) {
+  role = folderForm(path);
+  if (role.empty()) return false;
+  boost::system::error_code error;
+  const bool created = fs::create_directories(platform::pathOf(role), error);
+  if (error) HANDLER_ERROR("couldn't create %s: %s", utf8(role).c_str(), error.message().c_str());
+  return created;
+}
+
+bool CryptoSyncCopyHandler::isUnder(const char* function, const std::wstring& folder, const std::wstring& path) {
+  const bool under = isBelow(genericForm(path), folder);
+  log4cplus::Logger& logger = log::copyHandler();
+  if (logger.isEnabledFor(log4cplus::DEBUG_LOG_LEVEL)) {
+    log::write(logger, log4cplus::DEBUG_LOG_LEVEL, {__FILE__, __LINE__, function, this}, "%s ? %s", utf8(path).c_str(),
+               log::truth(under));
+  }
+  return under;
+}
+
+bool CryptoSyncCopyHandler::isInsideFolder(std::wstring path) { return isUnder(__func__, insideFolder_, path); }
+bool CryptoSyncCopyHandler::isOutsideFolder(std::wstring path) { return isUnder(__func__, outsideFolder_, path); }
+bool CryptoSyncCopyHandler::isTempFolder(std::wstring path) { return isUnder(__func__, tempFolder_, path); }
+
+// What no state file, or no other machine, could hold: the message says why.
+bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message) {
+  std::wstring text;
+  const bool exact = platform::wideOf(path, text);
+  message = L"Path too long";
+  if (text.size() > kMaxPathCharacters) return true;
+  message = L"Name cannot be stored";
+  if (!exact || text.find_first_of(L"\t\r\n") != std::wstring::npos) return true;
+  const auto backslash = static_cast<fs::path::value_type>('\\');
+  for (const fs::path& part : path.relative_path()) {
+    if (part.native().find(backslash) != fs::path::string_type::npos) return true;
+  }
+  return false;
+}
+
+bool CryptoSyncCopyHandler::ignore(fs::path path) {
+  std::wstring text;
+  platform::wideOf(path, text);
+  HANDLER_DEBUG("path: (%d) %s", static_cast<int>(text.size()), utf8(text).c_str());
+  if (isInsideFolder(text) && hasExtension(path)) {
+    std::wstring name;
+    const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, false);
+    const bool there = platform::stampOf(path).kind == Kind::file || platform::stampOf(path).kind == Kind::folder;
+    if (there && !ours && quarantineOnce(path, L"A name ending in .kelta is not synchronised from the Inside")) {
+      HANDLER_ERROR("won't sync Kelta file from Inside: %s", utf8(text).c_str());
+    }
+    return true;
+  }
+  if (platform::isTemporaryName(utf8(path.filename()))) {
+    const bool temp = isTempFolder(text);
+    if (temp || isInsideFolder(text) || isOutsideFolder(text)) removeAbandoned(path, temp);
+    return true;
+  }
+  const Kind kind = platform::stampOf(path).kind;
+  const bool ordinary = kind == Kind::file || kind == Kind::folder;
+  if (kind == Kind::other) HANDLER_INFO("neither a file nor a folder: %s", utf8(text).c_str());
+  if (!ordinary) return kind == Kind::other || isNeverSynchronised(path);
+  std::wstring message;
+  std::wstring name;
+  const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, kind == Kind::folder);
+  if (ours || !hasPathIssue(path, message)) return isNeverSynchronised(path);
+  if (quarantineOnce(path, message)) HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(text).c_str());
+  return true;
+}
+
+std::vector<std::wstring> CryptoSyncCopyHandler::conflictCopy(std::wstring& src, std::wstring& dest) {
+  HANDLER_DEBUG("srcFile = %s", utf8(src).c_str());
+  HANDLER_DEBUG("destFile = %s", utf8(dest).c_str());
+  HANDLER_INFO("conflict, both sides are left as they are: %s", utf8(src).c_str());
+  return {};
+}
+
+bool CryptoSyncCopyHandler::mayRename(std::wstring from, std::wstring to) {
+  HANDLER_DEBUG("(from) %s is share? %s", utf8(from).c_str(), log::truth(false));
+  HANDLER_DEBUG("(to)   %s is share? %s", utf8(to).c_str(), log::truth(false));
+  return true;
+}
+
+}  // namespace Kelta

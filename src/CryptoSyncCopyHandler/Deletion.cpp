@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+// Carrying a deletion over: plan (what is the counterpart, may it go) → look → delete, with retries.
+#include <boost/filesystem/operations.hpp>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+using platform::Kind;
+
+constexpr int kAttempts = 3;
+constexpr long kPauseMilliseconds = 250;
+const char kFolderMarker[] = ".rid";
+
+Kind kindOf(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)).kind; }
+
+}  // namespace
+
+struct CryptoSyncCopyHandler::Deletion {
+  std::wstring own;     ///< the entry that was removed
+  std::wstring target;  ///< its counterpart
+  std::wstring root;    ///< the counterpart's side
+  bool ownIsInside = false;
+  bool isFolder = false;
+  bool refused = false;     ///< must not be deleted: no use in trying again
+  std::size_t removed = 0;  ///< entries
+};
+
+// False when nothing may be deleted for this path.
+bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& deletion) {
+  deletion.isFolder = !path.empty() && path.back() == L'/';
+  deletion.own = folderForm(path);
+  deletion.ownIsInside = isInsideFolder(deletion.own);
+  const std::wstring& ownRoot = deletion.ownIsInside ? insideFolder_ : outsideFolder_;
+  deletion.root = deletion.ownIsInside ? outsideFolder_ : insideFolder_;
+  const bool isRoot =
+      platform::samePath(deletion.own, insideFolder_) || platform::samePath(deletion.own, outsideFolder_);
+  if (!isRoot && !isBelow(deletion.own, ownRoot)) {
+    HANDLER_ERROR("outside of the pair's folders: %s", utf8(path).c_str());
+    return false;
+  }
+  const std::wstring relative = isRoot ? std::wstring() : deletion.own.substr(ownRoot.size());
+  deletion.target = deletion.root + relative;
+  const bool archiveName = hasExtension(platform::pathOf(deletion.own));
+  if (!isRoot && !deletion.isFolder) deletion.target = withMappedName(deletion.target);
+  HANDLER_DEBUG("delpath: %s", utf8(deletion.target).c_str());
+  HANDLER_DEBUG("op: %s", deletion.isFolder ? "folder" : "file");
+  if (namesAreEncrypted()) HANDLER_DEBUG("FNE guard, ep: %s", utf8(deletion.target).c_str());
+  if (isRoot || deletion.target.empty() || isBelow(insideFolder_, deletion.target) ||
+      isBelow(outsideFolder_, deletion.target)) {
+    HANDLER_ERROR("Trying to delete one of the pair roots! %s", utf8(path).c_str());
+    return false;
+  }
+  // An archive's name on the Inside, or any other on the Outside, has no counterpart.
+  return deletion.isFolder || archiveName != deletion.ownIsInside;
+}
+
+// Whether the removed entry is gone for certain: it may have come back, or its whole side may be out of reach.
+bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
+  const std::wstring& ownRoot = deletion.ownIsInside ? insideFolder_ : outsideFolder_;
+  std::string reason;
+  if (reachFolder(ownRoot, ownRoot, reason) != Reach::there) {
+    HANDLER_ERROR("%s", reason.c_str());
+    return false;
+  }
+  const Kind kind = kindOf(deletion.own);
+  return kind != Kind::unknown && kind != (deletion.isFolder ? Kind::folder : Kind::file);
+}
+
+// Removes our own files from a folder. False when anything else is in it: then nothing was removed.
+bool CryptoSyncCopyHandler::emptyFolder(const fs::path& folder, std::size_t& removed) {
+  std::vector<fs::path> own;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    const std::string name = utf8(entry.path().filename());
+    const bool ours = name == kFolderMarker || platform::isAbandoned(name);
+    if (!ours || platform::stampOf(entry.path()).kind != Kind::file) {
+      HANDLER_ERROR("not empty: %s holds %s", utf8(folder).c_str(), name.c_str());
+      return false;
+    }
+    own.push_back(entry.path());
+  }
+  for (const fs::path& path : own) removed += fs::remove(path) ? 1U : 0U;
+  return true;
+}
+
+// One attempt: true when the entry is gone. Throws filesystem_error when the system refuses.
+bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
+  std::string reason;
+  const Reach reach = reachFolder(deletion.root, parentOf(deletion.target), reason);
+  const Kind kind = reach == Reach::there ? kindOf(deletion.target) : Kind::missing;
+  deletion.refused = reach == Reach::refused;
+  if (deletion.refused) HANDLER_ERROR("%s", reason.c_str());
+  if (deletion.refused || kind == Kind::missing) return !deletion.refused;
+  if (kind == Kind::unknown) return false;
+  const fs::path target = platform::pathOf(deletion.target);
+  if (kind != (deletion.isFolder ? Kind::folder : Kind::file)) {
+    HANDLER_ERROR("not what was deleted on the other side: %s", utf8(target).c_str());
+    deletion.refused = true;
+  } else if (deletion.isFolder) {
+    deletion.refused = !emptyFolder(target, deletion.removed);
+    if (!deletion.refused) deletion.removed += fs::remove(target) ? 1U : 0U;
+  } else if (deletion.ownIsInside) {
+    deletion.removed += fs::remove(target) ? 1U : 0U;
+  } else {
+    if (!platform::recycle(target)) return false;
+    ++deletion.removed;
+  }
+  if (!deletion.refused) platform::syncFolder(target.parent_path());
+  return !deletion.refused;
+}
+
+bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
+  const platform::FileStamp before = platform::stampOf(platform::pathOf(deletion.target));
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    if (attempt > 1) sleepWithCheck(1, kPauseMilliseconds);
+    const platform::FileStamp now = platform::stampOf(platform::pathOf(deletion.target));
+    if (!deletion.isFolder && now.kind == Kind::file && !now.sameContent(before)) {
+      HANDLER_INFO("changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());
+      break;
+    }
+    try {
+      if (deleteEntry(deletion)) return true;
+    } catch (const fs::filesystem_error& error) {
+      HANDLER_ERROR("%s", error.what());
+    }
+    if (deletion.refused) break;
+    HANDLER_ERROR("Failed deletion, attempt #%d", attempt);
+  }
+  HANDLER_ERROR("Couldn't del %s", utf8(deletion.target).c_str());
+  return false;
+}
+
+std::pair<bool, bool> CryptoSyncCopyHandler::doDelete(std::wstring path) {
+  HANDLER_DEBUG("path: %s", utf8(path).c_str());
+  Deletion deletion;
+  if (!planDeletion(genericForm(path), deletion)) return {false, false};
+  const bool ownGone = isGone(deletion);
+  bool targetGone = false;
+  if (ownGone) {
+    targetGone = deleteWithRetries(deletion);
+  } else {
+    HANDLER_INFO("not known to be gone: %s", utf8(deletion.own).c_str());
+  }
+  if (targetGone) {
+    HANDLER_INFO("Deleted %lu items", static_cast<unsigned long>(deletion.removed));
+    if (deletion.removed > 0) logActivity("delete", deletion.target);
+    decryptFailures_.erase(deletion.ownIsInside ? deletion.target : deletion.own);
+    ifQuarantinedClear(platform::pathOf(deletion.own));
+    ifQuarantinedClear(platform::pathOf(deletion.target));
+  }
+  return deletion.ownIsInside ? std::make_pair(ownGone, targetGone) : std::make_pair(targetGone, ownGone);
+}
+
+void CryptoSyncCopyHandler::deleteStatus(bool deleted, std::wstring path) {
+  HANDLER_DEBUG("path: %s", utf8(path).c_str());
+  if (!deleted) HANDLER_INFO("not deleted: %s", utf8(path).c_str());
+}
+
+}  // namespace Kelta

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Kelta {
+
+/// Every operation of a pair on file contents and names. The order of the operations is part of the contract.
+class ISyncCopyHandler {
+public:
+  /// Copies one file from one side to the other, transforming it. `dest` is the plain name on the
+  /// target's side (the handler maps its last component). Returns success and the path actually
+  /// written, empty when none was. The target carries the source's last-write time. Throws
+  /// filesystem_error when a file could not be accessed (worth another try soon).
+  virtual std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) = 0;
+
+  /// Creates the counterpart `dest` of the folder `src`; true when it is there afterwards.
+  virtual bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) = 0;
+
+  /// Makes conflict copies of a file changed on both sides; the names made, source first.
+  virtual std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) = 0;
+
+  /// Maps the name of a file (a last component) to the other side's: a name ending in ".kelta" to the
+  /// plain one, any other to the archive's. Empty when it cannot be mapped now.
+  virtual std::wstring handleName(std::wstring name) = 0;
+
+  /// Is told the outcome of a deletion of `path`.
+  virtual void deleteStatus(bool deleted, std::wstring path) = 0;
+
+  virtual ~ISyncCopyHandler();
+
+  /// Whether a rename between the two may be carried out as one.
+  virtual bool mayRename(std::wstring from, std::wstring to) = 0;
+
+  /// True if the path must never be synchronised.
+  virtual bool ignore(boost::filesystem::path path) = 0;
+
+  /// Deletes the counterpart of a removed entry; a removed folder is given with a trailing "/", and its
+  /// counterpart goes only when nothing but our own marker is left in it. Returns whether the Inside
+  /// entry, and whether the Outside entry, is gone.
+  virtual std::pair<bool, bool> doDelete(std::wstring path) = 0;
+};
+
+}  // namespace Kelta

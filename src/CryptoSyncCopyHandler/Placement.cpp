@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// Putting a finished file in its place: with its time and its rights set beforehand, it appears in one rename.
+#include <boost/filesystem/operations.hpp>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/CopyJob.h"
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::size_t kBufferBytes = 1024 * 1024;
+
+}  // namespace
+
+bool CryptoSyncCopyHandler::targetUnchanged(const CopyJob& job) {
+  if (platform::stampOf(platform::pathOf(job.target)).sameContent(job.targetStamp)) return true;
+  HANDLER_INFO("target changed meanwhile, left as it is: %s", utf8(job.target).c_str());
+  return false;
+}
+
+bool CryptoSyncCopyHandler::place(const fs::path& from, const CopyJob& job) {
+  std::string reason;
+  if (makeFolders(job.targetRoot, parentOf(job.target), reason) != Reach::there) {
+    HANDLER_ERROR("%s", reason.c_str());
+    return false;
+  }
+  const fs::path target = platform::pathOf(job.target);
+  const bool timeSet = platform::setLastWriteTime(from, job.sourceStamp.nanoseconds);
+  platform::giveNormalRights(from, target);
+  const platform::FileStamp placed = platform::stampOf(from);
+  if (!targetUnchanged(job)) return false;
+  try {
+    platform::replaceFile(from, target);
+  } catch (const fs::filesystem_error& error) {
+    if (error.code() != boost::system::errc::cross_device_link) throw;
+    if (!placeAcrossVolumes(from, job)) return false;
+  }
+  platform::syncFolder(target.parent_path());
+  // Without its source's time the copy would pass for a change: a second try, unless somebody wrote to it since.
+  if (!timeSet && platform::stampOf(target).sameContent(placed) &&
+      !platform::setLastWriteTime(target, job.sourceStamp.nanoseconds))
+    HANDLER_ERROR("couldn't set the time of %s", utf8(target).c_str());
+  return true;
+}
+
+// The Temp folder lies on another volume: the copy grows beside the target instead.
+bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, const CopyJob& job) {
+  platform::File input(from, platform::File::Mode::read);
+  platform::AtomicFile output(platform::pathOf(job.target));
+  std::vector<char> buffer(kBufferBytes);
+  while (const std::size_t count = input.read(buffer.data(), buffer.size())) {
+    interruption().check();
+    output.file().write(buffer.data(), count);
+  }
+  output.file().flushToDisk();
+  if (!platform::setLastWriteTime(output.temporary(), job.sourceStamp.nanoseconds))
+    HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
+  if (!targetUnchanged(job)) return false;
+  output.commit();
+  return true;
+}
+
+bool CryptoSyncCopyHandler::placeInside(const fs::path& from, const CopyJob& job) {
+  HANDLER_DEBUG("path: %s", utf8(job.target).c_str());
+  HANDLER_DEBUG("pardir = %s", utf8(parentOf(job.target)).c_str());
+  HANDLER_DEBUG("Parent, inside: %s", utf8(job.targetRoot).c_str());
+  return place(from, job);
+}
+
+void CryptoSyncCopyHandler::moveInside(fs::path from, std::wstring to) {
+  CopyJob job;
+  job.source = from;
+  job.target = genericForm(std::move(to));
+  job.targetRoot = isBelow(job.target, tempFolder_) ? tempFolder_ : insideFolder_;
+  if (takeStamps(job, std::wstring()) && placeInside(from, job)) return;
+  throw fs::filesystem_error("Cannot move a file into its place", platform::pathOf(job.target),
+                             make_error_code(boost::system::errc::operation_not_permitted));
+}
+
+void CryptoSyncCopyHandler::writeFile(std::wstring path, char* text) {
+  HANDLER_DEBUG("%s", utf8(path).c_str());
+  platform::writeWholeFile(platform::pathOf(path), text);
+}
+
+}  // namespace Kelta

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+// A record is one line of five fields, separated by tabs, in a file of its own:
+//
+//     1  the record's name: MD5 of the quarantined path, 32 hexadecimal digits
+//     2  error id: "path-issue" or "no-key"
+//     3  message
+//     4  UTC time, ISO 8601
+//     5  the quarantined path, generic form
+//
+// Fields are UTF-8 and escaped as in a JSON string, so that a tab in a name cannot be taken for a separator.
+#include <boost/filesystem/operations.hpp>
+#include <set>
+#include <sstream>
+
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+#include "base/Md5.h"
+#include "platform/AtomicFile.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+using platform::Kind;
+
+constexpr std::size_t kFields = 5;
+constexpr std::size_t kMaxRecordBytes = 64 * 1024;
+const std::wstring kExtension = L".txt";
+const std::wstring kMarker = L"(Quarantine ";
+
+// The bytes that stand for a path: UTF-8, or the name as the system keeps it where that has no exact text.
+std::string recordName(const fs::path& path) {
+  const fs::path generic = path.generic_path();
+  std::wstring wide;
+  if (!platform::wideOf(generic, wide)) {
+    const auto& native = generic.native();
+    return md5Hex(native.data(), native.size() * sizeof(fs::path::value_type));
+  }
+  const std::string text = utf8(wide);
+  return md5Hex(text.data(), text.size());
+}
+
+bool isRecordName(const std::wstring& name) {
+  return name.size() == 32 + kExtension.size() && name.find_first_not_of(L"0123456789abcdef") == 32 &&
+         name.substr(32) == kExtension;
+}
+
+std::string field(const std::wstring& text) { return utf8(jsonEscaped(text)); }
+
+bool readFields(const fs::path& record, std::vector<std::wstring>& fields) {
+  platform::File file(record, platform::File::Mode::read);
+  std::string text(kMaxRecordBytes, '\0');
+  text.resize(file.read(&text[0], text.size()));
+  std::wstring line;
+  if (!platform::wideFromUtf8(text.substr(0, text.find_first_of("\r\n")), line)) return false;
+  std::wistringstream stream(line);
+  for (std::wstring part; std::getline(stream, part, L'\t');) fields.push_back(part);
+  return fields.size() >= kFields;
+}
+
+// As it stands; what no record of ours holds is escaped, so that the list always parses.
+std::wstring quoted(const std::wstring& text) {
+  return L'"' + (isJsonStringBody(text) ? text : jsonEscaped(text)) + L'"';
+}
+
+}  // namespace
+
+void CryptoSyncCopyHandler::setQuarFolder(std::wstring path) {
+  const bool created = storeFolder(quarFolder_, path);
+  HANDLER_DEBUG("%s", utf8(quarFolder_).c_str());
+  HANDLER_DEBUG("created? %s", log::truth(created));
+}
+
+bool CryptoSyncCopyHandler::quarantineFolderExists() {
+  boost::system::error_code ignored;
+  return !quarFolder_.empty() && fs::is_directory(platform::pathOf(quarFolder_), ignored);
+}
+
+fs::path CryptoSyncCopyHandler::genQuarantineRecordPath(fs::path path) {
+  HANDLER_DEBUG("for: %s", utf8(path).c_str());
+  return platform::pathOf(quarFolder_) / (recordName(path) + ".txt");
+}
+
+void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message, std::wstring errorId) {
+  if (!quarantineFolderExists()) {
+    HANDLER_ERROR("Can't record, quarantine folder doesn't exist");
+    return;
+  }
+  const fs::path record = genQuarantineRecordPath(path);
+  HANDLER_DEBUG("record file: %s\n", utf8(record).c_str());
+  std::wstring quarantined;
+  platform::wideOf(path, quarantined);
+  const std::string line = utf8(record.stem()) + "\t" + field(errorId) + "\t" + field(message) + "\t" +
+                           isoTime(clock().nowSeconds()) + "\t" + field(genericForm(quarantined)) + "\n";
+  try {
+    platform::writeWholeFile(record, line);
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("couldn't write %s: %s", utf8(record).c_str(), error.what());
+    return;
+  }
+  quarantineChanged();
+}
+
+bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message) {
+  if (quarantineFolderExists() && platform::stampOf(genQuarantineRecordPath(path)).kind == Kind::file) return false;
+  recordQuarantine(path, message, L"path-issue");
+  return true;
+}
+
+void CryptoSyncCopyHandler::quarantineChanged() {
+  boost::unique_lock<boost::mutex> lock(fneLock_);
+  quarantineLastUpdate_ = std::max(quarantineLastUpdate_, clock().nowSeconds());
+}
+
+int CryptoSyncCopyHandler::quarantineLastUpdate() {
+  boost::unique_lock<boost::mutex> lock(fneLock_);
+  return static_cast<int>(quarantineLastUpdate_);
+}
+
+void CryptoSyncCopyHandler::ifQuarantinedClear(fs::path path) {
+  if (!quarantineFolderExists()) return;
+  const fs::path record = genQuarantineRecordPath(path);
+  HANDLER_DEBUG("record path: %s", utf8(record).c_str());
+  if (platform::stampOf(record).kind != Kind::file) return;
+  HANDLER_INFO("exists, clearing");
+  boost::system::error_code error;
+  if (fs::remove(record, error)) quarantineChanged();
+  if (error) HANDLER_ERROR("couldn't remove %s: %s", utf8(record).c_str(), error.message().c_str());
+}
+
+// Takes a record's path as the list gives it. Nothing but a record is ever removed.
+bool CryptoSyncCopyHandler::clearQuarantineRecord(std::wstring record) {
+  record = genericForm(std::move(record));
+  const bool ours = quarantineFolderExists() && isRecordName(nameOf(record)) &&
+                    platform::samePath(parentOf(record), quarFolder_) &&
+                    platform::stampOf(platform::pathOf(record)).kind == Kind::file;
+  boost::system::error_code ignored;
+  const bool removed = ours && fs::remove(platform::pathOf(record), ignored);
+  HANDLER_INFO("removed %d quarantine record", removed ? 1 : 0);
+  if (removed) quarantineChanged();
+  return removed;
+}
+
+bool CryptoSyncCopyHandler::recordAsJSON(const fs::path& record, std::wstring& json) {
+  std::vector<std::wstring> fields;
+  try {
+    if (!readFields(record, fields)) {
+      HANDLER_ERROR("not a quarantine record: %s", utf8(record).c_str());
+      return false;
+    }
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("couldn't read %s: %s", utf8(record).c_str(), error.what());
+    return false;
+  }
+  json = L"{\"record_file\":" + quoted(genericForm(platform::wideOf(record))) + L",\"errorid\":" + quoted(fields[1]) +
+         L",\"message\":" + quoted(fields[2]) + L",\"timestamp\":" + quoted(fields[3]) + L",\"quarantine_path\":" +
+         quoted(fields[4]) + L"}";
+  return true;
+}
+
+std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
+  std::wstring list;
+  if (!quarantineFolderExists()) HANDLER_INFO("Quarantine folder doesn't exist");
+  std::set<fs::path> records;
+  boost::system::error_code error;
+  fs::directory_iterator entry;
+  if (quarantineFolderExists()) entry = fs::directory_iterator(platform::pathOf(quarFolder_), error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    std::wstring name;
+    if (!platform::wideOf(entry->path().filename(), name) || !isRecordName(name)) continue;
+    if (platform::stampOf(entry->path()).kind == Kind::file) records.insert(entry->path());
+  }
+  if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(quarFolder_).c_str(), error.message().c_str());
+  for (const fs::path& record : records) {
+    std::wstring json;
+    if (recordAsJSON(record, json)) list += (list.empty() ? L"" : L",") + json;
+  }
+  return L"{\"quarantined\":[" + list + L"]}";
+}
+
+std::wstring CryptoSyncCopyHandler::quarName(std::wstring name) {
+  HANDLER_DEBUG("%s", utf8(name).c_str());
+  if (name.find(kMarker) != std::wstring::npos) return name;
+  std::wstring now;
+  platform::wideFromUtf8(isoTime(clock().nowSeconds()), now);
+  now.erase(std::remove(now.begin(), now.end(), L':'), now.end());
+  return kMarker + now + L") " + name;
+}
+
+}  // namespace Kelta

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copies through the handler, and the look at contents that a tie needs.
+#include <algorithm>
+#include <boost/filesystem/exception.hpp>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+constexpr std::size_t kCompareBytes = 256 * 1024;
+
+}  // namespace
+
+// One attempt. `again`: a file could not be accessed, which may pass.
+bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again) {
+  again = false;
+  copyProblem_.clear();
+  PAIR_DEBUG("srcFile = %s", utf8(srcFile).c_str());
+  PAIR_DEBUG("destFile = %s", utf8(destFile).c_str());
+  if (platform::stampOf(platform::pathOf(srcFile)).kind == platform::Kind::missing) {
+    PAIR_INFO("File not found: %s", utf8(srcFile).c_str());
+    return false;
+  }
+  if (platform::isLocked(platform::pathOf(srcFile))) {
+    PAIR_INFO("File locked: %s", utf8(srcFile).c_str());
+    copyProblem_ = L"in use by another program";
+    return false;
+  }
+  try {
+    const auto result = handler_->copyFile(platform::pathOf(srcFile), platform::pathOf(destFile));
+    if (written) *written = result.second;
+    if (!result.first) PAIR_ERROR("copyHandler copy failed for %s", utf8(srcFile).c_str());
+    return result.first;
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("File access issue: %s", utf8(srcFile).c_str());
+    PAIR_ERROR("%s", error.what());
+    if (!platform::wideFromUtf8(error.what(), copyProblem_)) copyProblem_.clear();
+    again = true;
+    return false;
+  }
+}
+
+bool SyncPair::doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written,
+                      const std::function<bool()>& mayWrite) {
+  for (;;) {
+    bool again = false;
+    if (mayWrite && !mayWrite()) {
+      PAIR_INFO("target changed meanwhile, left as it is: %s", utf8(destFile).c_str());
+      return false;
+    }
+    if (copyOnce(srcFile, destFile, written, again)) return true;
+    if (!again) return false;
+    if (--retries <= 0) {
+      PAIR_ERROR("Out of retries");
+      return false;
+    }
+    sleepWithCheck(4, 1000);
+  }
+}
+
+void SyncPair::touch(std::wstring path, std::int64_t timestamp) {
+  if (path.empty()) {
+    PAIR_ERROR("path is empty");
+    return;
+  }
+  if (timestamp <= 0) {
+    PAIR_ERROR("bad timestamp");
+    return;
+  }
+  platform::setLastWriteTime(platform::pathOf(path), timestamp * 1000000000);
+}
+
+// The hash covers only the beginning of a large file.
+bool SyncPair::sameContent(const std::wstring& a, const std::wstring& b) {
+  if (generateFileHash(a) != generateFileHash(b)) return false;
+  platform::File first(platform::pathOf(a), platform::File::Mode::read);
+  platform::File second(platform::pathOf(b), platform::File::Mode::read);
+  if (first.size() != second.size()) return false;
+  std::vector<char> left(kCompareBytes);
+  std::vector<char> right(kCompareBytes);
+  for (;;) {
+    interruption_->check();
+    const std::size_t count = first.read(left.data(), left.size());
+    if (second.read(right.data(), right.size()) != count) return false;
+    if (count == 0) return true;
+    if (!std::equal(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(count), right.begin())) return false;
+  }
+}
+
+bool SyncPair::isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest) {
+  PAIR_DEBUG("src.timestamp == dest.timestamp (conflict!)");
+  PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
+  if (tempFolder_.empty()) return true;
+  const TempArea area(tempFolder_, this);
+  const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
+  PAIR_DEBUG("fromPath file = %s", utf8(dest.fullPath).c_str());
+  PAIR_DEBUG("conflict guard temp file = %s", utf8(guard).c_str());
+  std::wstring written;
+  if (!doCopy(dest.fullPath, guard, 1, &written) || written.empty()) {
+    PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
+    return true;
+  }
+  const platform::FileStamp before = platform::stampOf(platform::pathOf(src.fullPath));
+  try {
+    if (!sameContent(src.fullPath, guard)) return true;
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+    return true;
+  }
+  if (!platform::stampOf(platform::pathOf(src.fullPath)).sameContent(before)) return true;
+  PAIR_INFO("Content is identical for %s and %s", utf8(src.fullPath).c_str(), utf8(dest.fullPath).c_str());
+  setState(srcStateList, src.fullPath, src.timestamp);
+  setState(destStateList, dest.fullPath, dest.timestamp);
+  refreshParent(key);
+  ++successfulEvents_;
+  return false;
+}
+
+}  // namespace Kelta

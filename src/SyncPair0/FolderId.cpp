@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// A folder's rename identifier: "+" and 32 hex digits, the MD5 over 16 random bytes and the names of the folder's
+// direct entries at the time, kept in the hidden file ".rid" of the folder. It follows the folder when it is renamed.
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <cstdlib>
+
+#include "CryptoHelper/CryptoHelper.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "base/Md5.h"
+#include "platform/AtomicFile.h"
+
+namespace Kelta {
+namespace {
+
+constexpr std::size_t kIdLength = 33;
+
+std::wstring idFileOf(const std::wstring& folder) { return joinPath(folder, L".rid"); }
+
+bool isFolderId(const std::string& text) {
+  return text.size() == kIdLength && text[0] == '+' &&
+         text.find_first_not_of("0123456789abcdef", 1) == std::string::npos;
+}
+
+std::string newFolderId(const std::vector<boost::filesystem::path>& entries) {
+  unsigned char* random = nullptr;
+  const bool drawn = CryptoHelper().genRandomBuffer(&random, 16);
+  std::string seed;
+  if (random) seed.assign(reinterpret_cast<char*>(random), drawn ? 16 : 0);
+  std::free(random);
+  if (seed.empty()) return std::string();
+  for (const auto& entry : entries) {
+    if (platform::stampOf(entry).kind != platform::Kind::symlink) seed += utf8(entry.filename());
+  }
+  return "+" + md5Hex(seed.data(), seed.size());
+}
+
+}  // namespace
+
+std::wstring SyncPair::getFolderRenameId(const std::wstring& folder) {
+  const auto file = platform::pathOf(idFileOf(folder));
+  if (platform::stampOf(file).kind != platform::Kind::file) return std::wstring();
+  try {
+    platform::File reader(file, platform::File::Mode::read);
+    std::string text(kIdLength + 1, '\0');
+    text.resize(reader.read(&text[0], text.size()));
+    std::wstring id;
+    if (isFolderId(text) && platform::wideFromUtf8(text, id)) return id;
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  return std::wstring();
+}
+
+bool SyncPair::setFolderRenameId(const std::wstring& folder) {
+  if (!getFolderRenameId(folder).empty()) return true;
+  std::vector<boost::filesystem::path> entries;
+  if (!listFolder(folder, entries)) return false;
+  const std::string id = newFolderId(entries);
+  if (id.empty()) return false;
+  PAIR_DEBUG("tmp = %s", id.c_str());
+  try {
+    const auto file = platform::pathOf(idFileOf(folder));
+    platform::writeWholeFile(file, id);
+    platform::setHidden(file);
+    return true;
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+    return false;
+  }
+}
+
+}  // namespace Kelta

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+// Turns the two sync lists into file operations. Additions and updates go first, folders before what is in them;
+// deletions go last and backwards, so that a folder's content goes before the folder.
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+std::vector<std::wstring> resolvingOrder(const SyncList& list) {
+  std::vector<std::wstring> keys;
+  for (const auto& entry : list) {
+    if (!entry.second.deletion) keys.push_back(entry.first);
+  }
+  for (auto entry = list.rbegin(); entry != list.rend(); ++entry) {
+    if (entry->second.deletion) keys.push_back(entry->first);
+  }
+  return keys;
+}
+
+}  // namespace
+
+void SyncPair::syncChanges() {
+  if (!ok_) {
+    PAIR_ERROR("Missing pair folder! Can't continue.");
+    return;
+  }
+  if (!handler_) return;
+  try {
+    resolveSync(sourceFolder_, srcSyncList, srcStateList, destFolder_, destSyncList, destStateList);
+    resolveSync(destFolder_, destSyncList, destStateList, sourceFolder_, srcSyncList, srcStateList);
+    writeState();
+  } catch (const boost::thread_interrupted&) {
+    // What was carried over stays carried over.
+    writeState();
+    throw;
+  } catch (const RootMissing& error) {
+    PAIR_ERROR("%s", error.what());
+  } catch (const std::exception& error) {
+    PAIR_ERROR("%s", error.what());
+    notify(L"ERROR", L"The synchronisation was not finished, check logs");
+  }
+}
+
+void SyncPair::resolveSync(std::wstring folder1, SyncList& syncList1, StateList& state1, std::wstring folder2,
+                           SyncList& syncList2, StateList& state2) {
+  PAIR_DEBUG("================>");
+  PAIR_DEBUG("syncList1.size=%lu", static_cast<unsigned long>(syncList1.size()));
+  const bool inside = isSrcFolder(folder1);
+  const Side one{inside, folder1, state1, syncList1};
+  const Side two{!inside, folder2, state2, syncList2};
+  for (const std::wstring& key : resolvingOrder(syncList1)) {
+    interruption_->check();
+    const auto entry = syncList1.find(key);
+    if (entry == syncList1.end()) continue;
+    const SyncObject so = entry->second;
+    syncList1.erase(entry);
+    resolveEntry(one, two, key, so);
+  }
+}
+
+void SyncPair::resolveEntry(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so) {
+  PAIR_DEBUG("resolving (syncEntry, relative path): %s [%lld]", utf8(key).c_str(),
+             static_cast<long long>(so.timestamp));
+  if (so.fullPath.empty()) {
+    PAIR_DEBUG("SyncObject not valid!");
+    return;
+  }
+  const auto other = two.list.find(key);
+  if (other == two.list.end()) {
+    PAIR_DEBUG("no conflicting entry to resolve, easy sync");
+    carry(decideResolution(so, nullptr), one, two, key, so, nullptr);
+    return;
+  }
+  const SyncObject so2 = other->second;
+  if (so.timestamp > so2.timestamp) PAIR_DEBUG("so.timestamp > so2.timestamp");
+  if (so.timestamp < so2.timestamp) PAIR_DEBUG("so.timestamp < so2.timestamp");
+  const bool independent = so.isFolder != so2.isFolder && so.deletion != so2.deletion;
+  if (!independent) two.list.erase(other);
+  carry(decideResolution(so, &so2), one, two, key, so, independent ? nullptr : &so2);
+}
+
+void SyncPair::carry(Resolution resolution, const Side& one, const Side& two, const std::wstring& key,
+                     const SyncObject& so, const SyncObject* so2) {
+  switch (resolution) {
+    case Resolution::copyToTwo:
+      return carryCopy(one, two, key, so, so2);
+    case Resolution::deleteInTwo:
+      return carryDeletion(one, two, key, so, so2);
+    case Resolution::copyToOne:
+      return carryCopy(two, one, key, *so2, &so);
+    case Resolution::deleteInOne:
+      return carryDeletion(two, one, key, *so2, &so);
+    case Resolution::forgetBoth:
+      PAIR_INFO("conflict deletion occurred cleaning up state: %s", utf8(key).c_str());
+      forgetBoth(key, so.isFolder);
+      ++successfulEvents_;
+      return;
+    case Resolution::compare:
+      return settleTie(key, so, *so2, one);
+    case Resolution::clash:
+      PAIR_ERROR("a file on one side, a folder on the other, both are left alone: %s", utf8(key).c_str());
+      return copyFailed(one, key, so);
+    case Resolution::later:
+      return;
+  }
+}
+
+void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one) {
+  if (so.isFolder) {
+    recordBoth(key, true);
+    ++successfulEvents_;
+    return;
+  }
+  const SyncObject& src = one.inside ? so : so2;
+  const SyncObject& dest = one.inside ? so2 : so;
+  if (!isFileConflictCopy(key, src, dest)) return;
+  PAIR_ERROR("%s changed on both sides at the same time, both are left alone", utf8(key).c_str());
+  report(L"failed", src.fullPath);
+}
+
+}  // namespace Kelta

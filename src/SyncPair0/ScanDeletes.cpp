@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+// Deletions of one side: records whose entry is gone. Only an entry that the system says is not there counts as gone;
+// one that it refuses to tell about (no right to look, an I/O error) is left alone, since taking it for deleted
+// would delete its counterpart.
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+
+namespace Kelta {
+
+void SyncPair::purgeSyncListByPrefix(SyncList& list, const std::wstring& parentPath) {
+  PAIR_DEBUG("parentPath: %s", utf8(parentPath).c_str());
+  auto entry = list.lower_bound(joinPath(parentPath, L""));
+  while (entry != list.end() && platform::liesBelow(entry->first, parentPath)) {
+    PAIR_DEBUG("delete from syncList: %s", utf8(entry->first).c_str());
+    entry = list.erase(entry);
+  }
+}
+
+// A pending change of the same key gives way when it tells of the very entry that is gone now, or of another kind of
+// entry (the old one must go before the new one can take its name). A deletion never hides another file's addition.
+void SyncPair::noteDeletion(Walk& walk, const std::wstring& path, const StateRecord& record, bool isFolder) {
+  const std::wstring key = keyOf(walk.side, path, isFolder);
+  if (key.empty()) return;
+  const auto pending = walk.side.list.find(key);
+  if (pending != walk.side.list.end()) {
+    const bool replaced = pending->second.isFolder != isFolder;
+    if (pending->second.deletion || (!replaced && pending->second.fullPath != path)) return;
+    if (replaced) purgeSyncListByPrefix(walk.side.list, key);
+  }
+  stateChanged_ = true;
+  PAIR_INFO("%sDELETE: %s, fileHash: %s", walk.label, utf8(path).c_str(), utf8(record[1]).c_str());
+  ++(isFolder ? walk.result.foldersDeleted : walk.result.filesDeleted);
+  walk.side.list[key] = SyncObject{true, recordedTime(record), path, std::wstring(), isFolder};
+}
+
+// A known folder that is a link now takes no part any more: what is, or is not, behind the link says nothing.
+bool SyncPair::liesBehindLink(const Side& side, const std::wstring& path) {
+  for (std::wstring folder = parentOf(path); folder.size() > side.root.size(); folder = parentOf(folder)) {
+    if (platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::symlink) return true;
+  }
+  return false;
+}
+
+void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record) {
+  const bool isFolder = recordedAsFolder(walk.side.inside, path, record);
+  const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
+  const bool kindChanged = (kind == platform::Kind::file && isFolder) || (kind == platform::Kind::folder && !isFolder);
+  if (kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
+  if (kind == platform::Kind::missing && liesBehindLink(walk.side, path)) return;
+  if (kind == platform::Kind::missing || kindChanged) noteDeletion(walk, path, record, isFolder);
+}
+
+void SyncPair::checkRecordsBelow(Walk& walk, const std::wstring& folder) {
+  const auto below = recordsBelow(walk.side.state, folder);
+  std::uint64_t counter = 0;
+  for (auto record = below.first; record != below.second; ++record) {
+    interruption_->check();
+    ++counter;
+    if (walk.checkInterval > 0 && counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) {
+      sleepWithCheck(1, 1000);
+    }
+    PAIR_DEBUG("checking: %s", utf8(record->first).c_str());
+    checkRecord(walk, record->first, record->second);
+  }
+}
+
+SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
+                                              int checkInterval) {
+  const Side scanned = sideOf(syncFolder);
+  PAIR_DEBUG("%s", utf8(syncFolder).c_str());
+  requireIntactRoot(scanned);
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  checkRecordsBelow(walk, folderForm(std::move(syncFolder)));
+  // A volume that went away during the walk looks like a mass deletion.
+  if (walk.result.total() > 0) requireIntactRoot(scanned);
+  return walk.result;
+}
+
+}  // namespace Kelta

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+// Additions and updates of one side. An entry without a record is an addition; a file whose last-write time lies
+// behind the recorded one is an update (a time that stayed, or went backwards, is no change). The walk is slow on
+// purpose: it pauses so that a large tree does not saturate the disk.
+#include <boost/filesystem/operations.hpp>
+#include <deque>
+#include <set>
+
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+constexpr std::uint64_t kShortPauseInterval = 10;
+
+}  // namespace
+
+// False, with a log line, when the folder cannot be listed.
+bool SyncPair::listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries) {
+  boost::system::error_code error;
+  boost::filesystem::directory_iterator entry(platform::pathOf(folder), error);
+  for (; !error && entry != boost::filesystem::directory_iterator(); entry.increment(error)) {
+    entries.push_back(entry->path());
+  }
+  if (error) PAIR_ERROR("boofs::filesystem_error: %s: %s", utf8(folder).c_str(), error.message().c_str());
+  return !error;
+}
+
+void SyncPair::pauseWithin(Walk& walk) {
+  ++walk.counter;
+  if (walk.checkInterval <= 0) return;
+  if (walk.counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) sleepWithCheck(1, 1000);
+  if (walk.counter % kShortPauseInterval == 0) clock_->wait(1, *interruption_);
+}
+
+// Whether the entry takes no part in the synchronisation; otherwise its path and what it is.
+bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path,
+                       platform::FileStamp& stamp) {
+  if (handler_->ignore(entry)) {
+    PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
+    return true;
+  }
+  stamp = platform::stampOf(entry);
+  if (!platform::wideOf(entry, path)) return true;
+  path = genericForm(std::move(path));
+  if (stamp.kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
+  if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
+  if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
+  PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
+  return true;
+}
+
+void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path,
+                            const platform::FileStamp& stamp, const StateRecord& record) {
+  const std::int64_t now = stamp.seconds();
+  const std::int64_t stored = recordedTime(record);
+  if (stamp.kind == platform::Kind::folder || now <= stored) {
+    PAIR_DEBUG("%sSAME: %s %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
+               static_cast<long long>(stored));
+    return;
+  }
+  PAIR_INFO("%sUPDATE: %s - %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
+            static_cast<long long>(stored));
+  stateChanged_ = true;
+  walk.side.list[key] = SyncObject{false, now, path, std::wstring(), false};
+  ++walk.result.filesChanged;
+}
+
+void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstring& path,
+                          const platform::FileStamp& stamp) {
+  const bool isFolder = stamp.kind == platform::Kind::folder;
+  const std::wstring hash = makeRecord(path, stamp.seconds())[1];
+  if (!hash.empty() && isFolder) ++walk.result.foldersAdded;
+  if (!hash.empty() && !isFolder) ++walk.result.filesChanged;
+  PAIR_INFO("%sADD: %s [%lld] %s", walk.label, utf8(path).c_str(), static_cast<long long>(stamp.seconds()),
+            utf8(hash).c_str());
+  stateChanged_ = true;
+  walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder};
+  if (isFolder) walk.newFolders.push_back(path);
+}
+
+// False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.
+bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp) {
+  const bool isFolder = stamp.kind == platform::Kind::folder;
+  const auto record = walk.side.state.find(path);
+  const bool known = record != walk.side.state.end();
+  if (known && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
+  const std::wstring key = keyOf(walk.side, path, isFolder);
+  if (walk.side.list.count(key) > 0 || (!isFolder && isFileLocked(path))) return true;
+  if (isFolder && walk.side.inside && getFolderRenameId(path).empty() && setFolderRenameId(path)) stateChanged_ = true;
+  if (known)
+    examineKnown(walk, key, path, stamp, record->second);
+  else
+    examineNew(walk, key, path, stamp);
+  return true;
+}
+
+void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<std::wstring>& folders) {
+  std::vector<boost::filesystem::path> entries;
+  const bool gone = platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::missing;
+  if (!gone && !listFolder(folder, entries) && unreadable_.insert(folder).second) {
+    notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
+  }
+  for (const auto& entry : entries) {
+    pauseWithin(walk);
+    std::wstring path;
+    platform::FileStamp stamp;
+    if (leftOut(walk, entry, path, stamp)) continue;
+    if (examineEntry(walk, path, stamp) && stamp.kind == platform::Kind::folder) folders.push_back(path);
+  }
+}
+
+SyncPair::ScanResult SyncPair::scanForUpdates(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
+                                              int checkInterval) {
+  PAIR_DEBUG("syncFolder: %s", utf8(syncFolder).c_str());
+  return scanForUpdatesRecurse(std::move(syncFolder), stateList, syncList, checkInterval);
+}
+
+SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
+                                                     int checkInterval) {
+  PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
+  const Side scanned = sideOf(syncFolder);
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  requireIntactRoot(scanned);
+  std::deque<std::wstring> queue{folderForm(std::move(syncFolder))};
+  std::set<std::wstring> seen(queue.begin(), queue.end());
+  while (!queue.empty()) {
+    interruption_->check();
+    const std::wstring folder = queue.front();
+    queue.pop_front();
+    requireRoots();
+    std::vector<std::wstring> folders;
+    scanFolder(walk, folder, folders);
+    for (auto& found : folders) {
+      if (seen.insert(found).second) queue.push_back(std::move(found));
+    }
+  }
+  return walk.result;
+}
+
+}  // namespace Kelta

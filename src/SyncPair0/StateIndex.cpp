@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+// The start-up state. Where a state file is missing or damaged, only what both sides agree on counts as known (the
+// counterpart exists and, for files, carries the same time); everything else shows as an addition and is merged,
+// nothing deleted.
+#include <boost/filesystem/exception.hpp>
+
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+bool isFileThere(const std::wstring& path) {
+  return platform::stampOf(platform::pathOf(path)).kind == platform::Kind::file;
+}
+
+}  // namespace
+
+void SyncPair::generateDirList(StateList& list, std::wstring folder) {
+  PAIR_DEBUG("%s", utf8(folder).c_str());
+  Walk walk{sideOf(folder), 0, "", {}, {}};
+  std::vector<std::wstring> folders{folderForm(std::move(folder))};
+  while (!folders.empty()) {
+    interruption_->check();
+    const std::wstring current = folders.back();
+    folders.pop_back();
+    std::vector<boost::filesystem::path> entries;
+    if (!listFolder(current, entries)) continue;
+    for (const auto& entry : entries) {
+      std::wstring path;
+      platform::FileStamp stamp;
+      if (leftOut(walk, entry, path, stamp)) continue;
+      list.emplace(path, makeRecord(path, stamp.seconds()));
+      if (stamp.kind == platform::Kind::folder) folders.push_back(path);
+    }
+  }
+}
+
+void SyncPair::stateMissingIndex() {
+  placeMarkers();
+  StateList inside;
+  StateList outside;
+  generateDirList(inside, sourceFolder_);
+  generateDirList(outside, destFolder_);
+  srcStateList.clear();
+  destStateList.clear();
+  for (const auto& entry : inside) {
+    PAIR_DEBUG("stateMissingIndex() src: %s %s", utf8(entry.first).c_str(), utf8(entry.second[0]).c_str());
+    const bool isFolder = recordedAsFolder(true, entry.first, entry.second);
+    const std::wstring key = keyOf(side(true), entry.first, isFolder);
+    const auto match = outside.find(pathFor(side(false), key, isFolder));
+    if (match == outside.end()) continue;
+    if (!isFolder && match->second[0] != entry.second[0]) continue;
+    PAIR_DEBUG("stateMissingIndex() match: %s %s", utf8(match->first).c_str(), utf8(match->second[0]).c_str());
+    srcStateList.insert(entry);
+    destStateList.insert(*match);
+  }
+  writeStateList(srcStateList, stateFiles_[0]);
+  writeStateList(destStateList, stateFiles_[1]);
+}
+
+bool SyncPair::rebuildNeeded() {
+  if (isFileThere(stateFiles_[0]) && isFileThere(stateFiles_[1])) return false;
+  return rootPresent(side(true));
+}
+
+// A record without its counterpart (a damaged line, a crash between the two files, a file that could not be opened
+// for want of a key) would let a missing file pass for a deletion. Without it the entry is merged like a new one.
+void SyncPair::dropUnpairedRecords() {
+  StateList paired;
+  for (const auto& entry : srcStateList) {
+    const bool isFolder = recordedAsFolder(true, entry.first, entry.second);
+    const std::wstring key = keyOf(side(true), entry.first, isFolder);
+    const auto match = key.empty() ? destStateList.end() : destStateList.find(pathFor(side(false), key, isFolder));
+    if (match != destStateList.end()) paired.insert(*match);
+  }
+  for (auto entry = srcStateList.begin(); entry != srcStateList.end();) {
+    const bool isFolder = recordedAsFolder(true, entry->first, entry->second);
+    const std::wstring key = keyOf(side(true), entry->first, isFolder);
+    const bool known = !key.empty() && paired.count(pathFor(side(false), key, isFolder)) > 0;
+    if (!known) PAIR_INFO("no counterpart recorded for %s", utf8(entry->first).c_str());
+    entry = known ? std::next(entry) : srcStateList.erase(entry);
+  }
+  destStateList.swap(paired);
+}
+
+void SyncPair::initState() {
+  try {
+    sweepStateFolder();
+    loadRootIds();
+    if (rebuildNeeded()) stateMissingIndex();
+    srcStateList.clear();
+    destStateList.clear();
+    loadStateFromDisk(stateFiles_[0], srcStateList);
+    loadStateFromDisk(stateFiles_[1], destStateList);
+    // What a damaged file still says cannot be trusted to tell a deletion.
+    if (stateDamaged_ && rootPresent(side(true))) stateMissingIndex();
+    stateDamaged_ = false;
+    dropUnpairedRecords();
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+    notify(L"ERROR", L"The state could not be read or written, check logs");
+  } catch (const RootMissing&) {
+    PAIR_ERROR("state not built");
+  } catch (const std::exception& error) {
+    PAIR_ERROR("STL exception: %s", error.what());
+    notify(L"ERROR", L"STL exception, check logs");
+  }
+}
+
+}  // namespace Kelta

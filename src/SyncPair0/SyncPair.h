@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/ISyncCopyHandler.h"
+#include "SyncPair0/Resolution.h"
+#include "SyncPair0/SyncTypes.h"
+#include "base/Clock.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+
+/// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
+/// carrying over of every difference. All methods run on the thread of the host's command.
+class SyncPair {
+public:
+  struct ScanResult {
+    int filesChanged = 0;
+    int filesDeleted = 0;
+    int foldersAdded = 0;
+    int foldersDeleted = 0;
+    int total() const { return filesChanged + filesDeleted + foldersAdded + foldersDeleted; }
+    ScanResult& operator+=(const ScanResult& other);
+  };
+
+  using Progress = std::function<void(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
+                                      std::uint64_t total)>;
+
+  explicit SyncPair(std::shared_ptr<Clock> clock = std::make_shared<Clock>());
+  ~SyncPair();
+  SyncPair(const SyncPair&) = delete;
+  SyncPair& operator=(const SyncPair&) = delete;
+
+  // Configuration -----------------------------------------------------------
+  void setSyncCopyHandler(ISyncCopyHandler* sh);  ///< takes ownership
+  ISyncCopyHandler* handler() { return handler_.get(); }
+  void setSourceFolder(std::wstring path);
+  void setDestFolder(std::wstring path);
+  void setTempFolder(std::wstring path);
+  void setStatePath(std::wstring stateFolder);
+  void setStateFilePaths();
+  const std::wstring& stateFolder() const { return stateFolder_; }
+  void setProgress(Progress progress) { progress_ = std::move(progress); }
+  bool ok() const { return ok_; }
+  const std::shared_ptr<Clock>& clock() const { return clock_; }
+  const std::shared_ptr<Interruption>& interruption() const { return interruption_; }
+
+  // Notifications: type, message, optional JSON value -------------------------
+  void notify(const std::wstring& type, const std::wstring& message, const std::wstring& more = std::wstring());
+  std::wstring notificationsAsJSON() const;
+  void clearNotifications() { notifications_.clear(); }
+
+  // State: StateFile.cpp, StateRecords.cpp, StateIndex.cpp --------------------
+  void initState();
+  /// A key was installed: what was given up for want of one is tried again from the next scan on.
+  void keyArrived() { keyArrived_ = true; }
+  void stateMissingIndex();
+  void loadStateFromDisk(std::wstring stateFile, StateList& list);
+  void writeStateList(StateList& list, std::wstring stateFile);
+  void writeState();
+  void generateDirList(StateList& list, std::wstring folder);
+  /// Records the entry as it is now, or at the given time; an entry that is not there loses its record.
+  void setState(StateList& list, std::wstring path);
+  void setState(StateList& list, std::wstring path, std::int64_t time);
+  void delState(StateList& list, std::wstring path);
+  void delState(std::pair<bool, bool> sides, std::wstring src, std::wstring dest);
+  bool stateInsertRecord(std::wstring path);
+  bool stateRemoveRecord(std::wstring path);
+  void updateStateListByParent(std::wstring fromParent, std::wstring toParent, StateList& list);
+  void findSubFoldersFromState(std::wstring parent, StateList& list, std::vector<std::wstring>& out);
+
+  // Scanning: ScanSettle.cpp, ScanUpdates.cpp, ScanDeletes.cpp, ScanSubset.cpp -
+  /// A missing root clears ok(), is told to the host once, and leaves the state as it is.
+  void scanSrcChanges();
+  void scanDestChanges();
+  /// These throw RootMissing.
+  ScanResult scanForUpdates(std::wstring syncFolder, StateList& stateList, SyncList& syncList, int checkInterval);
+  ScanResult scanForUpdatesRecurse(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
+                                   int checkInterval);
+  ScanResult scanForDeletes(std::wstring syncFolder, StateList& stateList, SyncList& syncList, int checkInterval);
+  void subScanForChanges(std::vector<std::wstring> folderList);
+  void subScanForUpdates(std::vector<std::wstring> folderList);
+  void subScanForDeletes(std::vector<std::wstring> folderList);
+  ScanResult scanForUpdates(std::vector<std::wstring> folderList);
+  ScanResult scanForDeletes(std::wstring syncFolder, StateList& stateList, SyncList& syncList, int checkInterval,
+                            std::map<std::wstring, bool> folderList);
+  std::int64_t mtime(std::wstring path);
+  std::wstring generateFileHash(std::wstring path);
+  bool isFileLocked(std::wstring path);
+  bool isSrcFolder(std::wstring path);
+  bool isPairRoot(std::wstring checkPath);
+
+  // Folder identifiers: FolderId.cpp -------------------------------------------
+  /// The identifier kept in the folder's ".rid"; empty when there is none.
+  std::wstring getFolderRenameId(const std::wstring& folder);
+  /// Keeps a valid identifier, else makes one. False when it could not be written.
+  bool setFolderRenameId(const std::wstring& folder);
+
+  // Resolution: Resolve.cpp, ResolveCarry.cpp, Copy.cpp ------------------------
+  void syncChanges();
+  void resolveSync(std::wstring folder1, SyncList& syncList1, StateList& state1, std::wstring folder2,
+                   SyncList& syncList2, StateList& state2);
+  /// One copy through the handler, tried up to `retries` times. `written` receives the path of the copy, empty when
+  /// the handler took the entry for settled without writing one.
+  /// `mayWrite` is asked before every attempt whether the target may be replaced; the copy ends when it may not.
+  bool doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written = nullptr,
+              const std::function<bool()>& mayWrite = {});
+  /// Whether two changes of equal time differ in content. Identical ones are recorded as in sync.
+  bool isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
+  void touch(std::wstring path, std::int64_t timestamp);
+
+  // Cycle: Pace.cpp --------------------------------------------------------------
+  void syncCycle();
+  void subResolve();
+  void endCycle();
+  void defaultSleep(int& seconds);
+  void sleepWithCheck(int interval, long ms);
+
+  StateList srcStateList;
+  StateList destStateList;
+  SyncList srcSyncList;
+  SyncList destSyncList;
+
+private:
+  /// One side of the pair, by its role.
+  struct Side {
+    bool inside;
+    const std::wstring& root;
+    StateList& state;
+    SyncList& list;
+  };
+  Side side(bool inside);
+  Side sideOf(const std::wstring& path);
+
+  // Keys and paths
+  std::wstring keyOf(const Side& side, const std::wstring& path, bool isFolder);
+  std::wstring pathFor(const Side& side, const std::wstring& key, bool isFolder);
+  static bool recordedAsFolder(bool inside, const std::wstring& path, const StateRecord& record);
+
+  // Roots.cpp
+  std::wstring markerOf(const Side& side) const;
+  std::string rootIdOf(const Side& side) const;
+  void loadRootIds();
+  void rememberRootIds();
+  bool rootPresent(const Side& side) const;
+  bool rootLost(const Side& side) const;
+  void requireRoots();
+  void requireIntactRoot(const Side& side);
+  void requireSeparateRoots();
+  void placeMarkers();
+  [[noreturn]] void reportRootMissing();
+
+  // State
+  StateRecord makeRecord(const std::wstring& path, std::int64_t time);
+  bool rebuildNeeded();
+  void dropUnpairedRecords();
+  void sweepStateFolder();
+  bool editState(const std::wstring& path, bool insert);
+  void refreshFolderId(const std::wstring& path, StateRecord& record);
+
+  // Scanning
+  struct Walk {
+    Side side;
+    int checkInterval;
+    const char* label;  ///< prefix of the log lines
+    ScanResult result;
+    std::vector<std::wstring> newFolders;
+    std::uint64_t counter = 0;
+  };
+  void settleSrc();
+  void settleDest();
+  bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
+  void pauseWithin(Walk& walk);
+  bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
+  bool examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp);
+  void examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp,
+                    const StateRecord& record);
+  void examineNew(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
+  void scanFolder(Walk& walk, const std::wstring& folder, std::vector<std::wstring>& folders);
+  void checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record);
+  static bool liesBehindLink(const Side& side, const std::wstring& path);
+  void checkRecordsBelow(Walk& walk, const std::wstring& folder);
+  void noteDeletion(Walk& walk, const std::wstring& path, const StateRecord& record, bool isFolder);
+  void purgeSyncListByPrefix(SyncList& list, const std::wstring& parentPath);
+
+  // Resolution
+  void resolveEntry(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so);
+  void carry(Resolution resolution, const Side& one, const Side& two, const std::wstring& key, const SyncObject& so,
+             const SyncObject* so2);
+  void carryCopy(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
+                 const SyncObject* other);
+  void carryFolder(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
+  void carryFile(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
+                 const SyncObject* other);
+  void carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
+                     const SyncObject* other);
+  void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
+  void settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one);
+  bool targetIsAsKnown(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target,
+                       const SyncObject* other);
+  bool copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again);
+  bool copyUnchanged(const std::wstring& source, const std::wstring& target, std::int64_t& time, std::wstring& written,
+                     const std::function<bool()>& mayWrite);
+  bool keepLoser(const std::wstring& archive, const std::wstring& loser);
+  void waitOutRunningSecond(const platform::FileStamp& stamp);
+  void recordCopy(const Side& from, const Side& to, const std::wstring& key, const std::wstring& source,
+                  std::int64_t time, const std::wstring& written);
+  void recordBoth(const std::wstring& key, bool isFolder);
+  void forgetBoth(const std::wstring& key, bool isFolder);
+  void copyFailed(const Side& from, const std::wstring& key, const SyncObject& so);
+  void refreshParent(const std::wstring& key);
+  void report(const wchar_t* operation, const std::wstring& path);
+  bool sameContent(const std::wstring& a, const std::wstring& b);
+
+  std::shared_ptr<Clock> clock_;
+  std::shared_ptr<Interruption> interruption_;
+  std::unique_ptr<ISyncCopyHandler> handler_;
+  std::wstring sourceFolder_;
+  std::wstring destFolder_;
+  std::wstring tempFolder_;
+  std::wstring stateFolder_;
+  std::wstring stateFiles_[2];  ///< Inside, Outside
+  std::vector<std::vector<std::wstring>> notifications_;
+  Progress progress_;
+  std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
+  std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
+  std::uint64_t entriesDone_ = 0;
+  bool ok_ = true;
+  bool stateChanged_ = false;
+  bool stateDamaged_ = false;  ///< a state file held something that is no record
+  bool keyArrived_ = false;
+  std::string rootIds_[2];  ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
+  bool renameOccurred_ = false;
+  std::int32_t successfulEvents_ = 0;
+  int cycleMarker_ = 7;
+  std::int64_t startupTime_ = 0;         ///< microseconds
+  std::int64_t lastStateWriteTime_ = 0;  ///< microseconds
+};
+
+}  // namespace Kelta

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Kelta {
+
+/// A record of the state: last-write time in seconds since the epoch as decimal text, and the content hash.
+using StateRecord = std::vector<std::wstring>;
+
+/// What one side looked like when it was last in sync: generic full path → record.
+using StateList = std::map<std::wstring, StateRecord>;
+
+/// The records strictly below a folder, as a range of the list.
+std::pair<StateList::const_iterator, StateList::const_iterator> recordsBelow(const StateList& list,
+                                                                             const std::wstring& folder);
+
+/// The first record that is neither `path` nor below it, for a walk that skips a subtree.
+StateList::const_iterator recordBehind(const StateList& list, const std::wstring& path);
+
+/// The recorded time in seconds; 0 for a record without one.
+std::int64_t recordedTime(const StateRecord& record);
+
+/// One pending change of one side. Valid when it has a path.
+struct SyncObject {
+  bool deletion = false;
+  std::int64_t timestamp = 0;  ///< last-write time, seconds since the epoch; for a deletion the recorded one
+  std::wstring fullPath;
+  std::wstring fileHash;
+  bool isFolder = false;
+};
+
+/// Pending changes of one side by key: the plain path relative to the root, the same on both sides.
+using SyncList = std::map<std::wstring, SyncObject>;
+
+/// A folder of the pair is missing, or has lost everything that was known in it.
+class RootMissing : public std::exception {
+public:
+  const char* what() const noexcept override { return "a folder of the pair is missing"; }
+};
+
+}  // namespace Kelta

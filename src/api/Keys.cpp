@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "api/Guard.h"
+
+using namespace Kelta;
+using namespace Kelta::api;
+
+extern "C" {
+
+void kelsync_set_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* key) {
+  configure(h, __func__, assetId && key, [&](SyncPair& pair, CryptoSyncCopyHandler& handler) {
+    pair.keyArrived();
+    std::wstring text(key);
+    handler.setAssetKey(assetId, text);
+    wipe(text);
+  });
+}
+
+void kelsync_remove_assetkey(kelsync_pair* h, const wchar_t* assetId) {
+  configure(h, __func__, assetId != nullptr,
+            [&](SyncPair&, CryptoSyncCopyHandler& handler) { handler.removeAssetKey(assetId); });
+}
+
+void kelsync_clear_assets(kelsync_pair* h) {
+  configure(h, __func__, true, [](SyncPair&, CryptoSyncCopyHandler& handler) { handler.clearAssets(); });
+}
+
+int kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId) {
+  bool right = false;
+  if (assetId) command(h, __func__, [&](SyncPair& pair) { right = handlerOf(pair)->verifyAssetKey(assetId); });
+  return right ? 1 : 0;
+}
+
+void kelsync_cb_register_keynotfound(kelsync_pair* h, kelsync_keynotfound_cb cb) {
+  configure(h, __func__, true, [&](SyncPair&, CryptoSyncCopyHandler& handler) {
+    if (!cb) return handler.registerKeyNotFound(nullptr);
+    handler.registerKeyNotFound([cb](const std::wstring& assetId) {
+      const wchar_t* const key = cb(assetId.c_str());
+      return key ? std::wstring(key) : std::wstring();
+    });
+  });
+}
+
+void kelsync_cb_register_progress(kelsync_pair* h, kelsync_progress_cb cb, void* context) {
+  configure(h, __func__, true, [&](SyncPair& pair, CryptoSyncCopyHandler&) {
+    if (!cb) return pair.setProgress(nullptr);
+    pair.setProgress([cb, context](const std::wstring& operation, const std::wstring& path, std::uint64_t done,
+                                   std::uint64_t total) { cb(context, operation.c_str(), path.c_str(), done, total); });
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "api/LogSetup.h"
+
+#include <log4cplus/configurator.h>
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/fileappender.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/mutex.hpp>
+#include <cstdio>
+#include <memory>
+
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace {
+
+using log4cplus::Logger;
+using log4cplus::tstring;
+
+constexpr long kLogBytes = 200L * 1024 * 1024;
+constexpr long kActivityBytes = 10L * 1024 * 1024;
+
+// A path in the character type that log4cplus was built with.
+[[maybe_unused]] void assign(std::string& target, const std::wstring& path) { target = utf8(path); }
+[[maybe_unused]] void assign(std::wstring& target, const std::wstring& path) { target = path; }
+
+tstring text(const std::wstring& path) {
+  tstring result;
+  assign(result, path);
+  return result;
+}
+
+log4cplus::SharedAppenderPtr rollingFile(const std::wstring& path, long bytes, const tstring& pattern) {
+  log4cplus::SharedAppenderPtr appender(new log4cplus::RollingFileAppender(text(path), bytes, 1, true, true));
+  appender->setLayout(std::make_unique<log4cplus::PatternLayout>(pattern));
+  return appender;
+}
+
+// The set-up looks at the loggers before it changes them, and engines may be made on several threads.
+boost::mutex& setUpLock() {
+  static boost::mutex lock;
+  return lock;
+}
+
+bool exists(const std::wstring& path) {
+  const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
+  return kind == platform::Kind::file || kind == platform::Kind::folder || kind == platform::Kind::symlink;
+}
+
+// The activity log never shows up among the engine's own lines.
+void setUpActivity(const std::wstring& folder) {
+  Logger activity = log::activity();
+  activity.removeAllAppenders();
+  activity.addAppender(rollingFile(joinPath(folder, L"activity.log"), kActivityBytes, LOG4CPLUS_TEXT("%m%n")));
+  activity.setLogLevel(log4cplus::INFO_LOG_LEVEL);
+}
+
+}  // namespace
+
+void Log::useConsole() {
+  const boost::lock_guard<boost::mutex> lock(setUpLock());
+  Logger activity = log::activity();
+  if (activity.getAllAppenders().empty()) {
+    activity.setAdditivity(false);
+    activity.setLogLevel(log4cplus::OFF_LOG_LEVEL);
+  }
+  Logger root = Logger::getRoot();
+  if (!root.getAllAppenders().empty()) return;
+  root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::ConsoleAppender(false, false)));
+  root.setLogLevel(log4cplus::INFO_LOG_LEVEL);
+}
+
+void Log::setFolder(const std::wstring& folder) {
+  const std::wstring generic = genericForm(folder);
+  if (generic.empty() || !exists(generic)) return;
+  init(generic);
+}
+
+void Log::init(const std::wstring& folder) {
+  const boost::lock_guard<boost::mutex> lock(setUpLock());
+  const std::wstring properties = joinPath(folder, L"log.properties");
+  const bool configured = exists(properties);
+  Logger root = Logger::getRoot();
+  try {
+    if (configured) log4cplus::PropertyConfigurator::doConfigure(text(properties), Logger::getDefaultHierarchy(), 0);
+  } catch (...) {
+    std::printf("Log::init() Exception on Properties\n");
+  }
+  try {
+    root.removeAllAppenders();
+    auto appender = rollingFile(joinPath(folder, L"syncpair.log"), kLogBytes,
+                                LOG4CPLUS_TEXT("%-5p %D{%a %m/%d/%y %H:%M:%S} [%b:%L] %m%n"));
+    root.addAppender(appender);
+    setUpActivity(folder);
+    if (configured) return;
+    std::printf("3\n");
+    std::fflush(stdout);
+    std::wstring ignored;
+    if (!platform::environment("SYNCPAIRTRACE", ignored)) {
+      appender->setThreshold(log4cplus::INFO_LOG_LEVEL);
+      return;
+    }
+    appender->setThreshold(log4cplus::DEBUG_LOG_LEVEL);
+    root.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
+  } catch (...) {
+    std::printf("Log::init() Exception on set appender.\n");
+  }
+}
+
+}  // namespace Kelta

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <log4cplus/logger.h>
+
+#include "platform/Text.h"
+
+// Log lines of the engine: "l:<source line> (<object>) <method>() <message>", UTF-8, at most 4,095
+// bytes. A line is only formatted when its logger is enabled for the level. Wide text is passed as
+// utf8(text).c_str(). No key and no password is ever an argument.
+#if defined(__GNUC__)
+#define KELTA_PRINTF(text, first) __attribute__((format(printf, text, first)))
+#else
+#define KELTA_PRINTF(text, first)
+#endif
+
+namespace Kelta {
+
+using platform::utf8;
+
+namespace log {
+
+log4cplus::Logger& syncPair();     ///< "SYNCPAIR"
+log4cplus::Logger& copyHandler();  ///< "COPYHANDLER"
+log4cplus::Logger& activity();     ///< "ACTIVITY": what was done for the user, one line each
+
+struct Place {
+  const char* file;
+  int line;
+  const char* function;
+  const void* object;  ///< null: no object in the prefix
+};
+
+void write(log4cplus::Logger& logger, log4cplus::LogLevel level, const Place& place, const char* format, ...)
+    KELTA_PRINTF(4, 5);
+
+/// Logs a line (UTF-8) as it stands, at INFO.
+void writePlain(log4cplus::Logger& logger, const std::string& line);
+
+inline const char* truth(bool value) { return value ? "true" : "false"; }
+
+}  // namespace log
+}  // namespace Kelta
+
+#define KELTA_LOG(logger, level, object, ...)                                                        \
+  do {                                                                                               \
+    if ((logger).isEnabledFor(level))                                                                \
+      ::Kelta::log::write((logger), (level), {__FILE__, __LINE__, __func__, (object)}, __VA_ARGS__); \
+  } while (false)
+
+#define PAIR_DEBUG(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
+#define PAIR_INFO(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
+#define PAIR_ERROR(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)
+#define HANDLER_DEBUG(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
+#define HANDLER_INFO(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
+#define HANDLER_ERROR(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)

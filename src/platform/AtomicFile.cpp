@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/AtomicFile.h"
+
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <mutex>
+#include <set>
+
+#include "platform/Random.h"
+#include "platform/Text.h"
+
+namespace Kelta {
+namespace platform {
+
+namespace {
+
+const char kPrefix[] = ".~kelsync-";
+constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
+constexpr std::size_t kHexDigits = 8;
+constexpr std::size_t kLongestProcessId = 19;
+constexpr int kNameAttempts = 16;
+
+/// The names that this process has in use.
+struct OwnNames {
+  std::mutex mutex;
+  std::set<std::string> names;
+};
+
+OwnNames& ownNames() {
+  static OwnNames own;
+  return own;
+}
+
+std::string hexOf(std::uint32_t value) {
+  std::string digits(kHexDigits, '0');
+  for (std::size_t i = kHexDigits; i-- > 0; value >>= 4) digits[i] = "0123456789abcdef"[value & 0xF];
+  return digits;
+}
+
+/// FNV-1a of the machine's name.
+std::string machineToken() {
+  std::uint32_t hash = 2166136261u;
+  for (const char c : machineName()) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+  return hexOf(hash);
+}
+
+std::uint32_t randomWord() {
+  std::uint32_t word = 0;
+  StrongRandom random;
+  if (random.acquired() && random.fill(reinterpret_cast<unsigned char*>(&word), sizeof word)) return word;
+  if (stirringWord(word)) return word;
+  static std::uint32_t counter = 0;  // under the lock of the own names, which keep the result unique
+  return ++counter;
+}
+
+struct NameParts {
+  std::string machine;
+  std::uint64_t process = 0;
+};
+
+bool isHex(const std::string& text) {
+  return text.size() == kHexDigits && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+bool readProcessId(const std::string& text, std::uint64_t& id) {
+  if (text.empty() || text.size() > kLongestProcessId || text[0] == '0') return false;
+  if (text.find_first_not_of("0123456789") != std::string::npos) return false;
+  id = std::stoull(text);
+  return true;
+}
+
+bool splitName(const std::string& name, NameParts& parts) {
+  constexpr std::size_t shortest = kPrefixLength + kHexDigits + 3 + kHexDigits;
+  if (name.size() < shortest || name.compare(0, kPrefixLength, kPrefix) != 0) return false;
+  const std::size_t machineEnd = kPrefixLength + kHexDigits;
+  const std::size_t processEnd = name.size() - kHexDigits - 1;
+  if (name[machineEnd] != '-' || name[processEnd] != '-' || processEnd <= machineEnd) return false;
+  parts.machine = name.substr(kPrefixLength, kHexDigits);
+  return isHex(parts.machine) && isHex(name.substr(processEnd + 1)) &&
+         readProcessId(name.substr(machineEnd + 1, processEnd - machineEnd - 1), parts.process);
+}
+
+bool isOwn(const std::string& name) {
+  OwnNames& own = ownNames();
+  const std::lock_guard<std::mutex> lock(own.mutex);
+  return own.names.count(name) != 0;
+}
+
+}  // namespace
+
+std::string temporaryName() {
+  OwnNames& own = ownNames();
+  const std::lock_guard<std::mutex> lock(own.mutex);
+  const std::string start = kPrefix + machineToken() + "-" + std::to_string(processId()) + "-";
+  for (;;) {
+    const std::string name = start + hexOf(randomWord());
+    if (own.names.insert(name).second) return name;
+  }
+}
+
+void forgetTemporaryName(const std::string& name) {
+  OwnNames& own = ownNames();
+  const std::lock_guard<std::mutex> lock(own.mutex);
+  own.names.erase(name);
+}
+
+bool isOwnTemporaryName(const std::string& name) { return isOwn(name); }
+
+bool isTemporaryName(const std::string& name) {
+  NameParts parts;
+  return splitName(name, parts);
+}
+
+bool isAbandoned(const std::string& name) {
+  NameParts parts;
+  if (!splitName(name, parts) || parts.machine != machineToken()) return false;
+  return parts.process == processId() ? !isOwn(name) : !processRuns(parts.process);
+}
+
+AtomicFile::AtomicFile(const boost::filesystem::path& target, bool ownerOnly) : target_(target), ownerOnly_(ownerOnly) {
+  for (int attempt = 1; !file_; ++attempt) {
+    const std::string name = temporaryName();
+    temporary_ = target.parent_path() / pathOf(std::wstring(name.begin(), name.end()));
+    try {
+      file_ = std::make_unique<File>(temporary_, File::Mode::createNew);
+    } catch (const boost::filesystem::filesystem_error& error) {
+      forgetTemporaryName(name);
+      if (attempt >= kNameAttempts || error.code() != boost::system::errc::file_exists) throw;
+    }
+  }
+  if (ownerOnly_) restrictToOwner(temporary_);
+}
+
+AtomicFile::~AtomicFile() {
+  file_.reset();
+  boost::system::error_code ignored;
+  if (!committed_) boost::filesystem::remove(temporary_, ignored);
+  forgetTemporaryName(utf8(temporary_.filename()));
+}
+
+void AtomicFile::commit() {
+  if (!ownerOnly_) giveNormalRights(temporary_, target_);
+  file_->flushToDisk();
+  file_->close();
+  replaceFile(temporary_, target_);
+  committed_ = true;
+  syncFolder(target_.parent_path());
+}
+
+void writeWholeFile(const boost::filesystem::path& target, const std::string& content, bool ownerOnly) {
+  AtomicFile output(target, ownerOnly);
+  output.file().write(content.data(), content.size());
+  output.commit();
+}
+
+}  // namespace platform
+}  // namespace Kelta

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <memory>
+#include <string>
+
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace platform {
+
+/// Writes a whole file so that under its name there is always the old content or the new, complete
+/// one, whatever happens in between. The temporary file stands in the target's folder under a name
+/// that isTemporaryName() knows and every scan ignores.
+class AtomicFile {
+public:
+  /// Creates the temporary file, for its owner alone. Throws filesystem_error. With `ownerOnly` commit() leaves its
+  /// rights as they are; else it gives it those of the file it replaces, or of any new file.
+  explicit AtomicFile(const boost::filesystem::path& target, bool ownerOnly = false);
+  /// Removes the temporary file unless commit() succeeded.
+  ~AtomicFile();
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+
+  File& file() { return *file_; }
+  const boost::filesystem::path& temporary() const { return temporary_; }
+  /// Flushes to disk, closes, and renames over the target. Throws filesystem_error; the target is then as it was.
+  void commit();
+
+private:
+  boost::filesystem::path target_;
+  boost::filesystem::path temporary_;
+  std::unique_ptr<File> file_;
+  bool ownerOnly_;
+  bool committed_ = false;
+};
+
+/// Writes `content` to `target` through an AtomicFile.
+void writeWholeFile(const boost::filesystem::path& target, const std::string& content, bool ownerOnly = false);
+
+/// A fresh name for a temporary file or folder: ".~kelsync-" + machine token (8 hex digits) + "-" + process
+/// id (decimal) + "-" + 8 random hex digits. The process remembers it as its own until forgetTemporaryName().
+std::string temporaryName();
+void forgetTemporaryName(const std::string& name);
+
+/// Whether `name` (a last component, UTF-8) has that form, whoever made it.
+bool isTemporaryName(const std::string& name);
+
+/// Whether this process has the name in use.
+bool isOwnTemporaryName(const std::string& name);
+
+/// Whether it was made on this machine by a process that is gone (or by an earlier process of our own
+/// number), so that nobody will finish it and it may be removed.
+bool isAbandoned(const std::string& name);
+
+}  // namespace platform
+}  // namespace Kelta

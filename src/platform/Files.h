@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Kelta {
+namespace platform {
+
+/// What a directory entry is, without following a symbolic link.
+enum class Kind { missing, file, folder, symlink, other, unknown };
+
+/// A file as it was at one moment. Two equal stamps mean: not written to in between.
+struct FileStamp {
+  Kind kind = Kind::missing;     ///< `unknown` when the system refuses to tell (no right to look, I/O error)
+  std::int64_t nanoseconds = 0;  ///< last-write time since the epoch, as exact as the file system keeps it
+  std::uint64_t size = 0;
+
+  /// The last-write time in whole seconds, rounded down.
+  std::int64_t seconds() const { return nanoseconds / 1000000000 - (nanoseconds % 1000000000 < 0 ? 1 : 0); }
+  bool sameContent(const FileStamp& other) const {
+    return kind == other.kind && nanoseconds == other.nanoseconds && size == other.size;
+  }
+};
+
+/// Never throws; symbolic links are not followed.
+FileStamp stampOf(const boost::filesystem::path& path);
+
+/// Sets the last-write time of a file. False when the system refuses.
+bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds);
+
+/// Renames `from` to `to` in one step, replacing a file that is there. Throws filesystem_error
+/// (across volumes: errc::cross_device_link).
+void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
+
+/// Makes a rename or a deletion in `folder` durable, where the system can.
+void syncFolder(const boost::filesystem::path& folder);
+
+/// Whether another program holds the file so that it cannot be read consistently now.
+/// Never opens anything but an ordinary file, and never waits.
+bool isLocked(const boost::filesystem::path& path);
+
+/// Hides a file from the user where that takes an attribute; elsewhere the leading dot does.
+void setHidden(const boost::filesystem::path& path);
+
+/// Moves a file into the user's recycle bin; where there is none, removes it. A folder is removed in one step, and
+/// only when it is empty, so that nothing which appears in it at the last moment goes along. True also when the entry
+/// is gone already; false, with the entry left where it was, when it could not be done.
+bool recycle(const boost::filesystem::path& path);
+
+/// Restricts a file or a folder to its owner, where the file system can. False when it refuses.
+bool restrictToOwner(const boost::filesystem::path& path);
+
+/// Gives the file `fresh`, made for its owner alone, the rights it is to have as `target`: those of the file
+/// it will replace, else those of any new file there.
+void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target);
+
+/// The user's folder for programs' own data; empty when the system names none.
+boost::filesystem::path userDataFolder();
+
+/// The name of this machine in its network; empty when it has none.
+std::string machineName();
+
+/// The platform's case rule: whether two generic paths name the same entry.
+bool samePath(const std::wstring& a, const std::wstring& b);
+
+/// The same for "equals `folder`, which has no trailing separator, or lies below it".
+bool liesBelow(const std::wstring& path, const std::wstring& folder);
+
+/// An open file with 64-bit positions. Failures throw filesystem_error with the path.
+class File {
+public:
+  enum class Mode {
+    read,       ///< an existing file, shared with readers, writers and deleters
+    createNew,  ///< a file that must not be there yet, for reading and writing; for the owner alone where files have
+                ///< modes
+  };
+  File(const boost::filesystem::path& path, Mode mode);
+  ~File();
+  File(File&&) noexcept;
+  File& operator=(File&&) noexcept;
+
+  /// Reads up to `size` bytes; fewer only at the end of the file.
+  std::size_t read(void* data, std::size_t size);
+  void write(const void* data, std::size_t size);
+  void seek(std::uint64_t position);
+  std::uint64_t position();
+  std::uint64_t size();
+  /// Returns when everything written is on the disk.
+  void flushToDisk();
+  /// Closes, and throws when that fails. The destructor closes silently.
+  void close();
+  /// The stamp of the open file itself, whatever now stands under its name.
+  FileStamp stamp();
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace platform
+}  // namespace Kelta

@@ -1,0 +1,228 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The desktop's trash: a folder with "files" (what was thrown away) and "info" (for each, a
+// ".trashinfo" file of the same name that tells where it came from and when). The user's own
+// lies in the data folder and serves that volume; on another volume it is ".Trash/<uid>" at its top, where the
+// administrator has prepared ".Trash", else ".Trash-<uid>".
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+
+#include "platform/Files.h"
+#include "platform/Random.h"
+
+namespace Kelta {
+namespace platform {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::size_t kLongestName = 230;  // leaves room for a number and ".trashinfo"
+constexpr int kNameAttempts = 32;
+constexpr int kNumberedAttempts = 8;  // then random names: a thousand files of one name must not cost a million looks
+
+enum class Outcome { done, unsuitable, failed };
+
+/// Whether an error says something about the moment, not about the place.
+bool isPassing(int error) {
+  return error == ENOSPC || error == EDQUOT || error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO ||
+         error == EINTR;
+}
+
+Outcome outcomeOf(int error) { return isPassing(error) ? Outcome::failed : Outcome::unsuitable; }
+
+struct Trash {
+  fs::path folder;
+  fs::path top;  ///< paths are recorded relative to it; empty: in full
+};
+
+/// What a file can be renamed within: one device may be mounted in several places, and no rename crosses a mount.
+struct Volume {
+  dev_t device = 0;
+  std::uint64_t mount = 0;  ///< 0 where the system does not number its mounts
+};
+
+bool volumeOf(const fs::path& path, Volume& volume) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return false;
+  volume.device = status.st_dev;
+  volume.mount = 0;
+  struct statx more {};
+  if (statx(AT_FDCWD, path.c_str(), 0, STATX_MNT_ID, &more) == 0 && (more.stx_mask & STATX_MNT_ID) != 0)
+    volume.mount = more.stx_mnt_id;
+  return true;
+}
+
+bool isOnVolume(fs::path path, const Volume& wanted) {
+  Volume volume;
+  while (!volumeOf(path, volume)) {
+    if (!path.has_parent_path()) return false;
+    path = path.parent_path();
+  }
+  return volume.device == wanted.device && volume.mount == wanted.mount;
+}
+
+fs::path topOfVolume(fs::path folder, const Volume& volume) {
+  while (folder.has_parent_path() && isOnVolume(folder.parent_path(), volume)) folder = folder.parent_path();
+  return folder;
+}
+
+/// A folder for our user alone; one that exists must be a real one and ours.
+Outcome makePrivateFolder(const fs::path& folder) {
+  if (mkdir(folder.c_str(), S_IRWXU) == 0) return Outcome::done;
+  if (errno != EEXIST) return outcomeOf(errno);
+  struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0) return outcomeOf(errno);
+  return S_ISDIR(status.st_mode) && status.st_uid == getuid() ? Outcome::done : Outcome::unsuitable;
+}
+
+bool isPreparedByAdministrator(const fs::path& shared) {
+  struct stat status {};
+  return lstat(shared.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+}
+
+Outcome findOwnTrash(Trash& trash) {
+  boost::system::error_code error;
+  const fs::path data = userDataFolder();
+  fs::create_directories(data, error);
+  if (error) return outcomeOf(error.value());
+  trash = {data / "Trash", fs::path()};
+  return makePrivateFolder(trash.folder);
+}
+
+Outcome findVolumeTrash(const fs::path& top, Trash& trash) {
+  const std::string user = std::to_string(getuid());
+  trash = {top / ".Trash" / user, top};
+  if (isPreparedByAdministrator(top / ".Trash") && makePrivateFolder(trash.folder) == Outcome::done)
+    return Outcome::done;
+  trash.folder = top / (".Trash-" + user);
+  return makePrivateFolder(trash.folder);
+}
+
+Outcome findTrash(const fs::path& entry, Trash& trash) {
+  Volume volume;
+  if (!volumeOf(entry.parent_path(), volume)) return outcomeOf(errno);
+  const fs::path data = userDataFolder();
+  Outcome outcome = !data.empty() && isOnVolume(data, volume)
+                        ? findOwnTrash(trash)
+                        : findVolumeTrash(topOfVolume(entry.parent_path(), volume), trash);
+  for (const char* part : {"files", "info"})
+    if (outcome == Outcome::done) outcome = makePrivateFolder(trash.folder / part);
+  return outcome;
+}
+
+std::string percentEncoded(const std::string& path) {
+  static const std::string plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~/";
+  std::string encoded;
+  for (const char c : path) {
+    if (plain.find(c) != std::string::npos) {
+      encoded.push_back(c);
+    } else {
+      const unsigned byte = static_cast<unsigned char>(c);
+      encoded += {'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 0xF]};
+    }
+  }
+  return encoded;
+}
+
+std::string infoFor(const fs::path& entry, const Trash& trash) {
+  std::string origin = entry.native();
+  if (!trash.top.empty()) origin.erase(0, trash.top.native().size() + (trash.top == "/" ? 0 : 1));
+  const time_t now = time(nullptr);
+  struct tm local {};
+  std::array<char, 32> date{};
+  localtime_r(&now, &local);
+  strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &local);
+  return "[Trash Info]\nPath=" + percentEncoded(origin) + "\nDeletionDate=" + date.data() + "\n";
+}
+
+/// Reserves a name in the trash by its info file. Throws filesystem_error (errc::file_exists: taken).
+void writeInfo(const fs::path& info, const std::string& text) {
+  File file(info, File::Mode::createNew);
+  try {
+    file.write(text.data(), text.size());
+    file.flushToDisk();
+    file.close();
+  } catch (...) {
+    unlink(info.c_str());
+    throw;
+  }
+}
+
+/// Renames without replacing anything. 0 or an error number.
+int moveIntoTrash(const fs::path& from, const fs::path& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+  if (stampOf(to).kind != Kind::missing) return EEXIST;
+  return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+std::string nameInTrash(const fs::path& entry, int attempt) {
+  std::string name = entry.filename().native();
+  if (name.size() > kLongestName) {
+    std::size_t cut = kLongestName;
+    while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
+    name.resize(cut);
+  }
+  if (attempt == 1) return name;
+  std::uint32_t word = static_cast<std::uint32_t>(attempt);
+  if (attempt > kNumberedAttempts) stirringWord(word);
+  return name + "." + std::to_string(word);
+}
+
+Outcome throwAway(const fs::path& entry, const Trash& trash) {
+  const std::string text = infoFor(entry, trash);
+  for (int attempt = 1; attempt <= kNameAttempts; ++attempt) {
+    const std::string name = nameInTrash(entry, attempt);
+    const fs::path info = trash.folder / "info" / (name + ".trashinfo");
+    try {
+      writeInfo(info, text);
+    } catch (const fs::filesystem_error& error) {
+      if (error.code() == boost::system::errc::file_exists) continue;
+      return outcomeOf(error.code().value());
+    }
+    const int error = moveIntoTrash(entry, trash.folder / "files" / name);
+    if (error == 0) {
+      syncFolder(trash.folder / "files");
+      syncFolder(trash.folder / "info");
+      return Outcome::done;
+    }
+    unlink(info.c_str());
+    if (error != EEXIST) return Outcome::failed;
+  }
+  return Outcome::failed;
+}
+
+/// The entry's full path with every symbolic link on the way to it resolved. Throws filesystem_error.
+fs::path fullPath(const fs::path& path) {
+  const fs::path absolute = fs::absolute(path);
+  return fs::canonical(absolute.parent_path()) / absolute.filename();
+}
+
+}  // namespace
+
+bool recycle(const boost::filesystem::path& path) try {
+  const Kind kind = stampOf(path).kind;
+  if (kind == Kind::missing) return true;
+  if (kind == Kind::unknown) return false;
+  if (kind == Kind::folder) return rmdir(path.c_str()) == 0;
+  const fs::path entry = fullPath(path);
+  Trash trash;
+  Outcome outcome = findTrash(entry, trash);
+  if (outcome == Outcome::done) outcome = throwAway(entry, trash);
+  if (outcome == Outcome::unsuitable) return unlink(entry.c_str()) == 0;
+  return outcome == Outcome::done;
+} catch (const std::exception&) {
+  return false;
+}
+
+}  // namespace platform
+}  // namespace Kelta

@@ -1,0 +1,395 @@
+// SPDX-License-Identifier: Apache-2.0
+// The user, another device or the cloud client acting at the worst moment, and volumes that come and go.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveEngine.h"
+#include "support/Device.h"
+
+namespace Kelta {
+namespace test {
+namespace {
+
+class HookClock : public VirtualClock {
+public:
+  std::function<void(std::int64_t)> onPause;
+  mutable std::function<void()> onLook;
+  void wait(std::int64_t ms, Interruption& i) override {
+    VirtualClock::wait(ms, i);
+    if (onPause) onPause(ms);
+  }
+  std::int64_t nowMicroseconds() const override {
+    if (onLook) onLook();
+    return VirtualClock::nowMicroseconds();
+  }
+};
+
+class Adversity : public ::testing::Test {
+protected:
+  Adversity()
+      : clock(std::make_shared<HookClock>()),
+        a(folder / "a", folder / "outside", clock),
+        b(folder / "b", folder / "outside") {}
+  void converge() {
+    for (int i = 0; i < 6 && !(a.cycle() + b.cycle()).empty(); ++i) {
+    }
+    EXPECT_EQ(a.tree(), b.tree());
+  }
+  fs::path in(const Device& d, const std::string& e) { return d.inside() / e; }
+  fs::path out(const std::string& e) { return a.outside() / e; }
+  std::string trash(const std::string& home) {
+    const fs::path p = folder / (home + "/data/Trash/files");
+    return fs::exists(p) ? treeOf(p) : "";
+  }
+  TempFolder folder;
+  std::shared_ptr<HookClock> clock;
+  Device a;
+  Device b;
+};
+
+// Loser of a both-changed, Inside version: nowhere
+TEST_F(Adversity, LoserOfTheInsideGoesToTheRecycleBin) {
+  put(in(a, "x"), "0", 1);
+  converge();
+  put(in(a, "x"), "a's work", 10);
+  put(in(b, "x"), "b's work", 20);
+  b.cycle();
+  a.cycle();
+  EXPECT_EQ(a.tree(), "x=b's work@20");
+  const std::string kept = trash("a") + trash("b");
+  EXPECT_NE(kept.find("a's work"), std::string::npos) << kept;
+}
+
+// User edits the target during the pause before/between attempts
+TEST_F(Adversity, TargetEditedDuringARetryPause) {
+  put(in(a, "x"), "0", 1);
+  converge();
+  put(in(b, "x"), "from b", 10);
+  b.cycle();
+  a.pair().scanSrcChanges();
+  a.pair().scanDestChanges();
+  const fs::path parked = folder / "parked";
+  fs::rename(a.temp(), parked);
+  put(a.temp(), "access error", 0);
+  clock->onPause = [&](std::int64_t ms) {
+    if (ms != 1000 || fs::is_directory(a.temp())) return;
+    fs::remove(a.temp());
+    fs::rename(parked, a.temp());
+    put(in(a, "x"), "saved by the user", 500);
+  };
+  a.pair().syncChanges();
+  EXPECT_EQ(contentOf(in(a, "x")), "saved by the user");
+}
+TEST_F(Adversity, TargetEditedWhileTheRunningSecondIsWaitedOut) {
+  put(in(a, "x"), "0", 1);
+  converge();
+  put(in(b, "x"), "from b", clock->nowSeconds() - kEpoch - 5);
+  b.cycle();
+  const std::int64_t now = clock->nowSeconds();
+  platform::setLastWriteTime(out("x.kelta"), now * 1000000000);
+  a.pair().scanSrcChanges();
+  a.pair().scanDestChanges();
+  const std::int64_t second = clock->nowSeconds();
+  platform::setLastWriteTime(out("x.kelta"), second * 1000000000);
+  clock->onPause = [&](std::int64_t) {
+    put(in(a, "x"), "saved by the user", second + 1 - kEpoch);
+    clock->onPause = nullptr;
+  };
+  a.pair().syncChanges();
+  EXPECT_EQ(contentOf(in(a, "x")), "saved by the user");
+}
+
+// Edit right behind the placement, within two seconds of the source's time: time put back
+TEST_F(Adversity, AnEditRightAfterThePlacementIsSeen) {
+  put(in(b, "x"), "from b", 10);
+  b.cycle();
+  clock->onLook = [&] {
+    if (!fs::exists(in(a, "x"))) return;
+    clock->onLook = nullptr;
+    put(in(a, "x"), "edited by the user at once", 11);
+  };
+  a.cycle();
+  clock->onLook = nullptr;
+  converge();
+  EXPECT_EQ(contentOf(in(b, "x")), "edited by the user at once");
+}
+TEST_F(Adversity, ACopyRemovedRightAfterThePlacementIsNotForgotten) {
+  put(in(a, "x"), "from a", 10);
+  clock->onLook = [&] {
+    if (!fs::exists(out("x.kelta"))) return;
+    clock->onLook = nullptr;
+    fs::remove(out("x.kelta"));
+  };
+  a.cycle();
+  clock->onLook = nullptr;
+  for (int i = 0; i < 3; ++i) a.cycle();
+  EXPECT_EQ(fs::exists(in(a, "x")), fs::exists(out("x.kelta")));
+}
+
+// Archive given up for want of a key is overwritten / deleted / never healed
+class GivenUp : public Adversity {
+protected:
+  void SetUp() override {
+    put(in(a, "x"), "0", 1);
+    converge();
+    a.handler().clearAssets();
+    a.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+    a.handler().setAssetKey(L"main", testKey());
+    put(in(a, "x"), "a's precious work", 20);
+    a.cycle();
+    b.cycle();
+    b.clock().advance(91000);
+    b.cycle();
+    ASSERT_NE(platform::utf8(b.handler().getQuarantineAsJSON()).find("no-key"), std::string::npos);
+    archive = contentOf(out("x.kelta"));
+  }
+  std::string archive;
+};
+TEST_F(GivenUp, IsNotOverwrittenByAnEdit) {
+  put(in(b, "x"), "edit of the old version", 30);
+  for (int i = 0; i < 2; ++i) b.cycle();
+  EXPECT_TRUE(contentOf(out("x.kelta")) == archive);
+}
+TEST_F(GivenUp, IsNotDeleted) {
+  fs::remove(in(b, "x"));
+  b.cycle();
+  EXPECT_TRUE(fs::exists(out("x.kelta")));
+}
+TEST_F(GivenUp, ComesWithTheKey) {
+  b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+  for (int i = 0; i < 3; ++i) b.cycle();
+  b.start();
+  b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+  b.pair().keyArrived();
+  for (int i = 0; i < 3; ++i) b.cycle();
+  EXPECT_EQ(b.tree(), "x=a's precious work@20");
+}
+
+TEST_F(GivenUp, ComesWithTheKeyWithoutARestart) {
+  b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+  b.pair().keyArrived();
+  for (int i = 0; i < 3; ++i) b.cycle();
+  EXPECT_EQ(b.tree(), "x=a's precious work@20");
+}
+TEST_F(Adversity, ANewFileComesWithTheKeyWithoutARestart) {
+  a.handler().clearAssets();
+  a.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+  put(in(a, "x"), "new", 20);
+  a.cycle();
+  b.cycle();
+  b.clock().advance(91000);
+  b.cycle();
+  b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
+  b.pair().keyArrived();
+  for (int i = 0; i < 3; ++i) b.cycle();
+  EXPECT_EQ(b.tree(), "x=new@20");
+}
+// Unencrypted Content with somebody's metadata
+TEST_F(Adversity, AnUnencryptedContentIsNotTaken) {
+  put(in(a, "x"), "genuine", 10);
+  a.cycle();
+  const fs::path meta = folder / "__KELASSET_.json";
+  put(meta, archive::readEntry(out("x.kelta"), "__KELASSET_.json", ""), 0);
+  put(folder / "evil", "planted by the cloud", 0);
+  zip::ArchiveEngine engine;
+  zip::EntryOptions plain;
+  engine.addFile(folder / "evil", "Content", plain);
+  engine.addFile(meta, "__KELASSET_.json", plain);
+  engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
+  engine.writeArchive(out("x.kelta"));
+  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 50) * 1000000000);
+  a.cycle();
+  EXPECT_EQ(contentOf(in(a, "x")), "genuine");
+}
+TEST_F(Adversity, ForeignEntriesAreNotUnpacked) {
+  put(in(a, "x"), "genuine", 10);
+  a.cycle();
+  // a bomb beside the genuine content: unencrypted entry added with the update function
+  const fs::path bomb = folder / "bomb";
+  {
+    fs::ofstream s(bomb, std::ios::binary);
+    std::string mb(1 << 20, '\0');
+    for (int i = 0; i < 300; ++i) s << mb;
+  }
+  zip::ArchiveEngine engine;
+  zip::EntryOptions options;
+  options.setCompression(zip::kDeflated, 9);
+  engine.addFile(bomb, "bomb", options);
+  engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
+  engine.updateArchive(out("x.kelta"));
+  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 50) * 1000000000);
+  std::uintmax_t most = 0;
+  clock->onLook = [&] {
+    std::uintmax_t sum = 0;
+    boost::system::error_code e;
+    for (fs::recursive_directory_iterator it(a.temp(), e), end; !e && it != end; it.increment(e))
+      if (fs::is_regular_file(it->path(), e)) sum += fs::file_size(it->path(), e);
+    most = std::max(most, sum);
+  };
+  a.cycle();
+  clock->onLook = nullptr;
+  EXPECT_LT(most, 10000000u);
+}
+
+// Roots and subfolders
+TEST_F(Adversity, AReplacedRootWithItsOwnMarkerIsNoMassDeletion) {
+  // First start on the bare mount point: the engine marks it.
+  Device c(folder / "c", folder / "outside-c");
+  c.cycle();
+  fs::rename(c.inside(), folder / "bare");
+  fs::create_directory(c.inside());  // the volume
+  put(in(c, "one"), "1", 10);
+  put(in(c, "dir/two"), "2", 10);
+  c.start();
+  c.cycle();
+  ASSERT_EQ(namesOf(c.outside()), "dir/ dir/two.kelta one.kelta");
+  fs::rename(c.inside(), folder / "volume");  // unmounted
+  fs::rename(folder / "bare", c.inside());
+  c.start();
+  c.cycle();
+  EXPECT_EQ(namesOf(c.outside()), "dir/ dir/two.kelta one.kelta");
+}
+TEST_F(Adversity, ASubfolderThatBecameALinkIsNoMassDeletion) {
+  put(in(a, "dir/one"), "1", 10);
+  put(in(a, "dir/sub/two"), "2", 10);
+  a.cycle();
+  fs::rename(in(a, "dir"), folder / "elsewhere");
+  fs::create_directory_symlink(folder / "elsewhere", in(a, "dir"));
+  a.cycle();
+  EXPECT_EQ(namesOf(a.outside()), "dir/ dir/one.kelta dir/sub/ dir/sub/two.kelta");
+  fs::rename(folder / "elsewhere", folder / "unplugged");
+  a.cycle();
+  EXPECT_EQ(namesOf(a.outside()), "dir/ dir/one.kelta dir/sub/ dir/sub/two.kelta");
+}
+
+// Times that went backwards
+TEST_F(Adversity, AnUnseenOlderVersionIsNotDeleted) {
+  put(in(a, "x"), "old", 20);
+  converge();
+  fs::remove(in(b, "x"));
+  b.cycle();
+  put(in(b, "x"), "restored from a backup", 5);
+  b.cycle();
+  ASSERT_EQ(platform::stampOf(out("x.kelta")).seconds(), kEpoch + 5);
+  fs::remove(in(a, "x"));
+  a.cycle();
+  EXPECT_TRUE(fs::exists(out("x.kelta"))) << "deleted a version that a never saw";
+}
+TEST_F(Adversity, AnUnseenOlderVersionIsNotOverwritten) {
+  put(in(a, "x"), "old", 20);
+  converge();
+  put(in(b, "x"), "from b", 30);
+  b.cycle();
+  put(in(a, "x"), "put back from a backup", 5);  // cp -p
+  a.cycle();
+  const std::string kept = trash("a") + trash("b") + a.tree();
+  EXPECT_NE(kept.find("put back from a backup"), std::string::npos);
+}
+
+// A locked target
+TEST_F(Adversity, ALockedTargetIsNotReplaced) {
+  put(in(a, "x"), "0", 1);
+  converge();
+  put(in(b, "x"), "from b", 10);
+  b.cycle();
+  const int fd = ::open(in(a, "x").c_str(), O_RDWR);
+  flock(fd, LOCK_EX);
+  a.cycle();
+  EXPECT_EQ(::write(fd, "UNSAVED WORK", 12), 12);
+  ::close(fd);
+  EXPECT_EQ(contentOf(in(a, "x")), "UNSAVED WORK");
+}
+
+// Subset scan skips siblings that sort between "d" and "d/"
+TEST_F(Adversity, SubScanSeesDeletionsBesideAFolder) {
+  put(in(a, "top/d/file"), "1", 10);
+  put(in(a, "top/d.txt"), "1", 10);
+  put(in(a, "top/d (copy)"), "1", 10);
+  a.cycle();
+  fs::remove(in(a, "top/d.txt"));
+  fs::remove(in(a, "top/d (copy)"));
+  a.pair().subScanForChanges({platform::wideOf(in(a, "top"))});
+  a.pair().subResolve();
+  EXPECT_EQ(namesOf(out("top")), "d/ d/file.kelta");
+}
+// One-sided record
+TEST_F(Adversity, ARecordRemovedByTheHostIsMergedAgain) {
+  put(in(a, "x"), "1", 10);
+  converge();
+  EXPECT_TRUE(a.pair().stateRemoveRecord(platform::wideOf(in(a, "x"))));
+  std::string events;
+  for (int i = 0; i < 4; ++i) events = a.cycle();
+  EXPECT_EQ(events, "");
+  put(in(b, "x"), "2", 20);
+  b.cycle();
+  for (int i = 0; i < 3; ++i) events = a.cycle();
+  EXPECT_EQ(events, "");
+  EXPECT_EQ(contentOf(in(a, "x")), "2");
+}
+// Inside moved to a name of the same length
+TEST_F(Adversity, AMovedInsideMerges) {
+  Device c(folder / "home1", folder / "outside-c");
+  put(in(c, "x"), "1", 10);
+  c.cycle();
+  fs::rename(folder / "home1", folder / "home2");
+  Device d(folder / "home2", folder / "outside-c");
+  std::string events;
+  for (int i = 0; i < 3; ++i) events = d.cycle();
+  EXPECT_EQ(events, "");
+}
+// Interrupted between the last child and the folder
+TEST_F(Adversity, AFolderDeletionSurvivesAnInterruption) {
+  put(in(a, "d/x"), "1", 10);
+  converge();
+  fs::remove_all(in(a, "d"));
+  a.pair().interruption()->begin();
+  a.pair().setProgress([&](const std::wstring&, const std::wstring&, std::uint64_t, std::uint64_t) {
+    a.pair().interruption()->request();
+  });
+  EXPECT_THROW(a.pair().syncCycle(), boost::thread_interrupted);
+  a.pair().interruption()->end();
+  a.pair().endCycle();
+  a.pair().setProgress({});
+  for (int i = 0; i < 3; ++i) a.cycle();
+  EXPECT_EQ(fs::exists(in(a, "d")), fs::exists(out("d")));
+  a.start();
+  a.cycle();
+  EXPECT_FALSE(fs::exists(in(a, "d"))) << "came back";
+}
+// Both a folder and an archive of one plain name
+TEST_F(Adversity, AFolderBesideAnArchiveOfTheSameName) {
+  put(in(a, "x"), "file", 10);
+  converge();
+  // b turned x into a folder; the cloud brings the folder before the deletion
+  Device c(folder / "c", folder / "outside-c");
+  put(in(c, "x/inner"), "inner", 30);
+  c.cycle();
+  fs::create_directories(out("x"));
+  fs::copy_file(folder / "outside-c/x/inner.kelta", out("x/inner.kelta"));
+  platform::setLastWriteTime(out("x/inner.kelta"), (kEpoch + 30) * 1000000000);
+  a.cycle();
+  a.cycle();
+  fs::remove(out("x.kelta"));
+  for (int i = 0; i < 4; ++i) a.cycle();
+  EXPECT_EQ(a.cycle(), "");
+  EXPECT_EQ(a.tree(), "x/ x/inner=inner@30");
+}
+// Leftovers of another host name
+TEST_F(Adversity, PlaintextLeftByAKilledRunUnderAnotherHostName) {
+  put(a.temp() / ".~kelsync-deadbeef-999999-01234567/content/Content", "plain text", 1);
+  platform::setLastWriteTime(a.temp() / ".~kelsync-deadbeef-999999-01234567", (kEpoch + 1) * 1000000000);
+  a.start();
+  EXPECT_EQ(a.leftovers(), "");
+}
+TEST_F(Adversity, AVolumesRootAsAPairFolder) {
+  EXPECT_TRUE(platform::liesBelow(L"D:/x", L"D:/"));
+  SyncPair pair(clock);
+  pair.setSourceFolder(L"D:\\");
+  EXPECT_TRUE(pair.isSrcFolder(L"D:/x"));
+}
+}  // namespace
+}  // namespace test
+}  // namespace Kelta

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: Apache-2.0
+// The engine's exports as a host calls them.
+#include <gtest/gtest.h>
+
+#include <boost/thread/thread.hpp>
+#include <cstdlib>
+#include <vector>
+
+#include "base/Log.h"
+#include "kelsyncpair/kelsyncpair.h"
+#include "support/Device.h"
+
+namespace Kelta {
+namespace test {
+namespace {
+
+class Api : public ::testing::Test {
+protected:
+  Api() {
+    kelsync_init(&h);
+    for (const char* name : {"inside", "outside", "log"}) fs::create_directory(folder / name);
+    setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
+  }
+  ~Api() override { kelsync_delete(h); }
+
+  void configure() {
+    kelsync_set_source_folder(h, folder.wide("inside").c_str());
+    kelsync_set_dest_folder(h, folder.wide("outside").c_str());
+    kelsync_set_temp_folder(h, folder.wide("temp").c_str());
+    kelsync_set_state_path(h, folder.wide("state").c_str());
+    kelsync_set_assetkey(h, L"main", testKey());
+    kelsync_init_state(h);
+  }
+  std::string logIn(const char* name) { return contentOf(folder / name / "syncpair.log"); }
+  std::string notifications() {
+    wchar_t* text = nullptr;
+    const std::uint32_t length = kelsync_get_notifications_JSON(h, &text);
+    const std::wstring copy(text);
+    freeme(text);
+    EXPECT_EQ(copy.size(), length);
+    return platform::utf8(copy);
+  }
+
+  TempFolder folder;
+  kelsync_pair* h = nullptr;
+};
+
+TEST_F(Api, NullArgumentsAreIgnored) {
+  EXPECT_EQ(kelsync_init(nullptr), nullptr);
+  kelsync_delete(nullptr);
+  for (auto* call : {kelsync_interrupt, kelsync_clear_assets, kelsync_init_state, kelsync_sync_cycle,
+                     kelsync_scan_src_changes, kelsync_scan_dest_changes, kelsync_sync_changes, kelsync_write_state,
+                     kelsync_sync_end, kelsync_default_sleep, kelsync_sub_resolve, kelsync_clear_notifications}) {
+    call(nullptr);
+  }
+  for (auto* call :
+       {kelsync_set_source_folder, kelsync_set_dest_folder, kelsync_set_temp_folder, kelsync_set_state_path,
+        kelsync_set_log_folder, kelsync_remove_assetkey, kelsync_quarantine_clear_rec}) {
+    call(nullptr, L"x");
+    call(h, nullptr);
+  }
+  kelsync_set_assetkey(h, nullptr, L"k");
+  kelsync_set_assetkey(h, L"id", nullptr);
+  kelsync_set_compression_flag(nullptr, 1);
+  kelsync_set_FNE(nullptr, 1);
+  kelsync_cb_register_keynotfound(nullptr, nullptr);
+  kelsync_cb_register_progress(nullptr, nullptr, nullptr);
+  kelsync_vw_new(nullptr);
+  kelsync_vw_add(nullptr, L"x");
+  kelsync_sub_scan(nullptr, nullptr);
+  kelsync_sub_scan(h, nullptr);
+  EXPECT_EQ(kelsync_ok(nullptr) + kelsync_default_sleep_tell(nullptr) + kelsync_quarantine_get_last_update(nullptr), 0);
+  EXPECT_EQ(kelsync_state_insert_record(h, nullptr) + kelsync_state_remove_record(nullptr, L"x"), 0);
+  wchar_t* text = nullptr;
+  EXPECT_EQ(kelsync_get_notifications_JSON(nullptr, &text), 0u);
+  EXPECT_EQ(kelsync_quarantine_get_JSON(h, nullptr), 0u);
+  EXPECT_EQ(kelsync_ok(h), 1);
+}
+
+TEST_F(Api, NotificationsAreHandedOutWholeAndKeptUntilCleared) {
+  EXPECT_EQ(notifications(), "{\"notifications\":[]}");
+  configure();
+  fs::remove_all(folder / "outside");
+  kelsync_scan_src_changes(h);
+  kelsync_scan_dest_changes(h);
+  EXPECT_EQ(kelsync_ok(h), 0);
+  const std::string once = "{\"notifications\":[{\"type\":\"ERROR\",\"message\":\"One or more pair folder missing\"}]}";
+  EXPECT_EQ(notifications(), once);
+  EXPECT_EQ(notifications(), once);
+  kelsync_clear_notifications(h);
+  EXPECT_EQ(notifications(), "{\"notifications\":[]}");
+  SyncPair pair;
+  pair.notify(L"SYNC", L"one", L"42");
+  pair.notify(L"SYNC", L"two");
+  EXPECT_EQ(platform::utf8(pair.notificationsAsJSON()),
+            "{\"notifications\":[{\"type\":\"SYNC\",\"message\":\"one\",\"more\":42},"
+            "{\"type\":\"SYNC\",\"message\":\"two\"}]}");
+}
+
+// Steps and sub-scans instead of whole cycles, whose pauses are real here.
+TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
+  configure();
+  put(folder / "inside/dir/x", "content", 10);
+  std::vector<std::string> events;
+  kelsync_cb_register_progress(
+      h,
+      [](void* context, const wchar_t* operation, const wchar_t* path, uint64_t done, uint64_t total) {
+        static_cast<std::vector<std::string>*>(context)->push_back(
+            platform::utf8(std::wstring(operation)) + " " + platform::utf8(platform::pathOf(path).filename()) + " " +
+            std::to_string(done) + "/" + std::to_string(total));
+      },
+      &events);
+  kelsync_folder_list* list = nullptr;
+  kelsync_vw_new(&list);
+  kelsync_vw_add(list, folder.wide("inside").c_str());
+  kelsync_sub_scan_updates(h, list, 0);
+  kelsync_sub_scan_deletes(h, list, 1);
+  kelsync_sub_resolve(h);
+  EXPECT_EQ(events, (std::vector<std::string>{"folder dir 1/2", "encrypt x.kelta 2/2"}));
+  const std::string told = notifications();
+  EXPECT_NE(told.find("Encrypted x successfully"), std::string::npos) << told;
+  EXPECT_NE(contentOf(folder / "state/Kelta_sync_state_0.txt").find("/dir/x\t"), std::string::npos);
+  EXPECT_EQ(kelsync_state_remove_record(h, folder.wide("inside/dir/x").c_str()), 1);
+}
+
+TEST_F(Api, AKeyMayArriveThroughTheCallback) {
+  Device other(folder / "other", folder / "outside");
+  put(other.inside() / "x", "content", 10);
+  put(other.inside() / "y", "content", 10);
+  other.cycle();
+  configure();
+  kelsync_clear_assets(h);
+  static kelsync_pair* engine;
+  static std::string asked;
+  engine = h;
+  asked.clear();
+  kelsync_cb_register_keynotfound(h, [](const wchar_t* id) -> const wchar_t* {
+    asked += platform::utf8(std::wstring(id)) + " ";
+    if (asked.size() < 6) return nullptr;
+    kelsync_set_assetkey(engine, L"unrelated", L"some other key");
+    return testKey();
+  });
+  kelsync_folder_list* list = nullptr;
+  kelsync_vw_new(&list);
+  kelsync_vw_add(list, folder.wide("outside").c_str());
+  kelsync_sub_scan_resolve(h, list);
+  EXPECT_EQ(asked, "main main ") << "once an archive; the first time there was none";
+  EXPECT_EQ(treeOf(folder / "inside"), "y=content@10");
+}
+
+TEST_F(Api, AnInterruptionFromAnotherThreadEndsASleep) {
+  kelsync_interrupt(h);  // nothing runs: no effect on the next command
+  ASSERT_EQ(kelsync_default_sleep_tell(h), 10);
+  boost::thread host([this] {
+    const auto start = boost::chrono::steady_clock::now();
+    kelsync_default_sleep(h);
+    EXPECT_LT(boost::chrono::steady_clock::now() - start, boost::chrono::seconds(9));
+  });
+  while (!host.try_join_for(boost::chrono::milliseconds(5))) kelsync_interrupt(h);
+}
+
+TEST_F(Api, EnginesOnSeveralThreadsDoNotDisturbEachOther) {
+  std::vector<std::unique_ptr<Device>> devices;
+  for (int i = 0; i < 3; ++i) {
+    const std::string name = "device" + std::to_string(i);
+    devices.push_back(std::make_unique<Device>(folder / name, folder / (name + "-outside")));
+    for (int f = 0; f < 20; ++f) put(devices.back()->inside() / std::to_string(f), std::string(9999, 'x'), f + 1);
+  }
+  boost::thread_group threads;
+  for (auto& device : devices) threads.create_thread([&device] { device->cycle(); });
+  threads.join_all();
+  for (auto& device : devices) EXPECT_EQ(device->cycle(), "");
+}
+
+TEST_F(Api, TheLogFollowsItsFolderAndItsProperties) {
+  ::testing::internal::CaptureStdout();
+  kelsync_set_log_folder(h, folder.wide("none").c_str());
+  EXPECT_FALSE(fs::exists(folder / "none"));
+  kelsync_set_log_folder(h, folder.wide("log").c_str());
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "3\n");
+  kelsync_set_state_path(h, folder.wide("state").c_str());
+  const std::string info = logIn("log");
+  EXPECT_NE(info.find("INFO "), std::string::npos) << info;
+  EXPECT_NE(info.find(") setStateFilePaths() "), std::string::npos) << info;
+  EXPECT_EQ(info.find("DEBUG"), std::string::npos);
+
+  put(folder / "properties/log.properties", "log4cplus.rootLogger=DEBUG\n", 0);
+  ::testing::internal::CaptureStdout();
+  kelsync_set_log_folder(h, folder.wide("properties").c_str());
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  kelsync_set_state_path(h, (folder.wide("state") + L"/" + std::wstring(5000, L'\x20AC')).c_str());
+  const std::string debug = logIn("properties");
+  EXPECT_NE(debug.find("DEBUG"), std::string::npos);
+  std::wstring whole;
+  EXPECT_TRUE(platform::wideFromUtf8(debug, whole)) << "an over-long line was cut within a character";
+  EXPECT_EQ(logIn("log"), info);
+
+  setenv("SYNCPAIRTRACE", "", 1);
+  fs::create_directory(folder / "trace");
+  ::testing::internal::CaptureStdout();
+  kelsync_set_log_folder(h, folder.wide("trace").c_str());
+  ::testing::internal::GetCapturedStdout();
+  unsetenv("SYNCPAIRTRACE");
+  configure();
+  put(folder / "inside/x", "content", 10);
+  kelsync_folder_list* list = nullptr;
+  kelsync_vw_new(&list);
+  kelsync_vw_add(list, folder.wide("inside").c_str());
+  kelsync_sub_scan_resolve(h, list);
+  const std::string trace = logIn("trace");
+  EXPECT_NE(trace.find("DEBUG"), std::string::npos);
+  EXPECT_EQ(trace.find(platform::utf8(std::wstring(testKey()))), std::string::npos) << "a key was logged";
+  EXPECT_EQ(trace.find(" encrypt\t"), std::string::npos);
+  const std::string activity = contentOf(folder / "trace/activity.log");
+  EXPECT_NE(activity.find("Z\tencrypt\t"), std::string::npos) << activity;
+  kelsync_pair* const engine = h;
+  h = nullptr;
+  kelsync_delete(engine);
+  log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace Kelta

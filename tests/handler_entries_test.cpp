@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the handler decides about entries: ignored, quarantined, deleted.
+#include <set>
+
+#include "platform/AtomicFile.h"
+#include "support/HandlerFixture.h"
+
+using namespace Kelta;
+using namespace Kelta::test;
+namespace fs = boost::filesystem;
+
+namespace {
+
+TEST_F(HandlerTest, IgnoresWhatCannotBeSynchronisedAndRecordsIt) {
+  for (const char* name : {"in/plain", "in/a.kelta", "in/b.KELTA", "out/a.kelta", "in/Icon\r", "in/tab\there",
+                           "in/back\\slash", "in/return\r", "in/bad\xFF\xFE", "in/bad\xFE"})
+    write(name, "x");
+  EXPECT_FALSE(handler.ignore(folder / "in/plain"));
+  EXPECT_FALSE(handler.ignore(folder / "in/b.KELTA"));
+  EXPECT_FALSE(handler.ignore(folder / "out/a.kelta"));
+  EXPECT_FALSE(handler.ignore(folder / "in/missing\tname"));
+  EXPECT_TRUE(handler.ignore(folder / "in/Icon\r"));
+  EXPECT_EQ(quarantine().size(), 0U);
+  EXPECT_TRUE(handler.ignore(folder / "in/a.kelta"));
+  for (const char* name : {"in/tab\there", "in/back\\slash", "in/return\r", "in/bad\xFF\xFE", "in/bad\xFE"})
+    EXPECT_TRUE(handler.ignore(folder / name)) << name;
+  EXPECT_EQ(quarantine().size(), 6U);
+  const int changed = handler.quarantineLastUpdate();
+  clock->advance(10000);
+  EXPECT_TRUE(handler.ignore(folder / "in/tab\there"));
+  EXPECT_EQ(handler.quarantineLastUpdate(), changed);
+  EXPECT_NE(handler.getQuarantineAsJSON().find(L"/in/tab\\there\""), std::wstring::npos);
+}
+
+TEST_F(HandlerTest, RemovesOnlyAbandonedTemporaries) {
+  const std::string abandoned = platform::temporaryName();
+  const std::string busy = platform::temporaryName();
+  platform::forgetTemporaryName(abandoned);
+  for (const std::string place : {"in/", "out/", "elsewhere/", "temp/folder/"}) {
+    write(place + abandoned, "x");
+    write(place + busy, "x");
+    EXPECT_TRUE(handler.ignore(folder / (place + abandoned)));
+    EXPECT_TRUE(handler.ignore(folder / (place + busy)));
+    EXPECT_EQ(there(place + abandoned), place == "elsewhere/") << place;
+    EXPECT_TRUE(there(place + busy));
+  }
+  write("in/folder/" + abandoned + "/kept", "x");
+  EXPECT_TRUE(handler.ignore(folder / ("in/folder/" + abandoned)));
+  EXPECT_TRUE(there("in/folder/" + abandoned + "/kept"));
+  write("temp/" + abandoned + "/plain", "x");
+  write("temp/" + busy + "/plain", "x");
+  write("temp/foreign/kept", "x");
+  handler.sweepTempFolder();
+  EXPECT_FALSE(there("temp/" + abandoned));
+  EXPECT_TRUE(there("temp/" + busy + "/plain"));
+  EXPECT_TRUE(there("temp/foreign/kept"));
+  platform::forgetTemporaryName(busy);
+}
+
+TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
+  handler.recordQuarantine(folder / "in/say \"hi\"\n", L"a \"message\"", L"path-issue");
+  const std::string name(32, 'a');
+  write("quar/" + name + ".txt", "id\tno-key\tbroken \"quote\" \\x\t2024\t/in/b\n");
+  write("quar/" + std::string(32, 'b') + ".txt", "too\tfew\n");
+  write("quar/" + std::string(32, 'c') + ".txt", "1\t2\t3\t4\t\xFF\n");
+  write("quar/notes.txt", "1\t2\t3\t4\t5\n");
+  ASSERT_EQ(quarantine().size(), 2U);
+  std::set<std::string> paths, messages;
+  for (const auto& record : quarantine()) {
+    paths.insert(record.second.get<std::string>("quarantine_path"));
+    messages.insert(record.second.get<std::string>("message"));
+  }
+  EXPECT_EQ(paths, (std::set<std::string>{(folder / "in/say \"hi\"\n").string(), "/in/b"}));
+  EXPECT_EQ(messages, (std::set<std::string>{"a \"message\"", "broken \"quote\" \\x"}));
+
+  // Clearing takes what the list gives, and removes nothing else.
+  write("in/" + name + ".txt", "a user's file");
+  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("in/" + name + ".txt")));
+  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("quar/../in/" + name + ".txt")));
+  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("quar/notes.txt")));
+  EXPECT_FALSE(handler.clearQuarantineRecord(L""));
+  EXPECT_TRUE(there("in/" + name + ".txt"));
+  clock->advance(7000);
+  EXPECT_TRUE(handler.clearQuarantineRecord(folder.wide("quar/" + name + ".txt")));
+  EXPECT_FALSE(there("quar/" + name + ".txt"));
+  const int changed = handler.quarantineLastUpdate();
+  EXPECT_EQ(changed, clock->nowSeconds());
+  clock->advance(-60000);
+  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+  EXPECT_EQ(handler.quarantineLastUpdate(), changed);
+
+  fs::remove_all(folder / "quar");
+  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+  EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
+  write("quar", "a file in the folder's place");
+  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+  EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
+  EXPECT_EQ(read("quar"), "a file in the folder's place");
+}
+
+TEST_F(HandlerTest, DeletesTheCounterpartOfAFile) {
+  write("out/d/x.kelta", "x");
+  EXPECT_EQ(handler.doDelete(folder.wide("in/d/x")), std::make_pair(true, true));
+  EXPECT_FALSE(there("out/d/x.kelta"));
+  write("in/x", "the user may want it back");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/x.kelta")), std::make_pair(true, true));
+  EXPECT_FALSE(there("in/x"));
+  EXPECT_EQ(read("data/Trash/files/x"), "the user may want it back");
+  EXPECT_EQ(handler.doDelete(folder.wide("in/never/was")), std::make_pair(true, true));
+  // It came back in the meantime.
+  write("in/x", "again");
+  write("out/x.kelta", "x");
+  EXPECT_EQ(handler.doDelete(folder.wide("in/x")), std::make_pair(false, false));
+  EXPECT_TRUE(there("out/x.kelta"));
+}
+
+TEST_F(HandlerTest, DeletesNothingElse) {
+  for (const char* root : {"in", "in/", "out", "out/"})
+    EXPECT_EQ(handler.doDelete(folder.wide(root)), std::make_pair(false, false)) << root;
+  EXPECT_TRUE(there("in") && there("out"));
+  write("elsewhere/x", "x");
+  EXPECT_EQ(handler.doDelete(folder.wide("elsewhere/y")), std::make_pair(false, false));
+  fs::create_symlink(folder / "elsewhere/x", folder / "in/link");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/link.kelta")), std::make_pair(false, true));
+  EXPECT_TRUE(there("in/link"));
+  fs::create_directory_symlink(folder / "elsewhere", folder / "in/linked");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/linked/x.kelta")), std::make_pair(false, true));
+  EXPECT_EQ(handler.doDelete(folder.wide("out/linked/")), std::make_pair(false, true));
+  EXPECT_EQ(handler.doDelete(folder.wide("out/a/../../elsewhere/x.kelta")), std::make_pair(false, true));
+  EXPECT_TRUE(there("elsewhere/x") && there("in/linked"));
+  // A file's deletion takes no folder, a folder's no file, and a foreign file has no counterpart.
+  write("in/folder/kept", "x");
+  write("in/file", "x");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/folder.kelta")), std::make_pair(false, true));
+  EXPECT_EQ(handler.doDelete(folder.wide("out/file/")), std::make_pair(false, true));
+  EXPECT_EQ(handler.doDelete(folder.wide("out/file")), std::make_pair(false, false));
+  EXPECT_TRUE(there("in/folder/kept") && there("in/file"));
+}
+
+TEST_F(HandlerTest, DeletesAFolderOnlyWhenNothingOfTheUsersIsLeft) {
+  const std::string abandoned = platform::temporaryName();
+  platform::forgetTemporaryName(abandoned);
+  write("in/d/.rid", "+1");
+  write("in/d/" + abandoned, "rest");
+  write("in/d/note.txt", "new");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/d/")), std::make_pair(false, true));
+  EXPECT_TRUE(there("in/d/note.txt") && there("in/d/.rid"));
+  fs::remove(folder / "in/d/note.txt");
+  EXPECT_EQ(handler.doDelete(folder.wide("out/d/")), std::make_pair(true, true));
+  EXPECT_FALSE(there("in/d"));
+  fs::create_directory(folder / "out/e");
+  EXPECT_EQ(handler.doDelete(folder.wide("in/e/")), std::make_pair(true, true));
+  EXPECT_FALSE(there("out/e"));
+}
+
+TEST(AssetKeysTest, TheFirstAssetStaysTheDefault) {
+  AssetKeys keys;
+  for (const std::string& id : {std::string(), std::string("a\"b"), std::string("a\\b"), std::string("a\nb"),
+                                std::string("\xFF"), std::string(256, 'x')})
+    EXPECT_FALSE(keys.install(id, "key")) << id;
+  EXPECT_FALSE(keys.install("id", ""));
+  EXPECT_EQ(keys.defaultId(), "");
+  ASSERT_TRUE(keys.install("own", "key 1"));
+  ASSERT_TRUE(keys.install("shared", "key 2"));
+  ASSERT_TRUE(keys.install("own", "key 3"));
+  EXPECT_EQ(*keys.find("own"), "key 3");
+  EXPECT_TRUE(keys.remove("own"));
+  EXPECT_EQ(keys.find("own"), nullptr);
+  EXPECT_EQ(keys.defaultId(), "own");  // nothing slips under the shared key
+  keys.clear();
+  EXPECT_EQ(keys.find("shared"), nullptr);
+  EXPECT_EQ(keys.defaultId(), "");
+}
+
+}  // namespace

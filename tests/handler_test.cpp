@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: Apache-2.0
+// Encrypting and decrypting copies.
+#include <log4cplus/appender.h>
+#include <log4cplus/helpers/stringhelper.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <regex>
+
+#include "support/HandlerFixture.h"
+
+using namespace Kelta;
+using namespace Kelta::test;
+namespace fs = boost::filesystem;
+using platform::stampOf;
+
+namespace {
+
+// Everything that is logged while it lives, at the finest level.
+class LogCatcher {
+public:
+  LogCatcher() : appender_(new Lines) {
+    root_.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+    root_.addAppender(appender_);
+  }
+  ~LogCatcher() {
+    root_.removeAllAppenders();
+    root_.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
+  }
+  std::string text(const std::string& logger) const {
+    const auto& texts = static_cast<Lines&>(*appender_).texts;
+    return texts.count(logger) ? texts.at(logger) : std::string();
+  }
+
+private:
+  struct Lines : log4cplus::Appender {
+    ~Lines() override { destructorImpl(); }
+    void close() override {}
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+      texts[LOG4CPLUS_TSTRING_TO_STRING(event.getLoggerName())] +=
+          LOG4CPLUS_TSTRING_TO_STRING(event.getMessage()) + "\n";
+    }
+    std::map<std::string, std::string> texts;
+  };
+  log4cplus::Logger root_ = log4cplus::Logger::getRoot();
+  log4cplus::SharedAppenderPtr appender_;
+};
+
+TEST_F(HandlerTest, RoundTripKeepsContentAndTime) {
+  std::string text(3000000, 'k');
+  for (std::size_t i = 0; i < text.size(); i += 7) text[i] = static_cast<char>(i * 31);
+  for (const int compress : {0, 1}) {
+    for (const std::string& content : {text, std::string()}) {
+      handler.setCompressionFlag(compress);
+      write("in/sub/quo\"te \xC3\xA4.txt", content);
+      const auto source = stampOf(folder / "in/sub/quo\"te \xC3\xA4.txt");
+      const auto sealed = copy("in/sub/quo\"te \xC3\xA4.txt", "out/sub/quo\"te \xC3\xA4.txt");
+      ASSERT_EQ(sealed, std::make_pair(true, folder.wide("out/sub/quo\"te \xC3\xA4.txt.kelta")));
+      EXPECT_EQ(stampOf(platform::pathOf(sealed.second)).nanoseconds, source.nanoseconds);
+      EXPECT_EQ(read("out/sub/quo\"te \xC3\xA4.txt.kelta").find("kkkk"), std::string::npos);
+
+      // The mapped and the plain name of the target both work.
+      const auto opened = copy("out/sub/quo\"te \xC3\xA4.txt.kelta", "in/new/deep/b.txt");
+      ASSERT_EQ(opened, std::make_pair(true, folder.wide("in/new/deep/b.txt")));
+      EXPECT_TRUE(stampOf(folder / "in/new/deep/b.txt").sameContent(source));
+      EXPECT_TRUE(read("in/new/deep/b.txt") == content);
+      EXPECT_EQ(copy("out/sub/quo\"te \xC3\xA4.txt.kelta", "in/c.txt.kelta").second, folder.wide("in/c.txt"));
+    }
+  }
+  EXPECT_EQ(notifications[0], L"SYNC: Encrypted quo\\\"te \u00E4.txt successfully");
+  EXPECT_EQ(notifications[1], L"SYNC: Decrypted b.txt successfully");
+}
+
+TEST_F(HandlerTest, ArchivesCarryTheirOwnPassword) {
+  write("in/a", "same");
+  ASSERT_TRUE(copy("in/a", "out/a").first);
+  ASSERT_TRUE(copy("in/a", "out/b").first);
+  // 16 bytes of vector and 64 hex digits padded to 80, two digits a byte.
+  const std::regex form("\\{\"assets\":\\[\\{\"asset-1\":\"[0-9a-f]{192}\"\\}\\]\\}");
+  EXPECT_TRUE(std::regex_match(metadata("out/a.kelta"), form)) << metadata("out/a.kelta");
+  EXPECT_NE(metadata("out/a.kelta"), metadata("out/b.kelta"));
+  boost::property_tree::ptree one, two;
+  ASSERT_TRUE(handler.getZipMetaJSON(folder / "out/a.kelta", one));
+  ASSERT_TRUE(handler.getZipMetaJSON(folder / "out/b.kelta", two));
+  const auto first = handler.getPasswordFromMeta(one);
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_TRUE(std::regex_match(first[0], std::regex("[0-9a-f]{64}")));
+  EXPECT_NE(first, handler.getPasswordFromMeta(two));
+}
+
+TEST_F(HandlerTest, LogsActivityAndNoSecret) {
+  const LogCatcher log;
+  handler.setAssetKey(L"asset-1", L"correct horse");
+  write("in/x", "text");
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  ASSERT_TRUE(copy("out/x.kelta", "in/y").first);
+  EXPECT_EQ(copy("in/none", "out/none"), kFailed);
+  fs::remove(folder / "in/x");
+  ASSERT_EQ(handler.doDelete(folder.wide("in/x")), std::make_pair(true, true));
+  const std::string now = isoTime(clock->nowSeconds());
+  EXPECT_EQ(log.text("ACTIVITY"), now + "\tencrypt\t" + (folder / "out/x.kelta").string() + "\n" + now + "\tdecrypt\t" +
+                                      (folder / "in/y").string() + "\n" + now + "\tdelete\t" +
+                                      (folder / "out/x.kelta").string() + "\n");
+  const std::string lines = log.text("COPYHANDLER");
+  EXPECT_NE(lines.find("assetid = asset-1"), std::string::npos);
+  EXPECT_EQ(lines.find("correct horse"), std::string::npos);
+  EXPECT_FALSE(std::regex_search(lines, std::regex("[0-9a-f]{64}")));  // neither the password nor its cipher
+}
+
+TEST_F(HandlerTest, RightsAreOrdinaryAndAReplacedFilesStay) {
+  write("in/x", "one");
+  const fs::perms ordinary = fs::status(folder / "in/x").permissions();
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  ASSERT_TRUE(copy("out/x.kelta", "in/new").first);
+  EXPECT_EQ(fs::status(folder / "in/new").permissions(), ordinary);
+  fs::permissions(folder / "in/x", fs::owner_read | fs::owner_write | fs::owner_exe);
+  ASSERT_TRUE(copy("out/x.kelta", "in/x").first);
+  EXPECT_EQ(fs::status(folder / "in/x").permissions(), fs::owner_read | fs::owner_write | fs::owner_exe);
+}
+
+TEST_F(HandlerTest, ChangesDuringACopyAreNotCarriedNorOverwritten) {
+  write("in/x", "first");
+  clock->atNextLook([&] { write("in/x", "other", 1600000001); });
+  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
+  EXPECT_TRUE(isEmpty("out"));
+
+  write("out/x.kelta", "somebody's", 1600000000);
+  clock->atNextLook([&] { write("out/x.kelta", "newer", 1600000009); });
+  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
+  EXPECT_EQ(read("out/x.kelta"), "newer");
+
+  fs::remove(folder / "out/x.kelta");
+  clock->atNextLook([&] { write("out/x.kelta", "appeared"); });
+  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
+  EXPECT_EQ(read("out/x.kelta"), "appeared");
+
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  clock->atNextLook([&] { write("in/x", "typed meanwhile", 1600000020); });
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), kFailed);
+  EXPECT_EQ(read("in/x"), "typed meanwhile");
+  clock->atNextLook([&] { fs::last_write_time(folder / "out/x.kelta", 1700000000); });
+  EXPECT_EQ(copy("out/x.kelta", "in/y"), kFailed);
+  EXPECT_FALSE(there("in/y"));
+}
+
+TEST_F(HandlerTest, TheTempFolderMayLieOnAnotherVolume) {
+  if (!fs::is_directory("/dev/shm")) GTEST_SKIP() << "no second volume to use";
+  const fs::path away = fs::path("/dev/shm") / folder.path().filename();
+  handler.setTempFolder(platform::wideOf(away));
+  write("in/x", std::string(2500000, 'v'));
+  EXPECT_TRUE(copy("in/x", "out/sub/x").first);
+  EXPECT_TRUE(copy("out/sub/x.kelta", "in/y").first);
+  EXPECT_TRUE(stampOf(folder / "in/y").sameContent(stampOf(folder / "in/x")));
+  EXPECT_TRUE(read("in/x") == read("in/y"));
+  EXPECT_EQ(fs::status(folder / "in/y").permissions(), fs::status(folder / "in/x").permissions());
+  EXPECT_TRUE(fs::is_empty(away));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder / "out/sub"), fs::directory_iterator()), 1);
+  fs::remove_all(away);
+}
+
+TEST_F(HandlerTest, NeverLeavesThePair) {
+  write("in/sub/x", "secret");
+  fs::create_directory_symlink(folder / "elsewhere", folder / "out/sub");
+  EXPECT_EQ(copy("in/sub/x", "out/sub/x"), kFailed);
+  EXPECT_EQ(copy("in/sub/x", "out/sub/deeper/x"), kFailed);
+  EXPECT_FALSE(handler.copyDir(folder / "in/sub", folder / "out/sub/new"));
+  EXPECT_EQ(copy("in/sub/x", "out/a/../../elsewhere/x"), kFailed);
+  EXPECT_EQ(copy("in/sub/x", "elsewhere/x"), kFailed);
+  EXPECT_FALSE(handler.copyDir(folder / "in/sub", folder / "elsewhere/new"));
+
+  ASSERT_TRUE(copy("in/sub/x", "out/x").first);
+  fs::create_directory_symlink(folder / "elsewhere", folder / "in/linked");
+  EXPECT_EQ(copy("out/x.kelta", "in/linked/x"), kFailed);
+  EXPECT_THROW(handler.moveInside(folder / "in/sub/x", folder.wide("in/linked/x")), fs::filesystem_error);
+  EXPECT_THROW(handler.moveInside(folder / "in/sub/x", folder.wide("elsewhere/x")), fs::filesystem_error);
+  EXPECT_TRUE(isEmpty("elsewhere"));
+
+  // Nor does anything come in through a link.
+  write("elsewhere/private", "not of the pair");
+  EXPECT_EQ(copy("in/linked/private", "out/private"), kFailed);
+  fs::create_symlink(folder / "elsewhere/private", folder / "in/link");
+  EXPECT_EQ(copy("in/link", "out/link"), kFailed);
+  fs::create_symlink(folder / "elsewhere/private", folder / "in/target");
+  EXPECT_EQ(copy("out/x.kelta", "in/target"), kFailed);
+  EXPECT_EQ(read("elsewhere/private"), "not of the pair");
+
+  fs::create_directories(folder / "in/folder");
+  EXPECT_EQ(copy("out/x.kelta", "in/folder"), kFailed);
+  EXPECT_TRUE(handler.copyDir(folder / "in/folder", folder / "out/new/folder"));
+  EXPECT_TRUE(fs::is_directory(folder / "out/new/folder"));
+}
+
+TEST_F(HandlerTest, AMissingRootIsNeverMade) {
+  write("in/sub/x", "text");
+  fs::remove_all(folder / "out");
+  EXPECT_EQ(copy("in/sub/x", "out/sub/x"), kFailed);
+  EXPECT_FALSE(handler.copyDir(folder / "in/sub", folder / "out/sub"));
+  // What cannot be seen is not gone.
+  EXPECT_EQ(handler.doDelete(folder.wide("in/gone")), std::make_pair(true, false));
+  EXPECT_EQ(handler.doDelete(folder.wide("out/sub/x.kelta")), std::make_pair(false, false));
+  EXPECT_TRUE(there("in/sub/x"));
+  EXPECT_FALSE(there("out"));
+}
+
+TEST_F(HandlerTest, RefusesNamesThatCannotComeBack) {
+  write("in/x.kelta", "an archive put there by hand");
+  EXPECT_EQ(copy("in/x.kelta", "out/x.kelta"), kFailed);
+  EXPECT_TRUE(isEmpty("out"));
+  write("in/x", "the real x");
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  for (const char* name : {".rid", "x.kelta", "desktop.ini", ".sid"}) {
+    fs::copy_file(folder / "out/x.kelta", folder / ("out/" + std::string(name) + ".kelta"));
+    EXPECT_EQ(copy("out/" + std::string(name) + ".kelta", "in/" + std::string(name)), kFailed) << name;
+  }
+  EXPECT_FALSE(there("in/.rid"));
+  EXPECT_EQ(read("in/x"), "the real x");
+  EXPECT_EQ(copy("in/nothing", "out/nothing"), kFailed);
+}
+
+TEST_F(HandlerTest, QuarantinesOverlongPathsOnce) {
+  write("in/x", "text");
+  const std::size_t room = 260 - folder.wide("out/").size() - std::string(".kelta").size();
+  EXPECT_TRUE(copy("in/x", "out/" + std::string(room, 'n')).first);
+  notifications.clear();
+  const std::string tooLong = "out/" + std::string(room + 1, 'n');
+  EXPECT_EQ(copy("in/x", tooLong), kFailed);
+  EXPECT_FALSE(there(tooLong + ".kelta"));
+  const int changed = handler.quarantineLastUpdate();
+  clock->advance(5000);
+  EXPECT_EQ(copy("in/x", tooLong), kFailed);
+  EXPECT_EQ(handler.quarantineLastUpdate(), changed);
+  ASSERT_EQ(notifications.size(), 1U);
+  EXPECT_EQ(notifications[0].find(L"SYNC: Quarantine, path too long: nnn"), 0U);
+  ASSERT_EQ(quarantine().size(), 1U);
+  const auto record = quarantine().front().second;
+  EXPECT_EQ(record.get<std::string>("errorid"), "path-issue");
+  EXPECT_EQ(record.get<std::string>("message"), "Path too long");
+  EXPECT_EQ(record.get<std::string>("quarantine_path"), (folder / "in/x").string());
+  EXPECT_TRUE(copy("in/x", "out/x").first);  // a copy that succeeds heals
+  EXPECT_EQ(quarantine().size(), 0U);
+}
+
+TEST_F(HandlerTest, WithoutAKeyGivesUpAfterNinetySeconds) {
+  archiveUnder(L"other", kKey, "text");
+  write("in/mine", "text");
+  EXPECT_EQ(copy("in/mine", "out/mine"), kFailed);
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), kFailed);
+  clock->advance(90000);
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), kFailed);
+  EXPECT_EQ(quarantine().size(), 0U);
+  clock->advance(1000);
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), std::make_pair(true, std::wstring()));
+  EXPECT_FALSE(there("in/x"));
+  ASSERT_EQ(quarantine().size(), 1U);
+  EXPECT_EQ(quarantine().front().second.get<std::string>("errorid"), "no-key");
+  EXPECT_EQ(quarantine().front().second.get<std::string>("quarantine_path"), (folder / "out/x.kelta").string());
+  EXPECT_EQ(notifications, std::vector<std::wstring>{L"SYNC: Quarantine for x.kelta"});
+
+  std::vector<std::wstring> asked;
+  handler.registerKeyNotFound([&](const std::wstring& asset) {
+    asked.push_back(asset);
+    return asset == L"other" ? kKey : std::wstring();
+  });
+  EXPECT_EQ(copy("out/x.kelta", "in/x").second, folder.wide("in/x"));
+  EXPECT_EQ(asked, std::vector<std::wstring>{L"other"});
+  EXPECT_EQ(read("in/x"), "text");
+  EXPECT_EQ(quarantine().size(), 0U);
+  // The time of the first failure went with the success: a new loss of the key starts afresh.
+  handler.clearAssets();
+  handler.registerKeyNotFound(nullptr);
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), kFailed);
+}
+
+TEST_F(HandlerTest, AWrongKeyNeverYieldsAFile) {
+  archiveUnder(L"asset-1", kKey, "text");
+  int asked = 0;
+  handler.registerKeyNotFound([&](const std::wstring&) { return ++asked, std::wstring(); });
+  // About one key in 256 gives right padding by chance.
+  for (int i = 0; i < 600; ++i) {
+    handler.setAssetKey(L"asset-1", L"guess " + std::to_wstring(i));
+    boost::property_tree::ptree meta;
+    ASSERT_TRUE(handler.getZipMetaJSON(folder / "out/x.kelta", meta));
+    ASSERT_TRUE(handler.getPasswordFromMeta(meta).empty()) << i;
+  }
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), kFailed);
+  EXPECT_EQ(asked, 1);
+  clock->advance(91000);
+  EXPECT_EQ(copy("out/x.kelta", "in/x"), std::make_pair(true, std::wstring()));
+  EXPECT_TRUE(isEmpty("in"));
+  handler.registerKeyNotFound([&](const std::wstring& asset) {
+    handler.setAssetKey(asset, kKey);  // from within, as hosts do
+    return std::wstring();
+  });
+  EXPECT_TRUE(copy("out/x.kelta", "in/x").first);
+}
+
+TEST_F(HandlerTest, DamageAndForeignMetadataLeaveNothing) {
+  write("in/x", std::string(5000, 'q'));
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  const std::string whole = read("out/x.kelta");
+  for (std::size_t at = 0; at < whole.size(); at += whole.size() / 20) {
+    std::string damaged = whole;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x55);
+    write("out/y.kelta", damaged);
+    const auto flipped = copy("out/y.kelta", "in/y");
+    EXPECT_TRUE(!there("in/y") || (flipped.first && read("in/y") == read("in/x"))) << at;
+    fs::remove(folder / "in/y");
+    write("out/y.kelta", whole.substr(0, at));
+    EXPECT_EQ(copy("out/y.kelta", "in/y"), kFailed) << at;
+  }
+  const std::string nested(200000, '[');
+  for (const std::string& text : {std::string("{\"assets\":[{\"asset-1\":\"zz\",\"b\\\"\\u0009\":\"00\"},3,[[1]]]}"),
+                                  std::string("{\"assets\":"), std::string("{}"), nested}) {
+    write("__KELASSET_.json", text);
+    archive::updateMetadata(folder / "out/x.kelta", folder / "__KELASSET_.json");
+    EXPECT_EQ(copy("out/x.kelta", "in/z"), kFailed) << text.substr(0, 60);
+  }
+  EXPECT_FALSE(there("in/z"));
+}
+
+TEST_F(HandlerTest, AnInterruptionLeavesNothingHalfWritten) {
+  write("in/x", std::string(2000000, 'i'));
+  const auto interrupt = [this] { interruption->request(); };
+  interruption->begin();
+  clock->atNextLook(interrupt);
+  EXPECT_THROW(handler.copyFile(folder / "in/x", folder / "out/x"), boost::thread_interrupted);
+  interruption->end();
+  EXPECT_TRUE(isEmpty("temp"));
+  EXPECT_TRUE(isEmpty("out"));
+
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  interruption->begin();
+  clock->atNextLook(interrupt);
+  EXPECT_THROW(handler.copyFile(folder / "out/x.kelta", folder / "in/y"), boost::thread_interrupted);
+  interruption->end();
+  EXPECT_TRUE(isEmpty("temp"));
+  EXPECT_FALSE(there("in/y"));
+}
+
+TEST_F(HandlerTest, NamesAreNeverLeakedWhileTheirEncryptionIsWanted) {
+  write("in/x", "text");
+  handler.setFNE(true);
+  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
+  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
+  EXPECT_TRUE(isEmpty("out"));
+  ASSERT_EQ(notifications.size(), 1U);
+  EXPECT_EQ(notifications[0].find(L"ERROR: "), 0U);
+  handler.setFNE(false);
+  EXPECT_TRUE(copy("in/x", "out/x").first);
+  EXPECT_EQ(handler.handleName(L"a.b"), L"a.b.kelta");
+  EXPECT_EQ(handler.handleName(L"a.b.kelta"), L"a.b");
+  EXPECT_EQ(handler.handleName(L"a.KELTA"), L"a.KELTA.kelta");
+  EXPECT_EQ(handler.handleName(L".kelta"), L"");
+}
+
+}  // namespace

@@ -1,0 +1,430 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Tests of the kelsync command from outside: host_test.py COMMAND [TestClass...]"""
+import os
+import pathlib
+import pty
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+KELSYNC = ""
+DONE, FAILED, USAGE, MISSING, NO_KEY, INTERRUPTED = 0, 1, 2, 3, 4, 130
+HEX_KEY = "00112233445566778899aabbccddeeff" * 2
+NOTHING = "encrypted 0, decrypted 0, folders 0, deleted 0, failed 0, quarantined 0"
+
+
+class Base(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory(prefix="kelsync-host-")
+        self.addCleanup(holder.cleanup)
+        self.base = pathlib.Path(os.path.realpath(holder.name))
+        self.inside, self.outside, self.work = (self.base / name for name in ("in", "out", "work"))
+        self.inside.mkdir()
+        self.outside.mkdir()
+
+    def environment(self, variables):
+        kept = {name: value for name, value in os.environ.items() if not name.startswith(("KELSYNC", "SYNCPAIR"))}
+        return {**kept, "XDG_DATA_HOME": str(self.base / "data"), **variables}
+
+    def start(self, *arguments, **variables):
+        """Starts the command without a terminal."""
+        return subprocess.Popen([KELSYNC, *map(str, arguments)], env=self.environment(variables), cwd=self.base,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                start_new_session=True)
+
+    def expect(self, code, *arguments, **variables):
+        """Runs the command, expects its exit code, and returns what it wrote: output and errors."""
+        process = self.start(*arguments, **variables)
+        output, errors = process.communicate(timeout=300)
+        self.assertEqual(process.returncode, code, "%s\n%s%s" % (arguments, output, errors))
+        return output, errors
+
+    def sync(self, code, *options, inside=None, work=None, **variables):
+        return self.expect(code, "sync", "--inside", inside or self.inside, "--outside", self.outside,
+                           "--work", work or self.work, *options, **variables)
+
+    def on_terminal(self, arguments, answers):
+        """Runs the command on a terminal of its own, types an answer at each prompt; exit code and screen."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(self.base)
+            os.execve(KELSYNC, [KELSYNC, *map(str, arguments)], self.environment({}))
+        screen = b""
+        prompts = 0
+        while True:
+            try:
+                piece = os.read(terminal, 4096)
+            except OSError:
+                piece = b""
+            if not piece:
+                break
+            screen += piece
+            if piece.rstrip(b" ").endswith(b":") and prompts < len(answers):
+                os.write(terminal, answers[prompts].encode() + b"\r")
+                prompts += 1
+        os.close(terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), screen.decode(errors="replace")
+
+
+class Usage(Base):
+    def test_refused_arguments(self):
+        pair = ("sync", "--inside", "in", "--outside", "out")
+        (self.base / "link").symlink_to("in")
+        (self.base / "in" / "below").mkdir()
+        for arguments, reason in (
+            ((), "command is missing"),
+            (("frobnicate",), "unknown command frobnicate"),
+            (("help", "frobnicate"), "unknown command"),
+            (("sync",), "--inside is missing"),
+            (("sync", "--inside", "in"), "--outside is missing"),
+            (("sync", "--inside", "--outside", "out"), "--inside needs a value"),
+            (("sync", "--outside", "out", "--inside"), "--inside needs a value"),
+            (("sync", "--inside=", "--outside", "out"), "--inside needs a value"),
+            ((*pair, "--bogus"), "unknown option --bogus"),
+            ((*pair, "--bo\x1b[2Jgus"), "unknown option --bo\\u{1b}[2Jgus"),
+            ((*pair, "--quiet=yes"), "--quiet takes no value"),
+            ((*pair, "--inside", "in"), "--inside is given twice"),
+            ((*pair, "stray"), "one argument too many: stray"),
+            ((*pair, "--names"), "encrypted names are not available in this version"),
+            ((*pair, "--asset", 'a"b'), "--asset takes"),
+            ((*pair, "--asset", "a" * 256), "--asset takes"),
+            (("sync", "--inside", "in", "--outside", "in"), "are the same folder"),
+            (("sync", "--inside", "in/", "--outside", "./link/."), "are the same folder"),
+            (("sync", "--inside", "in", "--outside", "link/below"), "the Outside lies in the Inside"),
+            (("sync", "--inside", "in/below", "--outside", "in"), "the Inside lies in the Outside"),
+            (("sync", "--inside", "/", "--outside", "out"), "the Outside lies in the Inside"),
+            ((*pair, "--work", "in/w"), "work folder lies in the Inside"),
+            ((*pair, "--work", "out"), "work folder lies in the Outside"),
+            (("pack", "x"), "--output is missing"),
+            (("pack", "-o", "x"), "the file to pack is missing"),
+            (("pack", "x", "y", "-o", "z"), "one argument too many: y"),
+            (("pack", "x", "-o", "y", "--store", "--compress"), "exclude each other"),
+            (("unpack", "x"), "--output is missing"),
+            (("meta",), "the archive is missing"),
+            (("meta", "x", "--password", "y"), "unknown option --password"),
+            (("set-meta", "x"), "--meta is missing"),
+        ):
+            with self.subTest(arguments):
+                output, errors = self.expect(USAGE, *arguments)
+                self.assertIn(reason, errors)
+                self.assertEqual(output, "")
+        self.assertFalse((self.base / "data").exists(), "a refused run left something behind")
+
+    def test_names_are_close_but_not_within(self):
+        (self.base / "in-too").mkdir()
+        self.expect(NO_KEY, "sync", "--inside", "in", "--outside", "in-too")
+
+    def test_help_and_version(self):
+        general = self.expect(DONE, "--help")[0]
+        self.assertEqual(general, self.expect(DONE, "help")[0])
+        for line in ("0  done", "1  something could not", "2  wrong usage", "3  a folder", "4  no key",
+                     "130  interrupted"):
+            self.assertIn(line, general)
+        for command in ("sync", "pack", "unpack", "meta", "set-meta"):
+            self.assertIn("kelsync " + command, general)
+            text = self.expect(DONE, "help", command)[0]
+            self.assertTrue(text.startswith("kelsync " + command + " "))
+            self.assertEqual(text, self.expect(DONE, command, "whatever", "--help")[0])
+        self.assertRegex(self.expect(DONE, "--version")[0], r"^kelsync \d+\.\d+\.\d+\n$")
+
+    def test_missing_folders(self):
+        (self.base / "file").write_text("no folder")
+        for inside, outside, reason in (("nowhere", "out", "the Inside does not exist"),
+                                        ("in", "nowhere", "the Outside does not exist"),
+                                        ("in", "file", "the Outside is no folder")):
+            errors = self.expect(MISSING, "sync", "--inside", inside, "--outside", outside, "--make-key")[1]
+            self.assertIn(reason, errors)
+            self.assertEqual("create it first" in errors, "not exist" in reason)
+        self.assertFalse((self.base / "nowhere").exists())
+        self.assertFalse((self.base / "data").exists())
+
+
+class Keys(Base):
+    """An empty pair has nothing to wait for, so that a run takes no time."""
+
+    def key_file(self, content):
+        (self.base / "given").write_bytes(content)
+        return "--key-file", "given"
+
+    def test_forms_and_warnings(self):
+        for key, warning in ((HEX_KEY, ""), ("A" * 43, ""), ("A" * 43 + "=", ""),
+                             ("a long and random phrase, made of words", ""),
+                             ("Straße 木", "short pass phrase"), (HEX_KEY[:-1], "63 hex digits, not 64")):
+            for end in (b"", b"\n", b"\r\n"):
+                errors = self.sync(DONE, *self.key_file(key.encode() + end))[1]
+                self.assertIn(warning, errors)
+                self.assertEqual(errors == "", warning == "", errors)
+            self.assertIn(warning, self.sync(DONE, KELSYNC_KEY=key)[1])
+
+    def test_refused_key_files(self):
+        for content, reason in ((b"", "is empty"), (b"\n", "is empty"), (b"x" * 4097, "bigger than 4 KiB"),
+                                (b"one\ntwo\n", "not one line"), (b"a\0b", "not one line"), (b"\xff\xfe", "not one")):
+            self.assertIn(reason, self.sync(NO_KEY, *self.key_file(content))[1])
+        self.assertIn("cannot be read", self.sync(NO_KEY, "--key-file", "nowhere")[1])
+        self.assertIn("is a folder", self.sync(NO_KEY, "--key-file", "in")[1])
+        self.assertIn("empty", self.sync(NO_KEY, KELSYNC_KEY="")[1])
+
+    def test_making_one(self):
+        errors = self.sync(NO_KEY)[1]
+        self.assertIn("--make-key", errors)
+        output = self.sync(DONE, "--make-key", "--quiet")[0]
+        self.assertIn("Keep a copy", output)
+        made = self.work / "key"
+        self.assertRegex(made.read_text(), r"^[0-9a-f]{64}\n$")
+        self.assertEqual(stat.S_IMODE(made.stat().st_mode), 0o600)
+        self.assertEqual(stat.S_IMODE(self.work.stat().st_mode), 0o700)
+        kept = made.read_bytes()
+        self.assertNotIn("Keep a copy", self.sync(DONE, "--make-key")[0])
+        self.assertIn("key: %s" % made, self.sync(DONE)[0])
+        self.assertEqual(made.read_bytes(), kept)
+        self.sync(DONE, "--make-key", "--key-file", "other")
+        self.assertNotEqual((self.base / "other").read_bytes(), kept)
+
+    def test_none_is_made_where_it_could_not_open_the_archives(self):
+        (self.outside / "deep").mkdir()
+        (self.outside / "deep" / "a.txt.kelta").write_text("an archive of another device")
+        for options in (("--make-key",), ("--make-key", "--key-file", "new")):
+            self.assertIn("already holds archives", self.sync(NO_KEY, *options)[1])
+        self.assertFalse((self.work / "key").exists() or (self.base / "new").exists())
+
+    def test_asked_for_on_a_terminal(self):
+        command = ("sync", "--inside", "in", "--outside", "out", "--work", "work")
+        self.assertEqual(self.on_terminal(command, ["a secret phrase of some length", "a slip"])[0], NO_KEY)
+        code, screen = self.on_terminal(command, ["a secret phrase of some length"] * 2)
+        self.assertEqual(code, DONE, screen)
+        self.assertNotIn("secret", screen)
+        self.assertFalse((self.work / "key").exists())
+        self.assertEqual(self.on_terminal(command, ["\x1b"])[0], NO_KEY)
+        code, screen = self.on_terminal(command, [""])
+        self.assertEqual(code, DONE, screen)
+        self.assertIn("Keep a copy", screen)
+        self.assertEqual(len((self.work / "key").read_text()), 65)
+
+
+class Archives(Base):
+    def pack(self, code, *options, **variables):
+        return self.expect(code, "pack", "plain.txt", "-o", "a.zip", *options, **{"KELSYNC_PASSWORD": "pässword",
+                                                                                  **variables})
+
+    def setUp(self):
+        super().setUp()
+        self.plain = "some plain content, line by line\n" * 50
+        (self.base / "plain.txt").write_text(self.plain)
+        (self.base / "__KELASSET_.json").write_text('{"asset": "\x1b[31mone"}\n')
+
+    def test_round_trip_with_metadata(self):
+        sizes = []
+        for option in ("--store", "--compress"):
+            self.pack(DONE, "--meta", "__KELASSET_.json", option)
+            content = (self.base / "a.zip").read_bytes()
+            self.assertNotIn(b"plain content", content)
+            sizes.append(len(content))
+            self.assertEqual(self.expect(DONE, "meta", "a.zip")[0], '{"asset": "\x1b[31mone"}\n')
+            self.expect(DONE, "unpack", "a.zip", "-o", "to/" + option, KELSYNC_PASSWORD="pässword")
+            self.assertEqual((self.base / "to" / option / "Content").read_text(), self.plain)
+            (self.base / "a.zip").unlink()
+        self.assertGreater(sizes[0], 2 * sizes[1])
+
+    def test_metadata_is_replaced_and_the_content_stays(self):
+        self.pack(DONE, "--meta", "__KELASSET_.json")
+        (self.base / "new").mkdir()
+        (self.base / "new" / "__KELASSET_.json").write_text('{"asset": "two"}')
+        self.expect(DONE, "set-meta", "a.zip", "--meta", "new/__KELASSET_.json")
+        self.assertEqual(self.expect(DONE, "meta", "a.zip")[0], '{"asset": "two"}')
+        entry = ("meta", "a.zip", "--entry", "Content")
+        self.assertEqual(self.expect(DONE, *entry, KELSYNC_PASSWORD="pässword")[0], self.plain)
+        self.assertIn("password", self.expect(NO_KEY, *entry)[1])
+
+    def test_own_name_on_a_terminal(self):
+        pack = ("pack", "plain.txt", "-o", "b.zip")
+        self.assertEqual(self.on_terminal(pack, ["typed ü", "mistyped"])[0], NO_KEY)
+        code, screen = self.on_terminal(pack, ["typed x\x7fü", "typed ü"])
+        self.assertEqual(code, DONE, screen)
+        self.assertNotIn("typed", screen)
+        self.expect(DONE, "unpack", "b.zip", "-o", "to", KELSYNC_PASSWORD="typed ü")
+        self.assertEqual((self.base / "to" / "plain.txt").read_text(), self.plain)
+        screen = self.on_terminal(("meta", "b.zip", "--entry", "plain.txt"), ["typed ü"])[1]
+        self.assertIn("line by line", screen)
+
+    def test_failures_are_told_apart(self):
+        self.pack(DONE)
+        self.assertIn("exists already", self.pack(FAILED)[1])
+        password = {"KELSYNC_PASSWORD": "pässword"}
+        whole = (self.base / "a.zip").read_bytes()
+        (self.base / "cut.zip").write_bytes(whole[:-30])
+        (self.base / "file").write_text("in the way")
+        for arguments, reason in (
+            (("unpack", "nowhere.zip", "-o", "to"), "/nowhere.zip: does not exist"),
+            (("unpack", "in", "-o", "to"), "/in: is a folder"),
+            (("unpack", "plain.txt", "-o", "to"), "no zip archive"),
+            (("unpack", "a.zip", "-o", "file"), "/file: is no folder"),
+            (("meta", "a.zip"), "no entry of that name"),
+            (("set-meta", "a.zip", "--meta", "nowhere"), "/nowhere: does not exist"),
+            (("pack", "nowhere", "-o", "b.zip"), "/nowhere: does not exist"),
+            (("pack", "plain.txt", "-o", "nowhere/b.zip"), "/nowhere: is no folder"),
+            (("pack", "plain.txt", "-o", "b.zip", "--meta", "gone"), "/gone: does not exist"),
+        ):
+            with self.subTest(arguments):
+                self.assertIn(reason, self.expect(FAILED, *arguments, **password)[1])
+        self.expect(FAILED, "unpack", "cut.zip", "-o", "to", **password)
+        self.assertIn("password is wrong", self.expect(NO_KEY, "unpack", "a.zip", "-o", "to", KELSYNC_PASSWORD="x")[1])
+        self.assertIn("set, but empty", self.expect(NO_KEY, "unpack", "a.zip", "-o", "to", KELSYNC_PASSWORD="")[1])
+        (self.base / "Content").write_text("x")
+        self.assertIn("Content is kept", self.expect(USAGE, "set-meta", "a.zip", "--meta", "Content")[1])
+        self.assertIn("no password", self.expect(NO_KEY, "unpack", "a.zip", "-o", "to")[1])
+        self.assertFalse((self.base / "to" / "plain.txt").exists())
+        self.assertEqual((self.base / "a.zip").read_bytes(), whole)
+
+
+class Sync(Base):
+    def test_two_devices(self):
+        (self.inside / "docs").mkdir()
+        (self.inside / "docs" / "a.txt").write_text("first")
+        (self.inside / "Grüße.txt").write_text("second, longer")
+        (self.inside / "e\x1b[31mvil.txt").write_text("")
+        output, errors = self.sync(DONE, "--make-key")
+        self.assertEqual(errors, "")
+        self.assertRegex(output, r"(?m)^\[[1-4]/4\] encrypt  docs/a\.txt$")
+        self.assertRegex(output, r"(?m)^\[[1-4]/4\] folder   docs$")
+        self.assertIn("e\\u{1b}[31mvil.txt", output)
+        self.assertNotIn("\x1b", output)
+        self.assertIn("encrypted 3, decrypted 0, folders 1, deleted 0, failed 0, quarantined 0", output)
+        archives = list(self.outside.rglob("*?.kelta"))
+        self.assertIn("written %d bytes" % sum(file.stat().st_size for file in archives), output)
+        self.assertIn("log: %s/log/syncpair.log" % self.work, output)
+        self.assertIn(NOTHING, self.sync(DONE)[0])
+
+        second = self.base / "second"
+        second.mkdir()
+        quiet = self.sync(DONE, "-q", "--key-file", self.work / "key", inside=second, work=self.base / "work2")[0]
+        self.assertEqual(quiet.splitlines()[0],
+                         "encrypted 0, decrypted 3, folders 1, deleted 0, failed 0, quarantined 0")
+        self.assertEqual((second / "docs" / "a.txt").read_text(), "first")
+        self.assertEqual((second / "Grüße.txt").read_text(), "second, longer")
+        self.assertEqual(int((second / "docs" / "a.txt").stat().st_mtime),
+                         int((self.inside / "docs" / "a.txt").stat().st_mtime))
+
+        for archive in self.outside.rglob("*"):
+            if archive.is_file():
+                archive.unlink()
+        (self.outside / "docs").rmdir()
+        errors = self.sync(MISSING)[1]
+        self.assertIn("is its volume mounted?", errors)
+        self.assertEqual((self.inside / "docs" / "a.txt").read_text(), "first")
+
+    def test_what_is_left_out_fails_the_run(self):
+        folder = self.inside / ("long" * 50)
+        folder.mkdir()
+        (folder / ("name" * 20)).write_text("too long a path")
+        (self.inside / "good.txt").write_text("carried over all the same")
+        (self.outside / "bad.txt.kelta").write_text("no archive at all")
+        output = self.sync(FAILED, KELSYNC_KEY=HEX_KEY)[0]
+        self.assertRegex(output, "(?m)^quarantined: (long)+/(name)+: ")
+        self.assertRegex(output, r"(?m)^\[\d/\d\] FAILED   bad\.txt$")
+        self.assertRegex(output, r"(?m)^not synchronised: bad\.txt\b")
+        self.assertIn("encrypted 1, decrypted 0, folders 1, deleted 0, failed 1, quarantined 1", output)
+        self.assertEqual((self.outside / "bad.txt.kelta").read_text(), "no archive at all")
+
+    def test_output_that_is_lost(self):
+        (self.inside / "a.txt").write_text("content")
+        with open("/dev/full", "w") as full:
+            for arguments in (("--help",), ("sync", "--inside", "in", "--outside", "out", "--work", "work")):
+                done = subprocess.run([KELSYNC, *arguments], env=self.environment({"KELSYNC_KEY": HEX_KEY}),
+                                      cwd=self.base, stdout=full, stderr=subprocess.PIPE, text=True)
+                self.assertEqual(done.returncode, FAILED)
+                self.assertIn("could not be written", done.stderr)
+        (self.inside / "b.txt").write_text("content")
+        process = self.start("sync", "--inside", "in", "--outside", "out", "--work", "work", KELSYNC_KEY=HEX_KEY)
+        process.stdout.close()
+        process.stderr.close()
+        self.assertEqual(process.wait(timeout=60), FAILED)
+        self.assertTrue((self.outside / "b.txt.kelta").exists())
+        self.assertIn(NOTHING, self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0])
+
+    def test_interrupted(self):
+        (self.inside / "a.txt").write_text("content")
+        process = self.start("sync", "--inside", "in", "--outside", "out", "--work", "work", KELSYNC_KEY=HEX_KEY)
+        while process.poll() is None and not (self.work / "log" / "syncpair.log").exists():
+            time.sleep(0.01)
+        process.send_signal(signal.SIGTERM)
+        output, errors = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, INTERRUPTED, output + errors)
+        self.assertIn("interrupted", errors)
+        self.assertFalse((self.work / "lock").exists())
+        self.assertEqual([path for path in self.base.rglob("*~kelsync*")], [])
+
+    def test_one_run_at_a_time(self):
+        self.work.mkdir()
+        (self.work / "lock").write_text("%d\n" % os.getpid())
+        self.assertIn("another kelsync", self.sync(FAILED, KELSYNC_KEY=HEX_KEY)[1])
+        gone = subprocess.Popen(["true"])
+        gone.wait()
+        (self.work / "lock").write_text("%d\n" % gone.pid)
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY)
+        self.assertFalse((self.work / "lock").exists())
+
+    def test_work_folder_of_another_pair(self):
+        for name in ("in2", "out2"):
+            (self.base / name).mkdir()
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY)
+        self.assertEqual((self.work / "pair").read_text(), "%s\n%s\n" % (self.inside, self.outside))
+        self.assertEqual(stat.S_IMODE((self.work / "pair").stat().st_mode), 0o600)
+        for pair in (("in2", "out"), ("in", "out2"), ("out", "in")):
+            errors = self.expect(USAGE, "sync", "--inside", pair[0], "--outside", pair[1], "--work", "work",
+                                 KELSYNC_KEY=HEX_KEY)[1]
+            self.assertIn("another pair:\n  Inside:  %s\n  Outside: %s\n" % (self.inside, self.outside), errors)
+        (self.work / "pair").unlink()
+        self.expect(DONE, "sync", "--inside", "in2", "--outside", "out", "--work", "work", KELSYNC_KEY=HEX_KEY)
+        self.assertFalse((self.work / "lock").exists())
+
+    def test_lock_that_cannot_be_made(self):
+        self.work.mkdir()
+        (self.work / "lock").mkdir()
+        errors = self.sync(FAILED, KELSYNC_KEY=HEX_KEY)[1]
+        self.assertIn("cannot be used: %s: Is a directory" % self.work, errors)
+        self.assertNotIn("another", errors)
+
+    def test_wrong_key_is_refused_before_anything_is_written(self):
+        (self.inside / "a.txt").write_text("content")
+        self.sync(DONE, "--make-key")
+        (self.inside / "b.txt").write_text("not to be locked away")
+        before = sorted((path, path.stat().st_mtime_ns) for path in self.outside.rglob("*"))
+        errors = self.sync(NO_KEY, KELSYNC_KEY=HEX_KEY)[1]
+        self.assertIn("the environment variable KELSYNC_KEY", errors)
+        self.assertIn("in place of the pair's own, %s" % (self.work / "key"), errors)
+        self.assertEqual(sorted((path, path.stat().st_mtime_ns) for path in self.outside.rglob("*")), before)
+        self.assertIn("encrypted 1", self.sync(DONE)[0])
+
+    def test_quarantine_shows_names_that_are_no_text(self):
+        for name in (b"bad\xff.txt", b"back\\slash.txt"):
+            with open(os.path.join(os.fsencode(self.inside), name), "wb") as file:
+                file.write(b"stays behind")
+        for _ in range(2):
+            output = self.sync(FAILED, KELSYNC_KEY=HEX_KEY)[0]
+            self.assertRegex(output, "(?m)^quarantined: bad\ufffd.txt: ")
+            self.assertRegex(output, "(?m)^quarantined: back/slash.txt: ")
+        for path in self.inside.glob("ba*"):
+            path.unlink()
+        self.assertIn("quarantined 0", self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0])
+
+    def test_log_set_up(self):
+        properties = self.work / "log" / "log.properties"
+        self.assertTrue(self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0].startswith("encrypted"))
+        self.assertTrue(properties.exists())
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY, SYNCPAIRTRACE="")
+        self.assertIn("DEBUG", (self.work / "log" / "syncpair.log").read_text())
+        self.assertFalse(properties.exists())
+        properties.write_text("log4cplus.rootLogger=ERROR\n")
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY, SYNCPAIRTRACE="")
+        self.assertEqual(properties.read_text(), "log4cplus.rootLogger=ERROR\n")
+        self.assertNotIn(HEX_KEY, (self.work / "log" / "syncpair.log").read_text())
+
+
+if __name__ == "__main__":
+    KELSYNC = os.path.abspath(sys.argv.pop(1))
+    unittest.main()

@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "platform/AtomicFile.h"
+#include "platform/Console.h"
+#include "platform/Files.h"
+#include "platform/Random.h"
+#include "platform/Text.h"
+#include "support/TempFolder.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using namespace Kelta::platform;
+using Kelta::test::TempFolder;
+
+/// A child process that does something, tells so, and lives until it is released.
+class Child {
+public:
+  explicit Child(const std::function<void(int told)>& action) {
+    EXPECT_EQ(pipe(told_), 0);
+    EXPECT_EQ(pipe(release_), 0);
+    id = fork();
+    if (id != 0) return;
+    close(release_[1]);
+    action(told_[1]);
+    char byte = 0;
+    _exit(read(release_[0], &byte, 1) < 0 ? 1 : 0);
+  }
+  ~Child() {
+    end();
+    for (const int descriptor : {told_[0], told_[1], release_[0]}) close(descriptor);
+  }
+  char awaitWord() const {
+    char byte = 0;
+    return read(told_[0], &byte, 1) == 1 ? byte : '?';
+  }
+  int end() {
+    if (release_[1] < 0) return -1;
+    close(release_[1]);
+    release_[1] = -1;
+    int status = 0;
+    waitpid(id, &status, 0);
+    return status;
+  }
+  pid_t id = 0;
+
+private:
+  int told_[2] = {-1, -1};
+  int release_[2] = {-1, -1};
+};
+
+void tell(int descriptor, char byte) {
+  if (write(descriptor, &byte, 1) != 1) _exit(2);
+}
+
+mode_t modeOf(const fs::path& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+std::string contentOf(const fs::path& path) {
+  File file(path, File::Mode::read);
+  std::string content(4096, '\0');
+  content.resize(file.read(&content[0], content.size()));
+  return content;
+}
+
+std::size_t countIn(const fs::path& folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+TEST(PosixFiles, LocksOfOthersAreSeen) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "content");
+  const fs::path path = temp / "file";
+  for (const short type : {static_cast<short>(F_WRLCK), static_cast<short>(F_RDLCK)}) {
+    Child child([&](int told) {
+      struct flock lock {};
+      lock.l_type = type;
+      lock.l_start = 3;
+      lock.l_len = 1;
+      const int descriptor = open(path.c_str(), O_RDWR);
+      tell(told, fcntl(descriptor, F_SETLK, &lock) == 0 ? 'k' : 'x');
+    });
+    ASSERT_EQ(child.awaitWord(), 'k');
+    EXPECT_EQ(isLocked(path), type == F_WRLCK);
+    child.end();
+    EXPECT_FALSE(isLocked(path));
+  }
+  const int holder = open(path.c_str(), O_RDONLY);
+  ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
+  EXPECT_TRUE(isLocked(path));
+  ASSERT_EQ(flock(holder, LOCK_SH | LOCK_NB), 0);
+  EXPECT_FALSE(isLocked(path));
+  close(holder);
+  // A pipe nobody writes to would hold up whoever opens it to read.
+  ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(isLocked(temp / "pipe"));
+  EXPECT_THROW(File(temp / "pipe", File::Mode::read), fs::filesystem_error);
+}
+
+TEST(PosixFiles, EntriesAreToldApartWithoutFollowingLinks) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "12345");
+  fs::create_symlink(temp / "file", temp / "link");
+  fs::create_symlink(temp / "loop", temp / "loop");
+  EXPECT_EQ(stampOf(temp / "link").kind, Kind::symlink);
+  EXPECT_EQ(stampOf(temp / "loop/below").kind, Kind::unknown);
+  EXPECT_EQ(stampOf(temp / std::string(300, 'n')).kind, Kind::unknown);
+  EXPECT_EQ(stampOf("/dev/null").kind, Kind::other);
+  const FileStamp before = stampOf(temp / "file");
+  ASSERT_TRUE(setLastWriteTime(temp / "link", 1000000007));
+  EXPECT_TRUE(stampOf(temp / "file").sameContent(before));
+  EXPECT_EQ(stampOf(temp / "link").nanoseconds, 1000000007);
+  EXPECT_FALSE(samePath(L"/a", L"/A"));
+  EXPECT_FALSE(liesBelow(L"/A/b", L"/a"));
+}
+
+TEST(PosixFiles, PositionsHave64Bits) {
+  const TempFolder temp;
+  constexpr std::uint64_t far = 5000000000;
+  File file(temp / "sparse", File::Mode::createNew);
+  file.seek(far);
+  file.write("end", 3);
+  EXPECT_EQ(file.size(), far + 3);
+  EXPECT_EQ(file.position(), far + 3);
+  EXPECT_EQ(file.stamp().size, far + 3);
+  file.seek(far);
+  char buffer[4] = {};
+  EXPECT_EQ(file.read(buffer, 4), 3u);
+  EXPECT_STREQ(buffer, "end");
+  EXPECT_THROW(file.seek(UINT64_MAX), fs::filesystem_error);
+}
+
+TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
+  const TempFolder temp;
+  const mode_t mask = umask(027);
+  writeWholeFile(temp / "new", "x");
+  writeWholeFile(temp / "secret", "x", true);
+  chmod((temp / "new").c_str(), 0604);
+  writeWholeFile(temp / "other", "x");
+  umask(mask);
+  EXPECT_EQ(modeOf(temp / "other"), 0640u);
+  EXPECT_EQ(modeOf(temp / "secret"), 0600u);
+  AtomicFile output(temp / "new");
+  EXPECT_EQ(modeOf(output.temporary()), 0600u);
+  output.commit();
+  EXPECT_EQ(modeOf(temp / "new"), 0604u);
+  fs::create_directory(temp / "folder");
+  chmod((temp / "folder").c_str(), 0755);
+  EXPECT_TRUE(restrictToOwner(temp / "folder"));
+  EXPECT_EQ(modeOf(temp / "folder"), 0700u);
+  EXPECT_TRUE(restrictToOwner(temp / "other"));
+  EXPECT_EQ(modeOf(temp / "other"), 0600u);
+  EXPECT_FALSE(restrictToOwner(temp / "none"));
+  // A link at the target's place is replaced, and what it points to left alone.
+  fs::create_symlink(temp / "secret", temp / "link");
+  writeWholeFile(temp / "link", "y");
+  EXPECT_EQ(stampOf(temp / "link").kind, Kind::file);
+  EXPECT_EQ(contentOf(temp / "secret"), "x");
+}
+
+TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {
+  const TempFolder temp;
+  writeWholeFile(temp / "target", "old");
+  struct rlimit former {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+  struct rlimit tight = former;
+  tight.rlim_cur = 1000;
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+  bool failed = false;
+  try {
+    writeWholeFile(temp / "target", std::string(100000, 'n'));
+  } catch (const fs::filesystem_error&) {
+    failed = true;
+  }
+  setrlimit(RLIMIT_FSIZE, &former);
+  signal(SIGXFSZ, handler);
+  EXPECT_TRUE(failed);
+  EXPECT_EQ(contentOf(temp / "target"), "old");
+  EXPECT_EQ(countIn(temp.path()), 1u);
+}
+
+/// The user's data folder, for as long as the object lives.
+class DataHome {
+public:
+  explicit DataHome(const fs::path& folder) : former_(getenv("XDG_DATA_HOME") ? getenv("XDG_DATA_HOME") : "") {
+    setenv("XDG_DATA_HOME", folder.c_str(), 1);
+  }
+  ~DataHome() { former_.empty() ? unsetenv("XDG_DATA_HOME") : setenv("XDG_DATA_HOME", former_.c_str(), 1); }
+
+private:
+  std::string former_;
+};
+
+TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
+  const TempFolder temp;
+  const DataHome home(temp / "data");
+  const fs::path trash = temp / "data/Trash";
+  fs::create_directory(temp / "in");
+  fs::create_symlink("in", temp / "way");
+  const std::string name = "r\xC3\xA9sum\xC3\xA9 100%.txt";
+  for (const char* content : {"first", "second"}) {
+    writeWholeFile(temp / "in" / name, content);
+    ASSERT_TRUE(recycle(temp / "way" / name));
+    ASSERT_EQ(stampOf(temp / "in" / name).kind, Kind::missing);
+  }
+  EXPECT_EQ(contentOf(trash / "files" / name), "first");
+  EXPECT_EQ(contentOf(trash / "files" / (name + ".2")), "second");
+  const std::string info = contentOf(trash / "info" / (name + ".2.trashinfo"));
+  const std::string start =
+      "[Trash Info]\nPath=" + fs::canonical(temp / "in").native() + "/r%C3%A9sum%C3%A9%20100%25.txt\nDeletionDate=";
+  EXPECT_EQ(info.substr(0, start.size()), start);
+  EXPECT_EQ(info.size(), start.size() + 20) << info;
+  EXPECT_EQ(modeOf(trash), 0700u);
+  // A file in the trash without an info file is nobody's to overwrite.
+  writeWholeFile(trash / "files/orphan", "kept");
+  writeWholeFile(temp / "orphan", "thrown away");
+  ASSERT_TRUE(recycle(temp / "orphan"));
+  EXPECT_EQ(contentOf(trash / "files/orphan"), "kept");
+  EXPECT_EQ(contentOf(trash / "files/orphan.2"), "thrown away");
+  EXPECT_EQ(stampOf(trash / "info/orphan.trashinfo").kind, Kind::missing);
+  std::string longName = "x";
+  while (longName.size() < 253) longName += "\xC3\xA9";
+  writeWholeFile(temp / longName, "long");
+  ASSERT_TRUE(recycle(temp / longName));
+  EXPECT_EQ(contentOf(trash / "files" / longName.substr(0, 229)), "long");
+  EXPECT_EQ(countIn(trash / "files"), countIn(trash / "info") + 1);
+}
+
+TEST(PosixRecycle, WithoutATrashAFileIsRemovedAndALinkIsNotFollowed) {
+  const TempFolder temp;
+  writeWholeFile(temp / "no folder", "x");
+  writeWholeFile(temp / "file", "x");
+  writeWholeFile(temp / "pointed at", "x");
+  {
+    const DataHome home(temp / "no folder");
+    EXPECT_TRUE(recycle(temp / "file"));
+    EXPECT_EQ(stampOf(temp / "file").kind, Kind::missing);
+  }
+  const DataHome home(temp / "data");
+  fs::create_symlink(temp / "pointed at", temp / "link");
+  EXPECT_TRUE(recycle(temp / "link"));
+  EXPECT_EQ(stampOf(temp / "link").kind, Kind::missing);
+  EXPECT_EQ(contentOf(temp / "pointed at"), "x");
+  EXPECT_EQ(stampOf(temp / "data/Trash/files/link").kind, Kind::symlink);
+}
+
+TEST(PosixText, NamesThatAreNoUtf8AreReadableButNotExact) {
+  const fs::path odd("a/\xFFz\xC3\xA9");
+  std::wstring wide;
+  EXPECT_FALSE(wideOf(odd, wide));
+  EXPECT_EQ(wide, L"a/\uFFFDz\u00E9");
+  EXPECT_EQ(utf8(odd), "a/\xEF\xBF\xBDz\xC3\xA9");
+  std::string arguments[] = {"program", "r\xC3\xA9", "\xFF"};
+  char* argv[] = {&arguments[0][0], &arguments[1][0], &arguments[2][0]};
+  std::vector<std::wstring> decoded;
+  EXPECT_TRUE(commandLine(2, argv, decoded));
+  EXPECT_EQ(decoded, std::vector<std::wstring>{L"r\u00E9"});
+  EXPECT_FALSE(commandLine(3, argv, decoded));
+  EXPECT_FALSE(environment("KELSYNC_TEST_NOT_SET", wide));
+}
+
+TEST(PosixProcess, OneThatEndedIsGone) {
+  Child child([](int told) { tell(told, 'k'); });
+  ASSERT_EQ(child.awaitWord(), 'k');
+  const std::string name = temporaryName();
+  const std::string start = name.substr(0, 19);
+  const std::string childs = start + std::to_string(child.id) + name.substr(name.size() - 9);
+  EXPECT_FALSE(isAbandoned(childs));
+  child.end();
+  EXPECT_TRUE(isAbandoned(childs));
+  EXPECT_TRUE(processRuns(processId()));
+  EXPECT_TRUE(processRuns(1));
+  forgetTemporaryName(name);
+}
+
+int toldAtTermination = -1;
+std::thread::id mainThread;
+
+TEST(PosixConsole, TheFirstSignalIsHandledOnAThreadAndTheSecondEndsTheProcess) {
+  Child child([](int told) {
+    toldAtTermination = told;
+    mainThread = std::this_thread::get_id();
+    onTerminate([] { tell(toldAtTermination, std::this_thread::get_id() == mainThread ? 'm' : 't'); });
+    tell(told, 'r');
+  });
+  ASSERT_EQ(child.awaitWord(), 'r');
+  kill(child.id, SIGINT);
+  EXPECT_EQ(child.awaitWord(), 't');
+  kill(child.id, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(waitpid(child.id, &status, 0), child.id);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {
+  int terminal = -1;
+  const pid_t id = forkpty(&terminal, nullptr, nullptr, nullptr);
+  ASSERT_GE(id, 0);
+  if (id == 0) {
+    struct termios before {
+    }, after{};
+    tcgetattr(STDIN_FILENO, &before);
+    {
+      SecretConsole console;
+      console.print(console.available() ? "?" : "!");
+      std::string read;
+      for (int key = 0; key != -1;) read += std::to_string(key = console.readKey()) + " ";
+      console.print(read);
+    }
+    tcgetattr(STDIN_FILENO, &after);
+    _exit(before.c_lflag == after.c_lflag ? 0 : 1);
+  }
+  std::string shown;
+  char byte = 0;
+  while (shown.find("-1 ") == std::string::npos && read(terminal, &byte, 1) == 1) {
+    shown += byte;
+    const std::string typed = "a\xC3\xA9\xF0\x9F\x98\x80\xFF\xE2\x82\r\x04";
+    if (shown != "?") continue;
+    EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+  }
+  EXPECT_EQ(shown, "?97 233 128512 65533 65533 10 -1 ");
+  int status = -1;
+  waitpid(id, &status, 0);
+  EXPECT_EQ(status, 0);
+  close(terminal);
+}
+
+}  // namespace

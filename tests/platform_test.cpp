@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <functional>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/AtomicFile.h"
+#include "platform/Files.h"
+#include "platform/Random.h"
+#include "platform/Text.h"
+#include "platform/Utf8.h"
+#include "support/TempFolder.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using namespace Kelta::platform;
+using Kelta::test::TempFolder;
+
+std::string contentOf(const fs::path& path) {
+  File file(path, File::Mode::read);
+  std::string content(static_cast<std::size_t>(file.size()) + 1, '\0');
+  content.resize(file.read(&content[0], content.size()));
+  return content;
+}
+
+std::vector<std::string> namesIn(const fs::path& folder) {
+  std::vector<std::string> names;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+    names.push_back(utf8(entry.path().filename()));
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+boost::system::error_code errorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const fs::filesystem_error& error) {
+    return error.code();
+  }
+  return {};
+}
+
+std::u16string utf16(const std::string& text) {
+  std::u16string wide;
+  const char* at = text.data();
+  while (at != text.data() + text.size()) putWide(wide, takeUtf8(at, text.data() + text.size()));
+  return wide;
+}
+
+std::string fromUtf16(const std::u16string& wide) {
+  std::string text;
+  const char16_t* at = wide.data();
+  while (at != wide.data() + wide.size()) putUtf8(text, takeWide(at, wide.data() + wide.size()));
+  return text;
+}
+
+TEST(PlatformText, Utf8AgreesWithBothWideForms) {
+  const struct {
+    const char* utf8Text;
+    const wchar_t* wide;
+    const char16_t* wide16;
+  } rows[] = {{"", L"", u""},
+              {"plain", L"plain", u"plain"},
+              {"\x7F\xC2\x80\xDF\xBF", L"\u007F\u0080\u07FF", u"\u007F\u0080\u07FF"},
+              {"\xE0\xA0\x80\xED\x9F\xBF", L"\u0800\uD7FF", u"\u0800\uD7FF"},
+              {"\xEE\x80\x80\xEF\xBF\xBF", L"\uE000\uFFFF", u"\uE000\uFFFF"},
+              {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\U00010000\U0010FFFF", u"\U00010000\U0010FFFF"},
+              {"a\xF0\x9F\x98\x80z", L"a\U0001F600z", u"a\xD83D\xDE00z"}};
+  for (const auto& row : rows) {
+    std::wstring wide;
+    EXPECT_TRUE(wideFromUtf8(row.utf8Text, wide)) << row.utf8Text;
+    EXPECT_EQ(wide, row.wide);
+    EXPECT_EQ(utf8(std::wstring(row.wide)), row.utf8Text);
+    EXPECT_EQ(utf16(row.utf8Text), row.wide16);
+    EXPECT_EQ(fromUtf16(row.wide16), row.utf8Text);
+    EXPECT_EQ(wideOf(pathOf(row.wide)), row.wide);
+  }
+}
+
+TEST(PlatformText, InvalidUtf8IsRefusedAndReadable) {
+  const std::pair<const char*, std::wstring> rows[] = {
+      {"\x80", L"\uFFFD"},                      // nothing leads
+      {"a\xC3", L"a\uFFFD"},                    // ends too early
+      {"\xE2\x82z", L"\uFFFDz"},                //
+      {"\xC0\xAF", L"\uFFFD\uFFFD"},            // overlong "/"
+      {"\xC1\xBF", L"\uFFFD\uFFFD"},            //
+      {"\xE0\x9F\xBF", L"\uFFFD\uFFFD\uFFFD"},  //
+      {"\xF0\x8F\xBF\xBF", L"\uFFFD\uFFFD\uFFFD\uFFFD"},
+      {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},            // a surrogate
+      {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond U+10FFFF
+      {"\xF5\x80\xFF", L"\uFFFD\uFFFD\uFFFD"}};
+  for (const auto& row : rows) {
+    std::wstring wide = L"left over";
+    EXPECT_FALSE(wideFromUtf8(row.first, wide)) << row.first;
+    EXPECT_EQ(wide, L"");
+    EXPECT_EQ(readableFromUtf8(row.first), row.second);
+  }
+}
+
+TEST(PlatformText, LoneSurrogatesBecomeTheReplacementCharacter) {
+  const std::vector<std::u16string> rows = {
+      {0xD83D}, {0xDE00}, {0xD83D, 'x'}, {0xDE00, 0xD83D}, {0xD83D, 0xD83D, 0xDE00}};
+  const char* const expected[] = {"\xEF\xBF\xBD", "\xEF\xBF\xBD", "\xEF\xBF\xBDx", "\xEF\xBF\xBD\xEF\xBF\xBD",
+                                  "\xEF\xBF\xBD\xF0\x9F\x98\x80"};
+  for (std::size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(fromUtf16(rows[i]), expected[i]) << i;
+  EXPECT_EQ(utf8(std::wstring(1, static_cast<wchar_t>(0xD83D)) + L"x"), "\xEF\xBF\xBDx");
+  const std::u32string beyond = {0xD800, 0x110000};
+  const char32_t* at = beyond.data();
+  EXPECT_EQ(takeWide(at, beyond.data() + 2), noCharacter);
+  EXPECT_EQ(takeWide(at, beyond.data() + 2), noCharacter);
+}
+
+TEST(PlatformFiles, StampsTellFilesApart) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "12345");
+  EXPECT_EQ(stampOf(temp / "none").kind, Kind::missing);
+  EXPECT_EQ(stampOf(temp / "file/below").kind, Kind::missing);
+  EXPECT_EQ(stampOf(temp.path()).kind, Kind::folder);
+  // 100 ns is what every file system in use keeps; times before 1970 are rounded down, too.
+  const std::pair<std::int64_t, std::int64_t> times[] = {
+      {1700000000123456700, 1700000000}, {1700000000000000000, 1700000000}, {0, 0}, {-100, -1}, {-1000000000, -1},
+      {5000000000000000100, 5000000000}};
+  for (const auto& time : times) {
+    ASSERT_TRUE(setLastWriteTime(temp / "file", time.first));
+    const FileStamp stamp = stampOf(temp / "file");
+    EXPECT_EQ(stamp.nanoseconds, time.first);
+    EXPECT_EQ(stamp.seconds(), time.second);
+    EXPECT_EQ(stamp.kind, Kind::file);
+    EXPECT_EQ(stamp.size, 5u);
+    EXPECT_TRUE(File(temp / "file", File::Mode::read).stamp().sameContent(stamp));
+  }
+  EXPECT_FALSE(setLastWriteTime(temp / "none", 0));
+}
+
+TEST(PlatformFiles, FileReadsWhatWasWrittenAndRefusesWhatIsNoFile) {
+  const TempFolder temp;
+  File file(temp / "f", File::Mode::createNew);
+  file.write("0123456789", 10);
+  file.seek(4);
+  char buffer[16] = {};
+  EXPECT_EQ(file.read(buffer, 3), 3u);
+  EXPECT_EQ(std::string(buffer, 3), "456");
+  EXPECT_EQ(file.position(), 7u);
+  EXPECT_EQ(file.read(buffer, sizeof buffer), 3u);
+  EXPECT_EQ(file.read(buffer, sizeof buffer), 0u);
+  EXPECT_EQ(file.size(), 10u);
+  file.close();
+  EXPECT_TRUE(errorOf([&] { file.write("x", 1); }));
+  EXPECT_TRUE(errorOf([&] { file.close(); }));
+  EXPECT_EQ(errorOf([&] { File(temp / "f", File::Mode::createNew); }), boost::system::errc::file_exists);
+  EXPECT_EQ(errorOf([&] { File(temp / "none", File::Mode::read); }), boost::system::errc::no_such_file_or_directory);
+  EXPECT_TRUE(errorOf([&] { File(temp.path(), File::Mode::read); }));
+  File reader(temp / "f", File::Mode::read);
+  EXPECT_TRUE(errorOf([&] { reader.write("x", 1); }));
+  EXPECT_EQ(contentOf(temp / "f"), "0123456789");
+}
+
+TEST(PlatformFiles, ReplacingKeepsOneOfTheTwo) {
+  const TempFolder temp;
+  writeWholeFile(temp / "a", "new");
+  writeWholeFile(temp / "b", "old");
+  EXPECT_TRUE(errorOf([&] { replaceFile(temp / "none", temp / "b"); }));
+  EXPECT_EQ(contentOf(temp / "b"), "old");
+  replaceFile(temp / "a", temp / "b");
+  EXPECT_EQ(contentOf(temp / "b"), "new");
+  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"b"});
+  EXPECT_FALSE(isLocked(temp / "b"));
+  EXPECT_FALSE(isLocked(temp / "none"));
+  EXPECT_FALSE(isLocked(temp.path()));
+}
+
+TEST(PlatformFiles, OnlyAnEmptyFolderIsRecycled) {
+  const TempFolder temp;
+  fs::create_directory(temp / "folder");
+  writeWholeFile(temp / "folder/new", "x");
+  EXPECT_FALSE(recycle(temp / "folder"));
+  EXPECT_EQ(contentOf(temp / "folder/new"), "x");
+  fs::remove(temp / "folder/new");
+  EXPECT_TRUE(recycle(temp / "folder"));
+  EXPECT_TRUE(recycle(temp / "folder"));
+  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{});
+}
+
+TEST(PlatformFiles, LiesBelowMindsComponents) {
+  EXPECT_TRUE(liesBelow(L"/a/b", L"/a/b"));
+  EXPECT_TRUE(liesBelow(L"/a/b/c", L"/a/b"));
+  EXPECT_FALSE(liesBelow(L"/a/bc", L"/a/b"));
+  EXPECT_FALSE(liesBelow(L"/a", L"/a/b"));
+  EXPECT_FALSE(liesBelow(L"", L"/a"));
+  EXPECT_TRUE(samePath(L"/a/b", L"/a/b"));
+  EXPECT_FALSE(samePath(L"/a/b", L"/a/bc"));
+}
+
+TEST(PlatformAtomicFile, TheTargetIsOldOrNewAndNothingStaysBehind) {
+  const TempFolder temp;
+  writeWholeFile(temp / "target", "old");
+  std::string temporary;
+  {
+    AtomicFile output(temp / "target");
+    output.file().write("unfinished", 10);
+    temporary = utf8(output.temporary().filename());
+    EXPECT_TRUE(isTemporaryName(temporary));
+    EXPECT_FALSE(isAbandoned(temporary));
+    EXPECT_EQ(output.temporary().parent_path(), temp.path());
+    EXPECT_EQ(contentOf(temp / "target"), "old");
+  }
+  EXPECT_TRUE(isAbandoned(temporary));
+  EXPECT_EQ(contentOf(temp / "target"), "old");
+  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"target"});
+  writeWholeFile(temp / "target", std::string("new\0", 4));
+  EXPECT_EQ(contentOf(temp / "target"), std::string("new\0", 4));
+  fs::create_directories(temp / "folder/full");
+  EXPECT_TRUE(errorOf([&] { writeWholeFile(temp / "folder", "x"); }));
+  EXPECT_TRUE(errorOf([&] { writeWholeFile(temp / "none/target", "x"); }));
+  EXPECT_EQ(namesIn(temp.path()), (std::vector<std::string>{"folder", "target"}));
+}
+
+TEST(PlatformAtomicFile, TemporaryNamesTellWhoseTheyAre) {
+  const std::string own = temporaryName();
+  EXPECT_NE(own, temporaryName());
+  const std::string start = own.substr(0, 19);
+  const std::string gone = start + "9999999999-00000000";  // no system has a process of that number
+  const struct {
+    std::string name;
+    bool temporary, abandoned;
+  } rows[] = {{own, true, false},
+              {gone, true, true},
+              {start + std::to_string(processId()) + "-0000000g", false, false},
+              {".~kelsync-" + std::string(start[10] == '0' ? "1" : "0") + gone.substr(11), true, false},
+              {".~kelsync-0123456789-00000000", false, false},
+              {start + "-00000000", false, false},
+              {start + "0-00000000", false, false},
+              {start + "007-00000000", false, false},
+              {start + "99999999999999999999-00000000", false, false},
+              {start + "12a-00000000", false, false},
+              {start + "12-0000000", false, false},
+              {own + "0", false, false},
+              {"x" + own, false, false},
+              {".~kelsync-", false, false},
+              {"", false, false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(isTemporaryName(row.name), row.temporary) << row.name;
+    EXPECT_EQ(isAbandoned(row.name), row.abandoned) << row.name;
+  }
+  forgetTemporaryName(own);
+  EXPECT_TRUE(isAbandoned(own));
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include "base/GenericPath.h"
+#include "support/Device.h"
+
+namespace Kelta {
+namespace test {
+namespace {
+
+// A clock that does something at every pause.
+class BusyClock : public VirtualClock {
+public:
+  std::function<void(std::int64_t)> onPause;
+  void wait(std::int64_t milliseconds, Interruption& interruption) override {
+    VirtualClock::wait(milliseconds, interruption);
+    if (onPause) onPause(milliseconds);
+  }
+};
+
+class Scan : public ::testing::Test {
+protected:
+  Scan() : clock(std::make_shared<BusyClock>()), a(folder / "a", folder / "outside", clock) {}
+
+  SyncPair::ScanResult updates() {
+    return a.pair().scanForUpdates(platform::wideOf(a.inside()), a.pair().srcStateList, a.pair().srcSyncList, 500);
+  }
+
+  TempFolder folder;
+  std::shared_ptr<BusyClock> clock;
+  Device a;
+};
+
+TEST_F(Scan, ASideThatNeverSettlesIsGivenUp) {
+  int files = 0;
+  std::vector<std::int64_t> pauses;
+  fs::path target = a.inside();
+  clock->onPause = [&](std::int64_t milliseconds) {
+    if (milliseconds < 1000) return;
+    pauses.push_back(milliseconds);
+    put(target / ("new" + std::to_string(files++)), "x", 10);
+  };
+  put(target / "new", "x", 10);
+  fs::create_directories(target / "dir");
+  a.pair().scanSrcChanges();
+  EXPECT_EQ(pauses, (std::vector<std::int64_t>{2500, 1500, 1500, 1500, 1500}));
+  pauses.clear();
+  target = a.outside();
+  put(target / "new.kelta", "x", 10);
+  clock->onPause = [&](std::int64_t milliseconds) {
+    pauses.push_back(milliseconds);
+    put(target / ("new" + std::to_string(files++) + ".kelta"), "x", 10);
+  };
+  a.pair().scanDestChanges();
+  EXPECT_EQ(pauses, (std::vector<std::int64_t>{1000, 2000}));
+}
+
+TEST_F(Scan, OnlyALaterTimeIsAnUpdate) {
+  const fs::path x = a.inside() / "x";
+  put(x, "1", 10);
+  put(a.inside() / "dir/y", "1", 10);
+  a.cycle();
+  put(x, "22", 10);
+  EXPECT_EQ(updates().total(), 0);
+  put(x, "22", 9);
+  platform::setLastWriteTime(a.inside() / "dir", (kEpoch + 1000000) * 1000000000);
+  EXPECT_EQ(updates().total(), 0);
+  put(x, "22", 11);
+  EXPECT_EQ(updates().filesChanged, 1);
+  EXPECT_EQ(updates().total(), 0) << "pending already";
+}
+
+TEST_F(Scan, EmptyFilesAndOddEntries) {
+  put(a.inside() / "empty", "", 10);
+  ASSERT_EQ(std::system(("mkfifo '" + (a.inside() / "pipe").string() + "'").c_str()), 0);
+  fs::create_directory_symlink("/", a.inside() / "link");
+  fs::create_directories(a.inside() / "dir.kelta/below");
+  EXPECT_EQ(updates().total(), 0);
+  ASSERT_EQ(a.pair().srcSyncList.size(), 1u);
+  EXPECT_EQ(a.pair().srcSyncList.count(L"empty"), 1u);
+}
+
+TEST_F(Scan, TheContentHashCoversTheBeginning) {
+  const std::string head(5120000, 'h');
+  put(a.inside() / "one", head + "1", 10);
+  put(a.inside() / "two", head + "2", 10);
+  put(a.inside() / "three", "abc", 10);
+  const auto hash = [&](const std::string& name) {
+    return platform::utf8(a.pair().generateFileHash(platform::wideOf(a.inside() / name)));
+  };
+  EXPECT_EQ(hash("one"), hash("two"));
+  EXPECT_EQ(hash("three"), "900150983cd24fb0d6963f7d28e17f72");
+  EXPECT_EQ(hash("missing"), "");
+}
+
+TEST_F(Scan, PausesFollowTheNumberOfEntries) {
+  for (int i = 0; i < 1200; ++i) put(a.inside() / std::to_string(i % 7) / std::to_string(i), "", 10);
+  int longPauses = 0;
+  int shortPauses = 0;
+  clock->onPause = [&](std::int64_t milliseconds) { ++(milliseconds == 1 ? shortPauses : longPauses); };
+  updates();
+  EXPECT_EQ(longPauses, 2);
+  EXPECT_EQ(shortPauses, 121) << "1200 files, 7 folders and their 7 identifiers";
+}
+
+TEST_F(Scan, PaceBetweenCycles) {
+  const auto tell = [&] {
+    int seconds = -1;
+    a.pair().defaultSleep(seconds);
+    return seconds;
+  };
+  a.pair().endCycle();
+  EXPECT_EQ(tell(), 10);
+  const struct { int age, pause; } table[] = {{301, 35}, {600, 35}, {602, 50}};
+  int age = 0;
+  for (const auto& row : table) {
+    clock->advance((row.age - age) * 1000);
+    age = row.age;
+    EXPECT_EQ(tell(), row.pause) << row.age;
+  }
+  put(a.inside() / "x", "1", 10);
+  std::vector<std::int64_t> pauses;
+  clock->onPause = [&](std::int64_t milliseconds) { pauses.push_back(milliseconds); };
+  a.cycle();
+  EXPECT_EQ(pauses, std::vector<std::int64_t>{1500}) << "the Inside's settling; none between the steps";
+  EXPECT_EQ(tell(), 10) << "the state was written just now";
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace Kelta

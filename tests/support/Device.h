@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/fstream.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "SyncPair0/SyncPair.h"
+#include "TempFolder.h"
+#include "VirtualClock.h"
+#include "platform/Files.h"
+
+namespace Kelta {
+namespace test {
+
+namespace fs = boost::filesystem;
+
+/// Times of test files count from here, so that a scenario can say "at 10".
+constexpr std::int64_t kEpoch = 1600000000;
+
+inline void put(const fs::path& file, const std::string& content, std::int64_t time) {
+  fs::create_directories(file.parent_path());
+  {
+    fs::ofstream out(file, std::ios::binary);
+    out << content;
+  }
+  platform::setLastWriteTime(file, (kEpoch + time) * 1000000000);
+}
+
+inline std::string contentOf(const fs::path& file) {
+  fs::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// A tree as text, sorted: "a.txt=content@time dir/ dir/b=…", markers left out.
+inline std::string treeOf(const fs::path& root) {
+  std::set<std::string> lines;
+  for (fs::recursive_directory_iterator it(root), end; it != end; ++it) {
+    const std::string name = platform::utf8(it->path().filename());
+    if (name == ".rid" || name == ".kelta") continue;
+    std::ostringstream line;
+    line << platform::utf8(it->path().lexically_relative(root).generic_path());
+    const auto stamp = platform::stampOf(it->path());
+    if (stamp.kind == platform::Kind::folder) line << '/';
+    if (stamp.kind == platform::Kind::symlink) line << "->";
+    if (stamp.kind == platform::Kind::file) line << '=' << contentOf(it->path()) << '@' << stamp.seconds() - kEpoch;
+    lines.insert(line.str());
+  }
+  std::string text;
+  for (const auto& line : lines) text += (text.empty() ? "" : " ") + line;
+  return text;
+}
+
+/// The names below a folder, sorted: "a.txt.kelta dir/ …", markers left out.
+inline std::string namesOf(const fs::path& root) {
+  std::set<std::string> names;
+  for (fs::recursive_directory_iterator it(root), end; it != end; ++it) {
+    const std::string name = platform::utf8(it->path().filename());
+    if (name == ".rid" || name == ".kelta") continue;
+    const bool folder = platform::stampOf(it->path()).kind == platform::Kind::folder;
+    names.insert(platform::utf8(it->path().lexically_relative(root).generic_path()) + (folder ? "/" : ""));
+  }
+  std::string text;
+  for (const auto& name : names) text += (text.empty() ? "" : " ") + name;
+  return text;
+}
+
+inline const wchar_t* testKey() { return L"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"; }
+
+/// One computer: an Inside and a work folder of its own, an Outside that it shares with others.
+class Device {
+public:
+  Device(const fs::path& home, const fs::path& outside,
+         std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>())
+      : home_(home), outside_(outside), clock_(std::move(clock)) {
+    setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);  // the desktop's trash
+    fs::create_directories(inside());
+    fs::create_directories(outside);
+    start();
+  }
+
+  /// A new engine on the same folders, as after a restart of the host.
+  void start() {
+    pair_.reset();
+    pair_ = std::make_unique<SyncPair>(clock_);
+    SyncPair* const queue = pair_.get();
+    EngineServices services;
+    services.clock = clock_;
+    services.interruption = pair_->interruption();
+    services.notify = [queue](const std::wstring& type, const std::wstring& message, const std::wstring& more) {
+      queue->notify(type, message, more);
+    };
+    handler_ = new CryptoSyncCopyHandler(services);
+    pair_->setSyncCopyHandler(handler_);
+    const auto wide = [](const fs::path& path) { return platform::wideOf(path); };
+    pair_->setSourceFolder(wide(inside()));
+    handler_->setInsideFolder(wide(inside()));
+    pair_->setDestFolder(wide(outside_));
+    handler_->setOutsideFolder(wide(outside_));
+    pair_->setTempFolder(wide(temp()));
+    handler_->setTempFolder(wide(temp()));
+    pair_->setStatePath(wide(state()));
+    handler_->setQuarFolder(wide(state() / "quar"));
+    handler_->setAssetKey(L"main", testKey());
+    handler_->sweepTempFolder();
+    pair_->setProgress([this](const std::wstring& operation, const std::wstring& path, std::uint64_t, std::uint64_t) {
+      events_ += (events_.empty() ? "" : " ") + platform::utf8(operation) + ":" +
+                 platform::utf8(platform::pathOf(path).filename());
+    });
+    pair_->initState();
+  }
+
+  /// One cycle; what it told the host: "encrypt:a.txt.kelta delete:b …".
+  std::string cycle() {
+    events_.clear();
+    pair_->syncCycle();
+    return events_;
+  }
+
+  SyncPair& pair() { return *pair_; }
+  CryptoSyncCopyHandler& handler() { return *handler_; }
+  VirtualClock& clock() { return *clock_; }
+  fs::path inside() const { return home_ / "inside"; }
+  fs::path outside() const { return outside_; }
+  fs::path temp() const { return home_ / "temp"; }
+  fs::path state() const { return home_ / "state"; }
+  std::string tree() const { return treeOf(inside()); }
+  std::string notifications() const { return platform::utf8(pair_->notificationsAsJSON()); }
+  /// What is left in the Temp folder; it must be nothing.
+  std::string leftovers() const { return fs::exists(temp()) ? namesOf(temp()) : ""; }
+
+private:
+  fs::path home_;
+  fs::path outside_;
+  std::shared_ptr<VirtualClock> clock_;
+  std::unique_ptr<SyncPair> pair_;
+  CryptoSyncCopyHandler* handler_ = nullptr;
+  std::string events_;
+};
+
+}  // namespace test
+}  // namespace Kelta
