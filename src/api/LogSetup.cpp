@@ -9,8 +9,11 @@
 
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
+#include <codecvt>
 #include <cstdio>
+#include <locale>
 #include <memory>
+#include <type_traits>
 
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -35,8 +38,29 @@ tstring text(const std::wstring& path) {
   return result;
 }
 
+[[maybe_unused]] const std::string& utf8Of(const std::string& line) { return line; }
+[[maybe_unused]] std::string utf8Of(const std::wstring& line) { return utf8(line); }
+
+/// Standard output in UTF-8, also where log4cplus is built with wide characters, whose stream would stop for good at
+/// the first character that the process's locale does not have.
+class Utf8ConsoleAppender : public log4cplus::ConsoleAppender {
+public:
+  Utf8ConsoleAppender() : ConsoleAppender(false, false) {}
+  ~Utf8ConsoleAppender() override { destructorImpl(); }
+
+protected:
+  void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+    const std::string line = utf8Of(formatEvent(event));
+    std::fwrite(line.data(), 1, line.size(), stdout);
+  }
+};
+
+using WideUtf8 = std::conditional_t<sizeof(wchar_t) == 2, std::codecvt_utf8_utf16<wchar_t>, std::codecvt_utf8<wchar_t>>;
+
 log4cplus::SharedAppenderPtr rollingFile(const std::wstring& path, long bytes, const tstring& pattern) {
-  log4cplus::SharedAppenderPtr appender(new log4cplus::RollingFileAppender(text(path), bytes, 1, true, true));
+  auto* const file = new log4cplus::RollingFileAppender(text(path), bytes, 1, true, true);
+  log4cplus::SharedAppenderPtr appender(file);
+  file->imbue(std::locale(std::locale::classic(), new WideUtf8));
   appender->setLayout(std::make_unique<log4cplus::PatternLayout>(pattern));
   return appender;
 }
@@ -71,7 +95,7 @@ void Log::useConsole() {
   }
   Logger root = Logger::getRoot();
   if (!root.getAllAppenders().empty()) return;
-  root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::ConsoleAppender(false, false)));
+  root.addAppender(log4cplus::SharedAppenderPtr(new Utf8ConsoleAppender));
   root.setLogLevel(log4cplus::INFO_LOG_LEVEL);
 }
 
