@@ -13,7 +13,9 @@ add_custom_command(OUTPUT ${def_file} ${c_def_file}
     ${def_file} ${c_def_file}
   DEPENDS ${make_def} ${public_header} VERBATIM)
 configure_file(kelsyncpair.rc.in kelsyncpair.rc @ONLY)
-target_sources(kelsyncpair PRIVATE ${def_file} ${CMAKE_CURRENT_BINARY_DIR}/kelsyncpair.rc)
+target_sources(kelsyncpair PRIVATE ${def_file} ${CMAKE_CURRENT_BINARY_DIR}/kelsyncpair.rc
+  platform/windows/LibraryMain.cpp)
+target_link_libraries(kelsyncpair PRIVATE kelsync_options)
 set_target_properties(kelsyncpair PROPERTIES PREFIX "")
 # All of log4cplus, also what the library itself does not call: hosts configure the loggers through it.
 target_link_libraries(kelsyncpair PRIVATE
