@@ -48,8 +48,13 @@ void CryptoSyncCopyHandler::sleepWithCheck(int interval, long ms) {
   for (int i = 0; i < interval; ++i) clock().wait(ms, interruption());
 }
 
-// A target over the limit quarantines the source; the host is told once.
+// A target over the limit, or of a name that cannot stand there, quarantines the source; the host is told once.
 bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
+  if (!platform::canStandAsName(nameOf(job.target))) {
+    HANDLER_ERROR("not a name for this system: %s", utf8(job.target).c_str());
+    quarantineOnce(job.source, L"Name cannot be stored");
+    return false;
+  }
   if (job.target.size() <= kMaxPathCharacters) return true;
   HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
   if (quarantineOnce(job.source, L"Path too long")) {

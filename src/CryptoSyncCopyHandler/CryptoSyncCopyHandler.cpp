@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 
-#include <boost/filesystem/operations.hpp>
-
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/AtomicFile.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 
@@ -45,7 +43,7 @@ bool CryptoSyncCopyHandler::storeFolder(std::wstring& role, const std::wstring& 
   role = folderForm(path);
   if (role.empty()) return false;
   boost::system::error_code error;
-  const bool created = fs::create_directories(platform::pathOf(role), error);
+  const bool created = platform::createFolders(platform::pathOf(role), error);
   if (error) HANDLER_ERROR("couldn't create %s: %s", utf8(role).c_str(), error.message().c_str());
   return created;
 }
@@ -76,7 +74,9 @@ bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& mes
   for (const fs::path& part : path.relative_path()) {
     if (part.native().find(backslash) != fs::path::string_type::npos) return true;
   }
-  return false;
+  const std::wstring name = platform::wideOf(path.filename());
+  const bool isArchive = hasExtension(path) && platform::stampOf(path).kind == Kind::file;
+  return !platform::canStandAsName(isArchive ? handleName(name) : name);
 }
 
 bool CryptoSyncCopyHandler::ignore(fs::path path) {

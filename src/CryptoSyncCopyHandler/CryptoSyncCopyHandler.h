@@ -152,6 +152,7 @@ private:
   bool isGone(const Deletion& deletion);
   bool deleteEntry(Deletion& deletion);
   bool deleteWithRetries(Deletion& deletion);
+  bool WinRecycleFile(const boost::filesystem::path& file);
   bool emptyFolder(const boost::filesystem::path& folder, std::size_t& removed);
 
   // Quarantine.cpp

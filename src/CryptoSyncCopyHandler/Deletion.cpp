@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Carrying a deletion over: plan (what is the counterpart, may it go) → look → delete, with retries.
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
@@ -9,7 +9,7 @@
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/AtomicFile.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -48,8 +48,8 @@ bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& del
     HANDLER_ERROR("outside of the pair's folders: %s", utf8(path).c_str());
     return false;
   }
-  const std::wstring relative = isRoot ? std::wstring() : deletion.own.substr(ownRoot.size());
-  deletion.target = deletion.root + relative;
+  deletion.target =
+      isRoot ? deletion.root : joinPath(deletion.root, deletion.own.substr(joinPath(ownRoot, L"").size()));
   const bool archiveName = hasExtension(platform::pathOf(deletion.own));
   if (!isRoot && !deletion.isFolder) deletion.target = withMappedName(deletion.target);
   HANDLER_DEBUG("delpath: %s", utf8(deletion.target).c_str());
@@ -79,17 +79,29 @@ bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
 // Removes our own files from a folder. False when anything else is in it: then nothing was removed.
 bool CryptoSyncCopyHandler::emptyFolder(const fs::path& folder, std::size_t& removed) {
   std::vector<fs::path> own;
-  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-    const std::string name = utf8(entry.path().filename());
+  std::vector<fs::path> entries;
+  boost::system::error_code error;
+  platform::listFolder(folder, entries, error);
+  if (error) throw fs::filesystem_error("Cannot list a folder", folder, error);
+  for (const fs::path& entry : entries) {
+    const std::string name = utf8(entry.filename());
     const bool ours = name == kFolderMarker || platform::isAbandoned(name);
-    if (!ours || platform::stampOf(entry.path()).kind != Kind::file) {
+    if (!ours || platform::stampOf(entry).kind != Kind::file) {
       HANDLER_ERROR("not empty: %s holds %s", utf8(folder).c_str(), name.c_str());
       return false;
     }
-    own.push_back(entry.path());
+    own.push_back(entry);
   }
-  for (const fs::path& path : own) removed += fs::remove(path) ? 1U : 0U;
+  for (const fs::path& path : own) removed += platform::removeEntry(path) ? 1U : 0U;
   return true;
+}
+
+bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file) {
+  bool canceled = false;
+  if (platform::recycle(file, &canceled)) return true;
+  KELTA_LOG(log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, nullptr, "%s",
+            canceled ? "Operation was canceled" : "Operation failed");
+  return false;
 }
 
 // One attempt: true when the entry is gone. Throws filesystem_error when the system refuses.
@@ -107,11 +119,11 @@ bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
     deletion.refused = true;
   } else if (deletion.isFolder) {
     deletion.refused = !emptyFolder(target, deletion.removed);
-    if (!deletion.refused) deletion.removed += fs::remove(target) ? 1U : 0U;
+    if (!deletion.refused) deletion.removed += platform::removeEntry(target) ? 1U : 0U;
   } else if (deletion.ownIsInside) {
-    deletion.removed += fs::remove(target) ? 1U : 0U;
+    deletion.removed += platform::removeEntry(target) ? 1U : 0U;
   } else {
-    if (!platform::recycle(target)) return false;
+    if (!WinRecycleFile(target)) return false;
     ++deletion.removed;
   }
   if (!deletion.refused) platform::syncFolder(target.parent_path());

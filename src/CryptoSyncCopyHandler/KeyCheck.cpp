@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether an installed key is the one that the Outside was encrypted with: a wrong one would lock new files away from
 // every other device, and nobody would notice before they were needed.
-#include <boost/filesystem/operations.hpp>
+#include <vector>
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "base/Log.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -22,16 +22,16 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
   const std::string id = utf8(assetId);
   int tried = 0;
   int seen = 0;
-  boost::system::error_code error;
-  fs::recursive_directory_iterator entry(platform::pathOf(outsideFolder_), error);
-  for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+  std::vector<fs::path> entries{platform::pathOf(outsideFolder_)};
+  while (!entries.empty() && seen++ <= kMaxEntries && tried < kMaxArchives) {
     interruption().check();
-    if (++seen > kMaxEntries || tried == kMaxArchives) break;
-    const fs::path& path = entry->path();
+    const fs::path path = entries.back();
+    entries.pop_back();
+    const platform::Kind kind = seen == 1 ? platform::Kind::folder : platform::stampOf(path).kind;
+    boost::system::error_code ignored;
+    if (kind == platform::Kind::folder) platform::listFolder(path, entries, ignored);
     boost::property_tree::ptree meta;
-    if (!hasExtension(path) || platform::stampOf(path).kind != platform::Kind::file || !getZipMetaJSON(path, meta)) {
-      continue;
-    }
+    if (kind != platform::Kind::file || !hasExtension(path) || !getZipMetaJSON(path, meta)) continue;
     const KeyFit fit = keyFits(id, meta);
     if (fit == KeyFit::fits) return true;
     tried += fit == KeyFit::doesNot ? 1 : 0;

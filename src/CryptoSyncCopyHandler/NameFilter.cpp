@@ -2,14 +2,15 @@
 #include "CryptoSyncCopyHandler/NameFilter.h"
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
 
+#include "platform/Files.h"
 #include "platform/Text.h"
 
 namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
+using platform::Kind;
 
 // Endings of the lock files that office suites put beside an open document.
 const wchar_t* const kLockFileEndings[] = {L"odt#", L"ods#", L"odg#",  L"odp#",  L"odf#", L"xls#",
@@ -54,17 +55,16 @@ bool isReservedName(const std::wstring& name, bool isFolder) {
 }
 
 bool isNeverSynchronised(const fs::path& path) {
-  boost::system::error_code error;
-  if (fs::symlink_status(path, error).type() == fs::symlink_file) return true;
+  const Kind kind = platform::stampOf(path).kind;
+  if (kind == Kind::symlink) return true;
   std::wstring text;
   platform::wideOf(path, text);
   if (text.size() > kMaxPathCharacters) return true;
-  const fs::file_status status = fs::status(path, error);
-  if (status.type() == fs::status_error || status.type() == fs::file_not_found) return false;
+  if (kind == Kind::missing || kind == Kind::unknown) return false;
   if (text.find(L'\n') != std::wstring::npos) return true;
   std::wstring name;
   platform::wideOf(path.filename(), name);
-  return isReservedName(name, status.type() == fs::directory_file);
+  return isReservedName(name, kind == Kind::folder);
 }
 
 }  // namespace Kelta

@@ -3,11 +3,11 @@
 // entry is looked at first.
 #include "CryptoSyncCopyHandler/PairFolders.h"
 
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <vector>
 
 #include "base/GenericPath.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 #include "platform/Text.h"
 
 namespace Kelta {
@@ -36,7 +36,7 @@ bool stepsBelow(const std::wstring& root, const std::wstring& folder, std::vecto
 
 void createFolder(const fs::path& path) {
   boost::system::error_code error;
-  fs::create_directory(path, error);
+  platform::createFolder(path, error);
   if (platform::stampOf(path).kind == Kind::folder) return;
   throw fs::filesystem_error("Cannot create a folder", path, error);
 }
@@ -51,9 +51,9 @@ Reach walk(const std::wstring& root, const std::wstring& folder, bool create, st
   if (root.empty() || !(platform::samePath(folder, root) || isBelow(folder, root)))
     return refuse(reason, "outside of the pair's folders", folder);
   if (!stepsBelow(root, folder, steps)) return refuse(reason, "not a plain path", folder);
-  boost::system::error_code ignored;
   // The root itself may be reached through a link: that is how the user set the pair up.
-  if (!fs::is_directory(platform::pathOf(root), ignored)) return refuse(reason, "folder is missing", root);
+  if (platform::kindBehindLinks(platform::pathOf(root)) != Kind::folder)
+    return refuse(reason, "folder is missing", root);
   std::wstring current = root;
   for (const std::wstring& step : steps) {
     current = joinPath(current, step);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Putting a finished file in its place: with its time and its rights set beforehand, it appears in one rename.
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/CopyJob.h"
@@ -43,6 +43,7 @@ bool CryptoSyncCopyHandler::place(const fs::path& from, const CopyJob& job) {
     if (error.code() != boost::system::errc::cross_device_link) throw;
     if (!placeAcrossVolumes(from, job)) return false;
   }
+  if (job.targetStamp.kind == platform::Kind::missing) platform::takeFolderRights(target);
   platform::syncFolder(target.parent_path());
   // Without its source's time the copy would pass for a change: a second try, unless somebody wrote to it since.
   if (!timeSet && platform::stampOf(target).sameContent(placed) &&
@@ -60,8 +61,7 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, const CopyJ
     interruption().check();
     output.file().write(buffer.data(), count);
   }
-  output.file().flushToDisk();
-  if (!platform::setLastWriteTime(output.temporary(), job.sourceStamp.nanoseconds))
+  if (!output.file().setLastWriteTime(job.sourceStamp.nanoseconds))
     HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
   if (!targetUnchanged(job)) return false;
   output.commit();

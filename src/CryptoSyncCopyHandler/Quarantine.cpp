@@ -8,7 +8,7 @@
 //     5  the quarantined path, generic form
 //
 // Fields are UTF-8 and escaped as in a JSON string, so that a tab in a name cannot be taken for a separator.
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <set>
 #include <sstream>
 
@@ -19,7 +19,7 @@
 #include "base/Log.h"
 #include "base/Md5.h"
 #include "platform/AtomicFile.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -76,8 +76,7 @@ void CryptoSyncCopyHandler::setQuarFolder(std::wstring path) {
 }
 
 bool CryptoSyncCopyHandler::quarantineFolderExists() {
-  boost::system::error_code ignored;
-  return !quarFolder_.empty() && fs::is_directory(platform::pathOf(quarFolder_), ignored);
+  return !quarFolder_.empty() && platform::kindBehindLinks(platform::pathOf(quarFolder_)) == Kind::folder;
 }
 
 fs::path CryptoSyncCopyHandler::genQuarantineRecordPath(fs::path path) {
@@ -128,7 +127,7 @@ void CryptoSyncCopyHandler::ifQuarantinedClear(fs::path path) {
   if (platform::stampOf(record).kind != Kind::file) return;
   HANDLER_INFO("exists, clearing");
   boost::system::error_code error;
-  if (fs::remove(record, error)) quarantineChanged();
+  if (platform::removeEntry(record, error)) quarantineChanged();
   if (error) HANDLER_ERROR("couldn't remove %s: %s", utf8(record).c_str(), error.message().c_str());
 }
 
@@ -139,7 +138,7 @@ bool CryptoSyncCopyHandler::clearQuarantineRecord(std::wstring record) {
                     platform::samePath(parentOf(record), quarFolder_) &&
                     platform::stampOf(platform::pathOf(record)).kind == Kind::file;
   boost::system::error_code ignored;
-  const bool removed = ours && fs::remove(platform::pathOf(record), ignored);
+  const bool removed = ours && platform::removeEntry(platform::pathOf(record), ignored);
   HANDLER_INFO("removed %d quarantine record", removed ? 1 : 0);
   if (removed) quarantineChanged();
   return removed;
@@ -167,12 +166,12 @@ std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
   if (!quarantineFolderExists()) HANDLER_INFO("Quarantine folder doesn't exist");
   std::set<fs::path> records;
   boost::system::error_code error;
-  fs::directory_iterator entry;
-  if (quarantineFolderExists()) entry = fs::directory_iterator(platform::pathOf(quarFolder_), error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+  std::vector<fs::path> entries;
+  if (quarantineFolderExists()) platform::listFolder(platform::pathOf(quarFolder_), entries, error);
+  for (const fs::path& entry : entries) {
     std::wstring name;
-    if (!platform::wideOf(entry->path().filename(), name) || !isRecordName(name)) continue;
-    if (platform::stampOf(entry->path()).kind == Kind::file) records.insert(entry->path());
+    if (!platform::wideOf(entry.filename(), name) || !isRecordName(name)) continue;
+    if (platform::stampOf(entry).kind == Kind::file) records.insert(entry);
   }
   if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(quarFolder_).c_str(), error.message().c_str());
   for (const fs::path& record : records) {

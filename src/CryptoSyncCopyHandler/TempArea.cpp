@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CryptoSyncCopyHandler/TempArea.h"
 
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "base/Log.h"
 #include "platform/AtomicFile.h"
-#include "platform/Files.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 
@@ -15,14 +15,12 @@ using platform::Kind;
 
 TempArea::TempArea(const std::wstring& tempFolder, const void* owner)
     : name_(platform::temporaryName()), path_(platform::pathOf(tempFolder) / name_), owner_(owner) {
-  try {
-    fs::create_directories(path_.parent_path());
-    if (!fs::create_directory(path_)) {
-      throw fs::filesystem_error("Temporary folder exists", path_, make_error_code(boost::system::errc::file_exists));
-    }
-  } catch (...) {
+  boost::system::error_code error;
+  platform::createFolders(path_.parent_path(), error);
+  if (error || !platform::createFolder(path_, error)) {
     platform::forgetTemporaryName(name_);
-    throw;
+    if (!error) error = make_error_code(boost::system::errc::file_exists);
+    throw fs::filesystem_error("Cannot create a temporary folder", path_, error);
   }
   platform::restrictToOwner(path_);
 }
@@ -31,7 +29,7 @@ TempArea::~TempArea() {
   log4cplus::Logger& logger = log::copyHandler();
   KELTA_LOG(logger, log4cplus::DEBUG_LOG_LEVEL, owner_, "removing all at %s", utf8(path_).c_str());
   boost::system::error_code error;
-  fs::remove_all(path_, error);
+  platform::removeTree(path_, error);
   if (error) {
     KELTA_LOG(logger, log4cplus::ERROR_LOG_LEVEL, owner_, "remove_all() error_code return %d %s", error.value(),
               error.message().c_str());
@@ -43,27 +41,29 @@ bool removeAbandoned(const fs::path& path, bool foldersToo) {
   if (!platform::isAbandoned(utf8(path.filename()))) return false;
   const Kind kind = platform::stampOf(path).kind;
   boost::system::error_code ignored;
-  if (kind == Kind::file) return fs::remove(path, ignored);
+  if (kind == Kind::file) return platform::removeEntry(path, ignored);
   if (kind != Kind::folder || !foldersToo) return false;
-  return fs::remove_all(path, ignored) > 0 && !ignored;
+  platform::removeTree(path, ignored);
+  return !ignored;
 }
 
 void CryptoSyncCopyHandler::sweepTempFolder() {
   if (tempFolder_.empty()) return;
   boost::system::error_code error;
-  fs::directory_iterator entry(platform::pathOf(tempFolder_), error);
+  std::vector<fs::path> entries;
+  platform::listFolder(platform::pathOf(tempFolder_), entries, error);
   const std::int64_t dayAgo = clock().nowSeconds() - 24 * 3600;
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+  for (const fs::path& entry : entries) {
     // This folder is ours alone: after a day the name of another machine, or a process of that number, means that the
     // machine was renamed or the number given out again. Plain content must not stay behind.
-    const platform::FileStamp stamp = platform::stampOf(entry->path());
-    const std::string name = utf8(entry->path().filename());
+    const platform::FileStamp stamp = platform::stampOf(entry);
+    const std::string name = utf8(entry.filename());
     if (platform::isTemporaryName(name) && !platform::isOwnTemporaryName(name) && stamp.seconds() < dayAgo) {
       boost::system::error_code ignored;
-      fs::remove_all(entry->path(), ignored);
+      platform::removeTree(entry, ignored);
       continue;
     }
-    if (removeAbandoned(entry->path(), true)) HANDLER_INFO("removed %s", utf8(entry->path()).c_str());
+    if (removeAbandoned(entry, true)) HANDLER_INFO("removed %s", utf8(entry).c_str());
   }
   if (error) HANDLER_ERROR("couldn't sweep %s: %s", utf8(tempFolder_).c_str(), error.message().c_str());
 }

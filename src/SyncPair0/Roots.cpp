@@ -9,6 +9,7 @@
 #include "base/Log.h"
 #include "base/Md5.h"
 #include "platform/AtomicFile.h"
+#include "platform/Folders.h"
 #include "platform/Random.h"
 
 namespace Kelta {
@@ -37,10 +38,8 @@ std::wstring SyncPair::markerOf(const Side& side) const {
 
 bool SyncPair::rootPresent(const Side& side) const {
   if (side.root.empty()) return false;
-  const platform::Kind kind = kindOf(side.root);
-  if (kind == platform::Kind::folder) return true;
   // The root itself may be a link to a folder: then the folder behind it counts.
-  return kind == platform::Kind::symlink && kindOf(joinPath(side.root, L".")) == platform::Kind::folder;
+  return platform::kindBehindLinks(platform::pathOf(side.root)) == platform::Kind::folder;
 }
 
 std::string SyncPair::rootIdOf(const Side& side) const {

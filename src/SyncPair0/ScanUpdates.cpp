@@ -2,7 +2,6 @@
 // Additions and updates of one side. An entry without a record is an addition; a file whose last-write time lies
 // behind the recorded one is an update (a time that stayed, or went backwards, is no change). The walk is slow on
 // purpose: it pauses so that a large tree does not saturate the disk.
-#include <boost/filesystem/operations.hpp>
 #include <deque>
 #include <set>
 
@@ -10,6 +9,7 @@
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -21,10 +21,7 @@ constexpr std::uint64_t kShortPauseInterval = 10;
 // False, with a log line, when the folder cannot be listed.
 bool SyncPair::listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries) {
   boost::system::error_code error;
-  boost::filesystem::directory_iterator entry(platform::pathOf(folder), error);
-  for (; !error && entry != boost::filesystem::directory_iterator(); entry.increment(error)) {
-    entries.push_back(entry->path());
-  }
+  platform::listFolder(platform::pathOf(folder), entries, error);
   if (error) PAIR_ERROR("boofs::filesystem_error: %s: %s", utf8(folder).c_str(), error.message().c_str());
   return !error;
 }

@@ -5,7 +5,6 @@
 //
 // No header, no escaping: a path with a TAB or a line break is never recorded.
 #include <boost/filesystem/exception.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 
@@ -14,6 +13,7 @@
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/AtomicFile.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -84,7 +84,8 @@ void SyncPair::writeStateList(StateList& list, std::wstring stateFile) {
   PAIR_DEBUG("Obtaining global lock %p", static_cast<void*>(&globalLock()));
   const boost::lock_guard<boost::mutex> lock(globalLock());
   const bool inside = platform::samePath(stateFile, stateFiles_[0]);
-  boost::filesystem::create_directories(platform::pathOf(stateFolder_));
+  boost::system::error_code unmade;  // then the file cannot be made either, and that error is thrown
+  platform::createFolders(platform::pathOf(stateFolder_), unmade);
   platform::AtomicFile target(platform::pathOf(stateFile), true);
   std::string text;
   for (auto& entry : list) {
@@ -127,7 +128,7 @@ void SyncPair::sweepStateFolder() {
       continue;
     }
     boost::system::error_code ignored;
-    boost::filesystem::remove(entry, ignored);
+    platform::removeEntry(entry, ignored);
   }
 }
 

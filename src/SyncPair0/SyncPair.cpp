@@ -87,9 +87,10 @@ bool SyncPair::isPairRoot(std::wstring checkPath) {
 // The key of an entry is its path relative to the root with the plain name, so that both sides use the
 // same one. Empty: an entry that nobody synchronises (on the Outside: no archive).
 std::wstring SyncPair::keyOf(const Side& side, const std::wstring& path, bool isFolder) {
-  if (path.size() <= side.root.size() + 1 || !platform::liesBelow(path, side.root)) return std::wstring();
-  const std::size_t rootLength = side.root.back() == L'/' ? side.root.size() : side.root.size() + 1;
-  std::wstring key = path.substr(rootLength);
+  if (side.root.empty() || !platform::liesBelow(path, side.root)) return std::wstring();
+  const std::size_t start = joinPath(side.root, L"").size();
+  if (path.size() <= start) return std::wstring();
+  std::wstring key = path.substr(start);
   PAIR_DEBUG("relPath = %s", utf8(key).c_str());
   if (side.inside) return key;
   if (hasArchiveExtension(nameOf(key)) == isFolder) return std::wstring();

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "platform/Files.h"
+
 namespace Kelta {
 
 std::wstring genericForm(std::wstring path) {
@@ -12,7 +14,8 @@ std::wstring genericForm(std::wstring path) {
 
 std::wstring folderForm(std::wstring folder) {
   folder = genericForm(std::move(folder));
-  while (folder.size() > 1 && folder.back() == L'/' && folder[folder.size() - 2] != L':') folder.pop_back();
+  const std::size_t shortest = std::max<std::size_t>(platform::rootLength(folder), 1);
+  while (folder.size() > shortest && folder.back() == L'/') folder.pop_back();
   return folder;
 }
 
@@ -23,7 +26,7 @@ std::wstring joinPath(const std::wstring& folder, const std::wstring& name) {
 
 std::wstring parentOf(const std::wstring& path) {
   const auto slash = path.rfind(L'/');
-  return slash == std::wstring::npos ? std::wstring() : path.substr(0, slash);
+  return slash == std::wstring::npos ? std::wstring() : path.substr(0, std::max(slash, platform::rootLength(path)));
 }
 
 std::wstring nameOf(const std::wstring& path) {

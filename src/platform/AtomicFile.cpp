@@ -2,10 +2,10 @@
 #include "platform/AtomicFile.h"
 
 #include <boost/filesystem/exception.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <mutex>
 #include <set>
 
+#include "platform/Folders.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
 
@@ -134,7 +134,7 @@ AtomicFile::AtomicFile(const boost::filesystem::path& target, bool ownerOnly) : 
 AtomicFile::~AtomicFile() {
   file_.reset();
   boost::system::error_code ignored;
-  if (!committed_) boost::filesystem::remove(temporary_, ignored);
+  if (!committed_) removeEntry(temporary_, ignored);
   forgetTemporaryName(utf8(temporary_.filename()));
 }
 

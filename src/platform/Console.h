@@ -28,7 +28,7 @@ private:
   bool available_ = false;
 };
 
-/// Prepares standard output for UTF-8 text.
+/// Prepares standard output and error for UTF-8 text whose lines end in a line feed alone.
 void useUtf8Output();
 
 /// From now on writing to a pipe that nobody reads any more fails, and no longer ends the process.

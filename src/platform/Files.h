@@ -29,6 +29,14 @@ struct FileStamp {
 /// Never throws; symbolic links are not followed.
 FileStamp stampOf(const boost::filesystem::path& path);
 
+/// Whether a file or folder of that name, and of no other, can stand in a folder and be used by the user's programs
+/// (Windows takes "a." for "a" and "NUL.txt" for a device). The name is one component.
+bool canStandAsName(const std::wstring& name);
+
+/// How many characters at the start of a generic path name its volume's root: "/" or, on Windows, "C:/" and
+/// "//server/share". 0 for a relative path.
+std::size_t rootLength(const std::wstring& path);
+
 /// Sets the last-write time of a file. False when the system refuses.
 bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds);
 
@@ -48,15 +56,19 @@ void setHidden(const boost::filesystem::path& path);
 
 /// Moves a file into the user's recycle bin; where there is none, removes it. A folder is removed in one step, and
 /// only when it is empty, so that nothing which appears in it at the last moment goes along. True also when the entry
-/// is gone already; false, with the entry left where it was, when it could not be done.
-bool recycle(const boost::filesystem::path& path);
+/// is gone already; false, with the entry left where it was, when it could not be done; `canceled`, if given, tells
+/// that this was a decision and no failure.
+bool recycle(const boost::filesystem::path& path, bool* canceled = nullptr);
 
 /// Restricts a file or a folder to its owner, where the file system can. False when it refuses.
 bool restrictToOwner(const boost::filesystem::path& path);
 
 /// Gives the file `fresh`, made for its owner alone, the rights it is to have as `target`: those of the file
-/// it will replace, else those of any new file there.
+/// it will replace (on Windows also its read-only, hidden and system marks), else those of any new file there.
 void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target);
+
+/// Gives a new file that came from another folder the rights that its folder hands down, where folders do that.
+void takeFolderRights(const boost::filesystem::path& file);
 
 /// The user's folder for programs' own data; empty when the system names none.
 boost::filesystem::path userDataFolder();
@@ -89,6 +101,8 @@ public:
   void seek(std::uint64_t position);
   std::uint64_t position();
   std::uint64_t size();
+  /// As platform::setLastWriteTime(); here nothing written before, nor closing the file, changes it again.
+  bool setLastWriteTime(std::int64_t nanoseconds);
   /// Returns when everything written is on the disk.
   void flushToDisk();
   /// Closes, and throws when that fails. The destructor closes silently.

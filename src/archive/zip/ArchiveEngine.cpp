@@ -7,6 +7,7 @@
 #include <set>
 
 #include "archive/zip/EntryName.h"
+#include "platform/Folders.h"
 #include "platform/Text.h"
 
 namespace Kelta {
@@ -20,11 +21,6 @@ constexpr int kAttempts = 3;
 
 [[noreturn]] void fail(ArchiveFailure failure, const std::string& what) { throw ArchiveError(failure, what); }
 
-bool sameFile(const fs::path& a, const fs::path& b) {
-  boost::system::error_code error;
-  return fs::equivalent(a, b, error) && !error;
-}
-
 /// The file's own name as an entry's name; "unsafeName" when it has no exact form in UTF-8.
 std::string ownName(const fs::path& source) {
   std::wstring wide;
@@ -32,24 +28,25 @@ std::string ownName(const fs::path& source) {
   return platform::utf8(wide);
 }
 
-fs::path pathOfName(const std::string& name) {
+fs::path pathOfComponent(const std::string& name) {
   std::wstring wide;
-  platform::wideFromUtf8(name, wide);
+  if (!platform::wideFromUtf8(name, wide) || !platform::canStandAsName(wide))
+    fail(ArchiveFailure::unsafeName, name + ": not a name for this system");
   return platform::pathOf(wide);
 }
 
 /// The file that a link leads to, so that replacing it leaves the link alone.
 fs::path behindLink(const fs::path& path) {
+  if (platform::stampOf(path).kind != platform::Kind::symlink) return path;
   boost::system::error_code error;
-  if (!fs::is_symlink(fs::symlink_status(path, error))) return path;
   const fs::path target = fs::canonical(path, error);
   return error ? path : target;
 }
 
 void makeFolder(const fs::path& folder) {
   boost::system::error_code error;
-  fs::create_directories(folder, error);
-  if (error || !fs::is_directory(folder, error))
+  platform::createFolders(folder, error);
+  if (error || platform::kindBehindLinks(folder) != platform::Kind::folder)
     fail(ArchiveFailure::cannotWrite, platform::utf8(folder) + ": cannot be created");
 }
 
@@ -59,13 +56,13 @@ fs::path placeFor(const Entry& entry, const fs::path& folder) {
   fs::path place = folder;
   std::size_t start = 0;
   for (std::size_t stop; (stop = entry.name.find('/', start)) != std::string::npos; start = stop + 1) {
-    place /= pathOfName(entry.name.substr(start, stop - start));
+    place /= pathOfComponent(entry.name.substr(start, stop - start));
     const platform::Kind kind = platform::stampOf(place).kind;
     if (kind != platform::Kind::missing && kind != platform::Kind::folder)
       fail(ArchiveFailure::cannotWrite, platform::utf8(place) + ": not a folder");
     makeFolder(place);
   }
-  return start < entry.name.size() ? place / pathOfName(entry.name.substr(start)) : place;
+  return start < entry.name.size() ? place / pathOfComponent(entry.name.substr(start)) : place;
 }
 
 }  // namespace
@@ -103,11 +100,11 @@ void ArchiveEngine::addPending(ArchiveWriter& writer) {
 
 void ArchiveEngine::writeArchive(const fs::path& target) {
   done_ = 0;
-  boost::system::error_code error;
-  if ((writeFlags_ & kReplaceTarget) == 0 && fs::exists(fs::symlink_status(target, error)))
+  if ((writeFlags_ & kReplaceTarget) == 0 && platform::stampOf(target).kind != platform::Kind::missing)
     fail(ArchiveFailure::cannotWrite, platform::utf8(target) + ": exists already");
   for (const Addition& addition : pending_)
-    if (sameFile(addition.source, target)) fail(ArchiveFailure::badArgument, "a file cannot be packed over itself");
+    if (platform::sameEntry(addition.source, target))
+      fail(ArchiveFailure::badArgument, "a file cannot be packed over itself");
   OutputFile out(target);
   ArchiveWriter writer(out);
   addPending(writer);
@@ -133,7 +130,7 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
   done_ = 0;
   if ((writeFlags_ & kReplaceTarget) == 0) fail(ArchiveFailure::cannotWrite, "updating replaces the archive");
   for (const Addition& addition : pending_)
-    if (sameFile(addition.source, archive))
+    if (platform::sameEntry(addition.source, archive))
       fail(ArchiveFailure::badArgument, "an archive cannot be packed into itself");
   const fs::path place = behindLink(archive);
   auto reader = std::make_unique<ArchiveReader>(place);
@@ -165,9 +162,8 @@ void ArchiveEngine::extractEntry(ArchiveReader& reader, const Entry& entry, cons
   unlock(content, entry);
   const fs::path place = placeFor(entry, folder);
   if (entry.isFolder()) return;
-  boost::system::error_code error;
-  const bool taken = fs::exists(fs::symlink_status(place, error));
-  if (taken && ((extractOption_ & kReplaceFiles) == 0 || sameFile(place, archive)))
+  const bool taken = platform::stampOf(place).kind != platform::Kind::missing;
+  if (taken && ((extractOption_ & kReplaceFiles) == 0 || platform::sameEntry(place, archive)))
     fail(ArchiveFailure::cannotWrite, platform::utf8(place) + ": exists already");
   OutputFile out(place);
   const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBufferSize]);

@@ -2,8 +2,9 @@
 #include "archive/zip/FileStreams.h"
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/exception.hpp>
 
+#include "platform/Folders.h"
 #include "platform/Text.h"
 
 namespace Kelta {
@@ -26,7 +27,7 @@ auto asArchiveError(ArchiveFailure failure, Operation operation) -> decltype(ope
 /// Nothing but an ordinary file is opened: a pipe would block, a device has no size.
 platform::File openForReading(const fs::path& path) {
   return asArchiveError(ArchiveFailure::cannotRead, [&] {
-    if (!fs::is_regular_file(fs::status(path)))
+    if (platform::kindBehindLinks(path) != platform::Kind::file)
       throw ArchiveError(ArchiveFailure::cannotRead, platform::utf8(path) + ": not an ordinary file");
     return platform::File(path, platform::File::Mode::read);
   });
@@ -71,8 +72,7 @@ namespace {
 
 /// A folder in the way is told before anything is written.
 const fs::path& checkedTarget(const fs::path& target) {
-  boost::system::error_code error;
-  if (fs::is_directory(target, error))
+  if (platform::kindBehindLinks(target) == platform::Kind::folder)
     throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(target) + ": a folder stands in its place");
   return target;
 }

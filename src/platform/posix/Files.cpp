@@ -16,6 +16,7 @@
 #include <limits>
 #include <vector>
 
+#include "platform/Folders.h"
 #include "platform/posix/Stat.h"
 
 namespace Kelta {
@@ -112,14 +113,27 @@ FileStamp stampOf(const boost::filesystem::path& path) {
   return none;
 }
 
-bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds) {
+boost::filesystem::path callPath(const boost::filesystem::path& path) { return path; }
+
+bool canStandAsName(const std::wstring& name) {
+  return !name.empty() && name != L"." && name != L".." && name.find(L'/') == std::wstring::npos &&
+         name.find(L'\0') == std::wstring::npos;
+}
+
+std::size_t rootLength(const std::wstring& path) { return !path.empty() && path[0] == L'/' ? 1 : 0; }
+
+std::array<struct timespec, 2> lastWriteOnly(std::int64_t nanoseconds) {
   FileStamp wanted;
   wanted.nanoseconds = nanoseconds;
-  struct timespec times[2] = {};
+  std::array<struct timespec, 2> times{};
   times[0].tv_nsec = UTIME_OMIT;
   times[1].tv_sec = static_cast<time_t>(wanted.seconds());
   times[1].tv_nsec = static_cast<long>(nanoseconds - wanted.seconds() * kNanosecondsPerSecond);
-  return utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0;
+  return times;
+}
+
+bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds) {
+  return utimensat(AT_FDCWD, path.c_str(), lastWriteOnly(nanoseconds).data(), AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to) {
@@ -162,6 +176,8 @@ void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesys
   }
   chmod(fresh.c_str(), mode);
 }
+
+void takeFolderRights(const boost::filesystem::path&) {}
 
 boost::filesystem::path userDataFolder() {
   const char* data = std::getenv("XDG_DATA_HOME");

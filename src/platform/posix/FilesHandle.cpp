@@ -95,6 +95,10 @@ std::uint64_t File::position() {
 
 std::uint64_t File::size() { return static_cast<std::uint64_t>(impl_->status("stat").st_size); }
 
+bool File::setLastWriteTime(std::int64_t nanoseconds) {
+  return futimens(impl_->descriptor, lastWriteOnly(nanoseconds).data()) == 0;
+}
+
 void File::flushToDisk() {
   int result = 0;
   do {

@@ -209,7 +209,8 @@ fs::path fullPath(const fs::path& path) {
 
 }  // namespace
 
-bool recycle(const boost::filesystem::path& path) try {
+bool recycle(const boost::filesystem::path& path, bool* canceled) try {
+  if (canceled) *canceled = false;
   const Kind kind = stampOf(path).kind;
   if (kind == Kind::missing) return true;
   if (kind == Kind::unknown) return false;

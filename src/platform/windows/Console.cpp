@@ -2,8 +2,12 @@
 #include "platform/Console.h"
 
 #include <windows.h>
+// after windows.h
+#include <fcntl.h>
+#include <io.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 
 #include "platform/Text.h"
@@ -59,8 +63,9 @@ SecretConsole::SecretConsole() : impl_(new Impl) {
   impl_->input = openConsole(L"CONIN$");
   impl_->output = openConsole(L"CONOUT$");
   if (!impl_->input || !impl_->output || !GetConsoleMode(impl_->input.get(), &impl_->formerMode)) return;
-  const DWORD hidden = ENABLE_ECHO_INPUT | ENABLE_LINE_INPUT;
-  available_ = SetConsoleMode(impl_->input.get(), impl_->formerMode & ~hidden) != 0;
+  // Ctrl-C arrives as a key: its event would end the process with the echo still off.
+  const DWORD off = ENABLE_ECHO_INPUT | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
+  available_ = SetConsoleMode(impl_->input.get(), impl_->formerMode & ~off) != 0;
 }
 
 SecretConsole::~SecretConsole() {
@@ -89,7 +94,9 @@ void SecretConsole::print(const std::string& text) {
   if (available_) WriteConsoleW(impl_->output.get(), wide.data(), static_cast<DWORD>(wide.size()), &put, nullptr);
 }
 
+// Bytes go out as they are: a file or a pipe gets the same as on any other system.
 void useUtf8Output() {
+  for (std::FILE* const stream : {stdout, stderr}) _setmode(_fileno(stream), _O_BINARY);
   if (formerOutputCodePage != 0) return;
   formerOutputCodePage = GetConsoleOutputCP();
   if (formerOutputCodePage == 0 || !SetConsoleOutputCP(CP_UTF8)) return;

@@ -21,6 +21,8 @@ constexpr DWORD kRecallOnDataAccess = 0x00400000;
 /// The content is elsewhere; opening the file could fetch it.
 constexpr DWORD kNotHere = FILE_ATTRIBUTE_OFFLINE | kRecallOnOpen | kRecallOnDataAccess;
 
+constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
+
 constexpr int kReplaceAttempts = 5;
 constexpr DWORD kFirstPauseMilliseconds = 10;
 
@@ -31,11 +33,6 @@ bool mayPass(DWORD error) {
 
 std::uint64_t joined(DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; }
 
-bool sameText(const wchar_t* a, std::size_t aLength, const wchar_t* b, std::size_t bLength) {
-  if (aLength == 0 || bLength == 0) return aLength == bLength;
-  return CompareStringOrdinal(a, static_cast<int>(aLength), b, static_cast<int>(bLength), TRUE) == CSTR_EQUAL;
-}
-
 }  // namespace
 
 FileStamp stampOf(const boost::filesystem::path& path) {
@@ -44,7 +41,8 @@ FileStamp stampOf(const boost::filesystem::path& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!GetFileAttributesExW(native.c_str(), GetFileExInfoStandard, &data)) {
     const DWORD error = GetLastError();
-    stamp.kind = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? Kind::missing : Kind::unknown;
+    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND || error == ERROR_DIRECTORY;
+    stamp.kind = missing ? Kind::missing : Kind::unknown;
     return stamp;
   }
   stamp.kind = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? Kind::folder : Kind::file;
@@ -56,39 +54,70 @@ FileStamp stampOf(const boost::filesystem::path& path) {
 }
 
 bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds) {
-  std::uint64_t ticks = 0;
-  if (!fileTimeOf(nanoseconds, ticks)) return false;
   const Handle file =
       handleOf(CreateFileW(nativePath(path).c_str(), FILE_WRITE_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                            FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  if (!file) return false;
-  const FILETIME time = {static_cast<DWORD>(ticks & 0xFFFFFFFF), static_cast<DWORD>(ticks >> 32)};
-  return SetFileTime(file.get(), nullptr, nullptr, &time) != 0;
+  return file && setWriteTime(file.get(), nanoseconds);
 }
+
+namespace {
+
+/// Takes the read-only mark off a file for as long as it lives: the system neither replaces nor removes such a file.
+class Writable {
+public:
+  explicit Writable(const std::wstring& native) : native_(native), attributes_(GetFileAttributesW(native.c_str())) {
+    if (marked()) cleared_ = SetFileAttributesW(native.c_str(), attributes_ & ~kReadOnly) != 0;
+  }
+  ~Writable() {
+    if (cleared_) SetFileAttributesW(native_.c_str(), attributes_);
+  }
+  Writable(const Writable&) = delete;
+  Writable& operator=(const Writable&) = delete;
+  /// The file is not there any more.
+  void release() { cleared_ = false; }
+
+private:
+  bool marked() const {
+    constexpr DWORD folderOrMark = kReadOnly | FILE_ATTRIBUTE_DIRECTORY;
+    return attributes_ != INVALID_FILE_ATTRIBUTES && (attributes_ & folderOrMark) == kReadOnly;
+  }
+  std::wstring native_;
+  DWORD attributes_;
+  bool cleared_ = false;
+};
+
+}  // namespace
 
 void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to) {
   const std::wstring source = nativePath(from);
   const std::wstring target = nativePath(to);
+  Writable former(target);
   DWORD pause = kFirstPauseMilliseconds;
   for (int attempt = 1;; ++attempt, pause *= 2) {
-    if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return;
+    if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) break;
     const DWORD error = GetLastError();
     if (attempt == kReplaceAttempts || !mayPass(error)) failNative("rename", to, error);
     Sleep(pause);
   }
+  former.release();
 }
 
 // Renames write through already.
 void syncFolder(const boost::filesystem::path&) {}
 
+// Whoever writes, or lets nobody read, makes this open fail; mere readers (indexers, previews, backups) do not. While
+// it lasts others may read, rename and delete, and only an open for writing fails: the least that still tells writers
+// from readers, since an open without any right to the content passes whatever others do. A file whose content is kept
+// elsewhere is not opened, which could fetch it.
 bool isLocked(const boost::filesystem::path& path) {
   const std::wstring native = nativePath(path);
   const DWORD attributes = GetFileAttributesW(native.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return GetLastError() == ERROR_SHARING_VIOLATION;
   if ((attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | kNotHere)) != 0) return false;
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && isLink(native)) return false;
-  const Handle file = handleOf(CreateFileW(native.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                           FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OPEN_NO_RECALL, nullptr));
+  const Handle file =
+      handleOf(CreateFileW(native.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                           FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OPEN_NO_RECALL, nullptr));
   if (file) return false;
   const DWORD error = GetLastError();
   return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
@@ -114,14 +143,6 @@ std::string machineName() {
   if (!GetComputerNameExW(ComputerNameDnsHostname, &name[0], &length)) return std::string();
   name.resize(length);
   return utf8(name);
-}
-
-bool samePath(const std::wstring& a, const std::wstring& b) { return sameText(a.data(), a.size(), b.data(), b.size()); }
-
-bool liesBelow(const std::wstring& path, const std::wstring& folder) {
-  if (path.size() < folder.size() || !sameText(path.data(), folder.size(), folder.data(), folder.size())) return false;
-  if (path.size() == folder.size() || path[folder.size()] == L'/') return true;
-  return !folder.empty() && folder.back() == L'/';  // a volume's root keeps its separator
 }
 
 }  // namespace platform

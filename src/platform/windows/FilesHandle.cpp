@@ -93,6 +93,8 @@ std::uint64_t File::size() {
   return static_cast<std::uint64_t>(size.QuadPart);
 }
 
+bool File::setLastWriteTime(std::int64_t nanoseconds) { return setWriteTime(impl_->get("set time"), nanoseconds); }
+
 void File::flushToDisk() {
   if (!FlushFileBuffers(impl_->get("flush"))) impl_->fail("flush");
 }

@@ -3,20 +3,63 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <limits>
+
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace platform {
 
 namespace {
 
-constexpr std::size_t kLongPath = 240;  ///< folders must leave room for a short name below 260
+constexpr wchar_t kSeparator = L'\\';
+const wchar_t kPrefix[] = L"\\\\?\\";
+const wchar_t kNetworkPrefix[] = L"\\\\?\\UNC\\";
+const wchar_t kDevicePrefix[] = L"\\\\.\\";
 constexpr std::int64_t kNanosecondsPerTick = 100;
 constexpr std::int64_t kTicksTo1970 = 116444736000000000;
 
 bool startsWith(const std::wstring& text, const wchar_t* start) {
   return text.compare(0, std::char_traits<wchar_t>::length(start), start) == 0;
+}
+
+/// Whether the path begins with a drive and its root; "C:x" is relative to that drive's current folder.
+bool hasDrive(const std::wstring& path) { return path.size() > 2 && path[1] == L':' && path[2] == kSeparator; }
+
+/// The full path of a relative one, as the process stands now.
+std::wstring resolved(const std::wstring& path) {
+  std::wstring full(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), &full[0], nullptr);
+    if (length == 0) return path;
+    const bool fits = length < full.size();
+    full.resize(length);
+    if (fits) return full;
+  }
+}
+
+/// Where the name of a full path's volume ends: "C:", "\\server\share".
+std::size_t rootEnd(const std::wstring& path) {
+  if (hasDrive(path)) return 2;
+  const std::size_t server = path.find(kSeparator, 2);
+  return server == std::wstring::npos ? path.size() : std::min(path.find(kSeparator, server + 1), path.size());
+}
+
+/// What follows the volume, a separator before each step, with neither "." nor ".." nor empty steps: the prefix takes
+/// them for names.
+std::wstring plainSteps(const std::wstring& path, std::size_t start) {
+  std::wstring steps;
+  while (start < path.size()) {
+    const std::size_t end = std::min(path.find(kSeparator, start), path.size());
+    const std::wstring step = path.substr(start, end - start);
+    start = end + 1;
+    if (step == L"..") steps.erase(std::min(steps.rfind(kSeparator), steps.size()));
+    if (step.empty() || step == L"." || step == L"..") continue;
+    steps += kSeparator + step;
+  }
+  return steps.empty() ? std::wstring(1, kSeparator) : steps;
 }
 
 }  // namespace
@@ -25,24 +68,26 @@ void HandleCloser::operator()(void* handle) const { CloseHandle(handle); }
 
 Handle handleOf(void* opened) { return Handle(opened == INVALID_HANDLE_VALUE ? nullptr : opened); }
 
-std::wstring fullPath(const boost::filesystem::path& path) {
-  std::wstring full(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), &full[0], nullptr);
-    if (length == 0) return path.native();
-    const bool fits = length < full.size();
-    full.resize(length);
-    if (fits) return full;
-  }
-}
+void LocalFreer::operator()(void* block) const { LocalFree(block); }
 
 std::wstring nativePath(const boost::filesystem::path& path) {
-  if (startsWith(path.native(), L"\\\\?\\")) return path.native();
-  const std::wstring full = fullPath(path);
-  if (full.size() < kLongPath || startsWith(full, L"\\\\.\\") || startsWith(full, L"\\\\?\\")) return full;
-  if (startsWith(full, L"\\\\")) return L"\\\\?\\UNC" + full.substr(1);
-  return L"\\\\?\\" + full;
+  std::wstring text = path.native();
+  std::replace(text.begin(), text.end(), L'/', kSeparator);
+  if (!startsWith(text, L"\\\\") && !hasDrive(text)) text = resolved(text);
+  if (text.empty() || startsWith(text, kPrefix) || startsWith(text, kDevicePrefix)) return text;
+  const std::size_t root = rootEnd(text);
+  const std::wstring start =
+      hasDrive(text) ? kPrefix + text.substr(0, root) : kNetworkPrefix + text.substr(2, root - 2);
+  return start + plainSteps(text, root);
 }
+
+std::wstring withoutPrefix(const std::wstring& nativePath) {
+  const std::wstring network = kNetworkPrefix;
+  if (startsWith(nativePath, kNetworkPrefix)) return L"\\\\" + nativePath.substr(network.size());
+  return startsWith(nativePath, kPrefix) ? nativePath.substr(4) : nativePath;
+}
+
+boost::filesystem::path callPath(const boost::filesystem::path& path) { return nativePath(path); }
 
 void failNative(const char* what, const boost::filesystem::path& path, unsigned long error) {
   throw boost::filesystem::filesystem_error(
@@ -62,6 +107,13 @@ bool fileTimeOf(std::int64_t nanoseconds, std::uint64_t& fileTime) {
   if (ticks <= -kTicksTo1970) return false;
   fileTime = static_cast<std::uint64_t>(ticks + kTicksTo1970);
   return true;
+}
+
+bool setWriteTime(void* handle, std::int64_t nanoseconds) {
+  std::uint64_t ticks = 0;
+  if (!fileTimeOf(nanoseconds, ticks)) return false;
+  const FILETIME time = {static_cast<DWORD>(ticks & 0xFFFFFFFF), static_cast<DWORD>(ticks >> 32)};
+  return SetFileTime(handle, nullptr, nullptr, &time) != 0;
 }
 
 bool isLink(const std::wstring& nativePath) {

@@ -20,11 +20,17 @@ using Handle = std::unique_ptr<void, HandleCloser>;
 /// A handle as CreateFileW returns it: null inside when it is INVALID_HANDLE_VALUE. The error code stays readable.
 Handle handleOf(void* opened);
 
-/// The full path in the system's form; a long one with the prefix that lifts the length limit.
+/// Returns a block of the system's.
+struct LocalFreer {
+  void operator()(void* block) const;
+};
+
+/// The full path with the prefix ("\\?\C:\...", "\\?\UNC\server\share\...") that lifts the length limit and switches
+/// off the system's reading of names: "a." is not "a", "NUL" no device. Takes either separator.
 std::wstring nativePath(const boost::filesystem::path& path);
 
-/// The full path in the system's form without that prefix.
-std::wstring fullPath(const boost::filesystem::path& path);
+/// The same path without the prefix, for what does not know it.
+std::wstring withoutPrefix(const std::wstring& nativePath);
 
 /// Throws filesystem_error for a system error code.
 [[noreturn]] void failNative(const char* what, const boost::filesystem::path& path, unsigned long error);
@@ -33,6 +39,9 @@ std::wstring fullPath(const boost::filesystem::path& path);
 std::int64_t nanosecondsOf(std::uint64_t fileTime);
 /// False when the moment lies before 1601.
 bool fileTimeOf(std::int64_t nanoseconds, std::uint64_t& fileTime);
+
+/// Sets the last-write time of an open file or folder.
+bool setWriteTime(void* handle, std::int64_t nanoseconds);
 
 /// Whether an entry is there and stands for another one: a symbolic link or a junction.
 bool isLink(const std::wstring& nativePath);

@@ -3,6 +3,9 @@
 // after windows.h
 #include <shellapi.h>
 
+#include <algorithm>
+#include <boost/filesystem/path.hpp>
+
 #include "platform/Files.h"
 #include "platform/windows/Native.h"
 
@@ -11,54 +14,94 @@ namespace platform {
 
 namespace {
 
-/// A path that the shell accepts, which knows neither long paths nor their prefix; empty when there is none.
-std::wstring shellPath(const boost::filesystem::path& path) {
-  const std::wstring full = fullPath(path);
-  if (full.size() < MAX_PATH) return full;
-  std::wstring brief(full.size() + 8, L'\0');
-  const DWORD length = GetShortPathNameW(nativePath(path).c_str(), &brief[0], static_cast<DWORD>(brief.size()));
-  if (length == 0 || length >= brief.size()) return std::wstring();
-  brief.resize(length);
-  if (brief.compare(0, 8, L"\\\\?\\UNC\\") == 0) {
-    brief.replace(0, 8, L"\\\\");
-  } else if (brief.compare(0, 4, L"\\\\?\\") == 0) {
-    brief.erase(0, 4);
-  }
-  return brief.size() < MAX_PATH ? brief : std::wstring();
+namespace fs = boost::filesystem;
+
+constexpr std::size_t kLongestShellPath = MAX_PATH - 1;
+constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
+
+/// Whether the shell, which knows neither long paths nor their prefix, takes the path for what it is.
+bool shellTakes(const fs::path& path) {
+  const fs::path plain = withoutPrefix(nativePath(path));
+  const fs::path steps = plain.relative_path();
+  return plain.native().size() <= kLongestShellPath &&
+         std::all_of(steps.begin(), steps.end(), [](const fs::path& step) { return canStandAsName(step.native()); });
 }
 
-bool moveToBin(std::wstring file) {
-  file.push_back(L'\0');  // the list of files ends with an empty one
+/// The same file under a path that the shell takes: with short names, where the volume has them.
+fs::path briefPath(const fs::path& path) {
+  const std::wstring native = nativePath(path);
+  std::wstring brief(native.size() + MAX_PATH, L'\0');
+  const DWORD length = GetShortPathNameW(native.c_str(), &brief[0], static_cast<DWORD>(brief.size()));
+  if (length == 0 || length >= brief.size()) return path;
+  brief.resize(length);
+  return withoutPrefix(brief);
+}
+
+/// The path with so much of the name's stem cut off that the shell takes it.
+fs::path shortened(const fs::path& path) {
+  const std::size_t length = withoutPrefix(nativePath(path)).size();
+  const std::wstring stem = path.stem().native();
+  const std::size_t excess = length > kLongestShellPath ? length - kLongestShellPath : 0;
+  if (stem.size() <= excess) return path;
+  return path.parent_path() / (stem.substr(0, stem.size() - excess) + path.extension().native());
+}
+
+bool moveToBin(const fs::path& path, bool* canceled) {
+  std::wstring files = withoutPrefix(nativePath(path));
+  files.push_back(L'\0');  // the list of files ends with an empty one
   SHFILEOPSTRUCTW operation{};
   operation.wFunc = FO_DELETE;
-  operation.pFrom = file.c_str();
+  operation.pFrom = files.c_str();
   // Without the last flag the shell takes the folder that belongs to a saved web page along with it.
   operation.fFlags = FOF_ALLOWUNDO | FOF_NOCONFIRMATION | FOF_SILENT | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
-  return SHFileOperationW(&operation) == 0 && !operation.fAnyOperationsAborted;
+  SHFileOperationW(&operation);  // whether the file is gone tells more than the result
+  if (canceled) *canceled = operation.fAnyOperationsAborted != 0;
+  return stampOf(path).kind == Kind::missing;
 }
 
-bool removeLink(const std::wstring& native) { return DeleteFileW(native.c_str()) || RemoveDirectoryW(native.c_str()); }
+/// For a file at the very limit of what is synchronised: it goes under a shorter name, or stays under its own.
+bool moveShortened(const fs::path& path, bool* canceled) {
+  const fs::path brief = shortened(path);
+  if (!shellTakes(brief) || !MoveFileExW(nativePath(path).c_str(), nativePath(brief).c_str(), 0)) return false;
+  if (moveToBin(brief, canceled)) return true;
+  MoveFileExW(nativePath(brief).c_str(), nativePath(path).c_str(), 0);
+  return false;
+}
+
+bool recycleFile(const fs::path& path, bool* canceled) {
+  for (const fs::path& form : {path, briefPath(path)})
+    if (shellTakes(form)) return moveToBin(form, canceled);
+  return moveShortened(path, canceled);
+}
+
+/// Removes a folder, when it is empty. Explorer marks those with a look of their own read-only.
+bool removeFolder(const std::wstring& native) {
+  if (RemoveDirectoryW(native.c_str())) return true;
+  const DWORD attributes = GetFileAttributesW(native.c_str());
+  const bool marked = attributes != INVALID_FILE_ATTRIBUTES && (attributes & kReadOnly) != 0;
+  if (!marked || !SetFileAttributesW(native.c_str(), attributes & ~kReadOnly)) return false;
+  if (RemoveDirectoryW(native.c_str())) return true;
+  SetFileAttributesW(native.c_str(), attributes);
+  return false;
+}
 
 }  // namespace
 
-bool recycle(const boost::filesystem::path& path) {
+bool recycle(const fs::path& path, bool* canceled) {
   const std::wstring native = nativePath(path);
+  if (canceled) *canceled = false;
   switch (stampOf(path).kind) {
     case Kind::missing:
       return true;
     case Kind::folder:
-      return RemoveDirectoryW(native.c_str()) != 0;
+      return removeFolder(native);
     case Kind::symlink:
-      return removeLink(native);
+      return DeleteFileW(native.c_str()) || RemoveDirectoryW(native.c_str());
     case Kind::file:
-      break;
+      return recycleFile(path, canceled);
     default:
       return false;
   }
-  const std::wstring file = shellPath(path);
-  if (file.empty()) return DeleteFileW(native.c_str()) != 0;
-  moveToBin(file);
-  return stampOf(path).kind == Kind::missing;
 }
 
 }  // namespace platform

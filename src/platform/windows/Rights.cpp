@@ -14,15 +14,15 @@ namespace platform {
 
 namespace {
 
-struct LocalFreer {
-  void operator()(void* block) const { LocalFree(block); }
-};
+/// What a file's owner, or a program, has marked it with.
+constexpr DWORD kMarks = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
 template <class T>
 using LocalBlock = std::unique_ptr<T, LocalFreer>;
 
 /// The user that this process runs for, with the identifier that `user` points to.
 struct ProcessUser {
-  std::array<unsigned char, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> room{};
+  alignas(TOKEN_USER) std::array<unsigned char, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> room{};
   PSID id = nullptr;
 
   bool read() {
@@ -54,6 +54,16 @@ bool setList(std::wstring native, ACL* list, DWORD protection) {
                                list, nullptr) == ERROR_SUCCESS;
 }
 
+/// As it stands, with what it has from the folder: both files are in the same one in the end.
+void copyList(const std::wstring& from, const std::wstring& to) {
+  DWORD size = 0;
+  GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+  if (size == 0) return;
+  const LocalBlock<void> descriptor(LocalAlloc(LMEM_FIXED, size));
+  if (descriptor && GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, descriptor.get(), size, &size))
+    SetFileSecurityW(to.c_str(), DACL_SECURITY_INFORMATION, descriptor.get());
+}
+
 }  // namespace
 
 bool restrictToOwner(const boost::filesystem::path& path) {
@@ -65,20 +75,23 @@ bool restrictToOwner(const boost::filesystem::path& path) {
   return list && setList(nativePath(path), list.get(), PROTECTED_DACL_SECURITY_INFORMATION);
 }
 
-// A new file has the rights that its folder hands down; only a list that its owner has cut off from
-// the folder has to be carried over.
+// The marks stay readable for the rename that follows: the system renames a read-only file, it only does not replace
+// one.
 void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target) {
-  std::wstring native = nativePath(target);
-  ACL* list = nullptr;
-  PSECURITY_DESCRIPTOR found = nullptr;
-  if (GetNamedSecurityInfoW(&native[0], SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
-                            &found) != ERROR_SUCCESS)
-    return;
-  const LocalBlock<void> descriptor(found);
-  SECURITY_DESCRIPTOR_CONTROL control = 0;
-  DWORD revision = 0;
-  if (!GetSecurityDescriptorControl(found, &control, &revision) || (control & SE_DACL_PROTECTED) == 0) return;
-  setList(nativePath(fresh), list, PROTECTED_DACL_SECURITY_INFORMATION);
+  const std::wstring to = nativePath(fresh);
+  const std::wstring from = nativePath(target);
+  const DWORD former = GetFileAttributesW(from.c_str());
+  if (former == INVALID_FILE_ATTRIBUTES || (former & FILE_ATTRIBUTE_DIRECTORY) != 0) return;
+  copyList(from, to);
+  const DWORD own = GetFileAttributesW(to.c_str());
+  if (own != INVALID_FILE_ATTRIBUTES) SetFileAttributesW(to.c_str(), (own & ~kMarks) | (former & kMarks));
+}
+
+// A file keeps its list when it is moved; an empty one that is not protected is filled from the folder.
+void takeFolderRights(const boost::filesystem::path& file) {
+  ACL none{};
+  if (InitializeAcl(&none, sizeof none, ACL_REVISION))
+    setList(nativePath(file), &none, UNPROTECTED_DACL_SECURITY_INFORMATION);
 }
 
 }  // namespace platform

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/Utf8.h"
+#include "platform/windows/Native.h"
 
 namespace Kelta {
 namespace platform {
@@ -21,10 +22,6 @@ bool isWellFormed(const std::wstring& wide) {
     if (takeWide(at, wide.data() + wide.size()) == noCharacter) return false;
   return true;
 }
-
-struct LocalFreer {
-  void operator()(void* block) const { LocalFree(block); }
-};
 
 }  // namespace
 
