@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The user, another device or the cloud client acting at the worst moment, and volumes that come and go.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveEngine.h"
@@ -40,10 +37,6 @@ protected:
   }
   fs::path in(const Device& d, const std::string& e) { return d.inside() / e; }
   fs::path out(const std::string& e) { return a.outside() / e; }
-  std::string trash(const std::string& home) {
-    const fs::path p = folder / (home + "/data/Trash/files");
-    return fs::exists(p) ? treeOf(p) : "";
-  }
   TempFolder folder;
   std::shared_ptr<HookClock> clock;
   Device a;
@@ -59,8 +52,7 @@ TEST_F(Adversity, LoserOfTheInsideGoesToTheRecycleBin) {
   b.cycle();
   a.cycle();
   EXPECT_EQ(a.tree(), "x=b's work@20");
-  const std::string kept = trash("a") + trash("b");
-  EXPECT_NE(kept.find("a's work"), std::string::npos) << kept;
+  EXPECT_TRUE(a.bin().holds("a's work"));
 }
 
 // User edits the target during the pause before/between attempts
@@ -210,7 +202,7 @@ TEST_F(Adversity, ForeignEntriesAreNotUnpacked) {
   // a bomb beside the genuine content: unencrypted entry added with the update function
   const fs::path bomb = folder / "bomb";
   {
-    fs::ofstream s(bomb, std::ios::binary);
+    std::ofstream s(standard(bomb), std::ios::binary);
     std::string mb(1 << 20, '\0');
     for (int i = 0; i < 300; ++i) s << mb;
   }
@@ -257,7 +249,7 @@ TEST_F(Adversity, ASubfolderThatBecameALinkIsNoMassDeletion) {
   put(in(a, "dir/sub/two"), "2", 10);
   a.cycle();
   fs::rename(in(a, "dir"), folder / "elsewhere");
-  fs::create_directory_symlink(folder / "elsewhere", in(a, "dir"));
+  if (!makeLink(folder / "elsewhere", in(a, "dir"))) GTEST_SKIP() << "no symbolic links here";
   a.cycle();
   EXPECT_EQ(namesOf(a.outside()), "dir/ dir/one.kelta dir/sub/ dir/sub/two.kelta");
   fs::rename(folder / "elsewhere", folder / "unplugged");
@@ -285,8 +277,7 @@ TEST_F(Adversity, AnUnseenOlderVersionIsNotOverwritten) {
   b.cycle();
   put(in(a, "x"), "put back from a backup", 5);  // cp -p
   a.cycle();
-  const std::string kept = trash("a") + trash("b") + a.tree();
-  EXPECT_NE(kept.find("put back from a backup"), std::string::npos);
+  EXPECT_TRUE(a.bin().holds("put back from a backup") || contentOf(in(a, "x")) == "put back from a backup");
 }
 
 // A locked target
@@ -295,11 +286,11 @@ TEST_F(Adversity, ALockedTargetIsNotReplaced) {
   converge();
   put(in(b, "x"), "from b", 10);
   b.cycle();
-  const int fd = ::open(in(a, "x").c_str(), O_RDWR);
-  flock(fd, LOCK_EX);
-  a.cycle();
-  EXPECT_EQ(::write(fd, "UNSAVED WORK", 12), 12);
-  ::close(fd);
+  {
+    HeldFile held(in(a, "x"));
+    a.cycle();
+    held.write("UNSAVED WORK");
+  }
   EXPECT_EQ(contentOf(in(a, "x")), "UNSAVED WORK");
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <boost/thread/thread.hpp>
-#include <cstdlib>
 #include <vector>
 
 #include "base/Log.h"
@@ -19,7 +18,6 @@ protected:
   Api() {
     kelsync_init(&h);
     for (const char* name : {"inside", "outside", "log"}) fs::create_directory(folder / name);
-    setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
   }
   ~Api() override { kelsync_delete(h); }
 
@@ -42,6 +40,7 @@ protected:
   }
 
   TempFolder folder;
+  RecycleBin bin{folder.path()};
   kelsync_pair* h = nullptr;
 };
 
@@ -195,12 +194,12 @@ TEST_F(Api, TheLogFollowsItsFolderAndItsProperties) {
   EXPECT_TRUE(platform::wideFromUtf8(debug, whole)) << "an over-long line was cut within a character";
   EXPECT_EQ(logIn("log"), info);
 
-  setenv("SYNCPAIRTRACE", "", 1);
+  setVariable("SYNCPAIRTRACE", "");
   fs::create_directory(folder / "trace");
   ::testing::internal::CaptureStdout();
   kelsync_set_log_folder(h, folder.wide("trace").c_str());
   ::testing::internal::GetCapturedStdout();
-  unsetenv("SYNCPAIRTRACE");
+  clearVariable("SYNCPAIRTRACE");
   configure();
   put(folder / "inside/x", "content", 10);
   kelsync_folder_list* list = nullptr;

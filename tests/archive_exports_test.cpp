@@ -162,7 +162,10 @@ TEST(ArchiveExports, ResultsTellWhatWentWrong) {
   EXPECT_EQ(KELSYNC_ARCHIVE_BAD_ARGUMENT, zipenc_w(nullptr, archive.c_str(), L"p"));
   EXPECT_EQ(KELSYNC_ARCHIVE_BAD_ARGUMENT, zipenc_w(plain.c_str(), L"", L"p"));
   EXPECT_EQ(KELSYNC_ARCHIVE_BAD_ARGUMENT, zipenc_w(plain.c_str(), archive.c_str(), L""));
-  EXPECT_EQ(KELSYNC_ARCHIVE_BAD_ARGUMENT, zipdec("a\xFF", "b", "p"));
+  std::wstring ignored;  // most code pages of Windows know every byte
+  if (!Kelta::platform::wideFromNarrow("a\xFF", ignored)) {
+    EXPECT_EQ(KELSYNC_ARCHIVE_BAD_ARGUMENT, zipdec("a\xFF", "b", "p"));
+  }
   EXPECT_EQ(KELSYNC_ARCHIVE_CANNOT_READ, zip_update_meta_w(archive.c_str(), (out + L"/none").c_str()));
   EXPECT_EQ(KELSYNC_ARCHIVE_CANNOT_WRITE, zipdec_w(archive.c_str(), plain.c_str(), L"p"));
   EXPECT_EQ(KELSYNC_ARCHIVE_CANNOT_WRITE,

@@ -5,10 +5,10 @@
 
 #include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <iterator>
 #include <map>
 #include <string>
 
+#include "Content.h"
 #include "TempFolder.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
@@ -18,18 +18,9 @@ namespace archive_test {
 
 namespace fs = boost::filesystem;
 
+using Kelta::test::readFile;
 using Kelta::test::TempFolder;
-
-inline void writeFile(const fs::path& path, const std::string& content) {
-  fs::ofstream out(path, std::ios::binary);
-  out.write(content.data(), static_cast<std::streamsize>(content.size()));
-  ASSERT_TRUE(out.flush().good());
-}
-
-inline std::string readFile(const fs::path& path) {
-  fs::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using Kelta::test::writeFile;
 
 /// Every file below a folder, with its content.
 inline std::map<std::string, std::string> treeOf(const fs::path& folder) {

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <cstdlib>
-#include <iterator>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "Content.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "SyncPair0/SyncPair.h"
+#include "System.h"
 #include "TempFolder.h"
 #include "VirtualClock.h"
 #include "platform/Files.h"
@@ -27,17 +26,11 @@ constexpr std::int64_t kEpoch = 1600000000;
 
 inline void put(const fs::path& file, const std::string& content, std::int64_t time) {
   fs::create_directories(file.parent_path());
-  {
-    fs::ofstream out(file, std::ios::binary);
-    out << content;
-  }
+  writeFile(file, content);
   platform::setLastWriteTime(file, (kEpoch + time) * 1000000000);
 }
 
-inline std::string contentOf(const fs::path& file) {
-  fs::ifstream in(file, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+inline std::string contentOf(const fs::path& file) { return readFile(file); }
 
 /// A tree as text, sorted: "a.txt=content@time dir/ dir/b=…", markers left out.
 inline std::string treeOf(const fs::path& root) {
@@ -79,8 +72,7 @@ class Device {
 public:
   Device(const fs::path& home, const fs::path& outside,
          std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>())
-      : home_(home), outside_(outside), clock_(std::move(clock)) {
-    setenv("XDG_DATA_HOME", (home / "data").c_str(), 1);  // the desktop's trash
+      : home_(home), outside_(outside), clock_(std::move(clock)), bin_(home) {
     fs::create_directories(inside());
     fs::create_directories(outside);
     start();
@@ -127,10 +119,11 @@ public:
   SyncPair& pair() { return *pair_; }
   CryptoSyncCopyHandler& handler() { return *handler_; }
   VirtualClock& clock() { return *clock_; }
-  fs::path inside() const { return home_ / "inside"; }
+  fs::path inside() const { return (home_ / "inside").generic_path(); }
   fs::path outside() const { return outside_; }
-  fs::path temp() const { return home_ / "temp"; }
-  fs::path state() const { return home_ / "state"; }
+  fs::path temp() const { return (home_ / "temp").generic_path(); }
+  fs::path state() const { return (home_ / "state").generic_path(); }
+  const RecycleBin& bin() const { return bin_; }
   std::string tree() const { return treeOf(inside()); }
   std::string notifications() const { return platform::utf8(pair_->notificationsAsJSON()); }
   /// What is left in the Temp folder; it must be nothing.
@@ -140,6 +133,7 @@ private:
   fs::path home_;
   fs::path outside_;
   std::shared_ptr<VirtualClock> clock_;
+  RecycleBin bin_;
   std::unique_ptr<SyncPair> pair_;
   CryptoSyncCopyHandler* handler_ = nullptr;
   std::string events_;

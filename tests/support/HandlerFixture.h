@@ -3,13 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <boost/filesystem/fstream.hpp>
-#include <boost/process/environment.hpp>
 #include <boost/property_tree/json_parser.hpp>
-#include <iterator>
 #include <sstream>
 
+#include "Content.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "System.h"
 #include "TempFolder.h"
 #include "VirtualClock.h"
 #include "archive/Archive.h"
@@ -40,7 +39,6 @@ private:
 class HandlerTest : public testing::Test {
 protected:
   HandlerTest() : handler(services()) {
-    boost::this_process::environment()["XDG_DATA_HOME"] = (folder / "data").string();
     for (const char* name : {"in", "out", "elsewhere"}) boost::filesystem::create_directory(folder / name);
     handler.setInsideFolder(folder.wide("in"));
     handler.setOutsideFolder(folder.wide("out/"));
@@ -56,13 +54,10 @@ protected:
   }
   void write(const std::string& entry, const std::string& text, std::int64_t seconds = 1600000000) {
     boost::filesystem::create_directories((folder / entry).parent_path());
-    boost::filesystem::ofstream(folder / entry, std::ios::binary) << text;
+    writeFile(folder / entry, text);
     ASSERT_TRUE(platform::setLastWriteTime(folder / entry, seconds * 1000000000 + 123456700));
   }
-  std::string read(const std::string& entry) {
-    boost::filesystem::ifstream stream(folder / entry, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-  }
+  std::string read(const std::string& entry) { return readFile(folder / entry); }
   std::string metadata(const std::string& archive) {
     return archive::readEntry(folder / archive, "__KELASSET_.json", "");
   }
@@ -91,6 +86,7 @@ protected:
   }
 
   TempFolder folder;
+  RecycleBin bin{folder.path()};
   std::shared_ptr<HookClock> clock = std::make_shared<HookClock>();
   std::shared_ptr<Interruption> interruption = std::make_shared<Interruption>();
   std::vector<std::wstring> notifications;

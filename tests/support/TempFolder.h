@@ -3,19 +3,32 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <stdexcept>
 #include <string>
 
+#include "platform/Random.h"
 #include "platform/Text.h"
 
 namespace Kelta {
 namespace test {
 
-/// A new, empty folder of its own, removed with everything in it at the end.
+/// The path of a UTF-8 text; bytes that are no UTF-8 are taken as they are.
+inline boost::filesystem::path pathFrom(const std::string& text) {
+  std::wstring wide;
+  return platform::wideFromUtf8(text, wide) ? platform::pathOf(wide) : boost::filesystem::path(text);
+}
+
+/// A new, empty folder of its own, removed with everything in it at the end. All paths are in generic form.
 class TempFolder {
 public:
-  TempFolder()
-      : path_(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("kelsync-test-%%%%%%%%")) {
-    boost::filesystem::create_directory(path_);
+  TempFolder() {
+    std::uint32_t number = 0;
+    do {
+      if (!platform::stirringWord(number)) throw std::runtime_error("no random number");
+      const std::string name = "kelsync-test-" + std::to_string(number);
+      path_ = (boost::filesystem::temp_directory_path() / name).generic_path();
+    } while (!boost::filesystem::create_directory(path_));
   }
   ~TempFolder() {
     boost::system::error_code ignored;
@@ -26,9 +39,9 @@ public:
 
   const boost::filesystem::path& path() const { return path_; }
   /// An entry below it, given in generic form.
-  boost::filesystem::path operator/(const std::string& entry) const { return path_ / entry; }
+  boost::filesystem::path operator/(const std::string& entry) const { return (path_ / pathFrom(entry)).generic_path(); }
   /// The same as wide text in generic form.
-  std::wstring wide(const std::string& entry) const { return platform::wideOf((path_ / entry).generic_path()); }
+  std::wstring wide(const std::string& entry) const { return platform::wideOf(*this / entry); }
 
 private:
   boost::filesystem::path path_;
