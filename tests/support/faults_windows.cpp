@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// Stands in the import table of the test program, for our own code and the static libraries in it.
+#include "faults_windows.h"
+
+#include <windows.h>
+// after windows.h
+#include <wincrypt.h>
+
+#include <atomic>
+#include <cwchar>
+#include <string>
+
+#include "platform/Folders.h"
+
+namespace {
+
+constexpr std::size_t kLongestPath = 259;
+constexpr std::size_t kLongestNewFolder = 247;
+constexpr DWORD kRecallOnDataAccess = 0x00400000;
+
+std::atomic<bool> limited{false};
+std::atomic<bool> withoutProvider{false};
+std::atomic<int> placeholderOpens{0};
+std::wstring placeholder;
+
+bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
+  if (!limited || std::wcsncmp(path, L"\\\\?\\", 4) == 0 || std::wcslen(path) <= longest) return false;
+  SetLastError(longest == kLongestPath ? ERROR_PATH_NOT_FOUND : ERROR_FILENAME_EXCED_RANGE);
+  return true;
+}
+
+template <class Function>
+Function real(const char* name, const wchar_t* library = L"kernel32.dll") {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
+}
+
+HANDLE WINAPI createFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how,
+                         DWORD flags, HANDLE like) {
+  if (refused(path)) return INVALID_HANDLE_VALUE;
+  if (path == placeholder) ++placeholderOpens;
+  return real<decltype(&CreateFileW)>("CreateFileW")(path, access, share, security, how, flags, like);
+}
+DWORD WINAPI getAttributes(LPCWSTR path) {
+  if (refused(path)) return INVALID_FILE_ATTRIBUTES;
+  const DWORD found = real<decltype(&GetFileAttributesW)>("GetFileAttributesW")(path);
+  return path == placeholder ? found | kRecallOnDataAccess : found;
+}
+BOOL WINAPI getAttributesEx(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+  return !refused(path) && real<decltype(&GetFileAttributesExW)>("GetFileAttributesExW")(path, level, data);
+}
+BOOL WINAPI setAttributes(LPCWSTR path, DWORD attributes) {
+  return !refused(path) && real<decltype(&SetFileAttributesW)>("SetFileAttributesW")(path, attributes);
+}
+BOOL WINAPI createFolder(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+  return !refused(path, kLongestNewFolder) && real<decltype(&CreateDirectoryW)>("CreateDirectoryW")(path, security);
+}
+BOOL WINAPI removeFolder(LPCWSTR path) {
+  return !refused(path) && real<decltype(&RemoveDirectoryW)>("RemoveDirectoryW")(path);
+}
+BOOL WINAPI deleteFile(LPCWSTR path) { return !refused(path) && real<decltype(&DeleteFileW)>("DeleteFileW")(path); }
+BOOL WINAPI moveFile(LPCWSTR from, LPCWSTR to, DWORD flags) {
+  return !refused(from) && !refused(to) && real<decltype(&MoveFileExW)>("MoveFileExW")(from, to, flags);
+}
+HANDLE WINAPI findFirst(LPCWSTR path, LPWIN32_FIND_DATAW found) {
+  return refused(path) ? INVALID_HANDLE_VALUE : real<decltype(&FindFirstFileW)>("FindFirstFileW")(path, found);
+}
+BOOL WINAPI acquireContext(HCRYPTPROV* provider, LPCSTR container, LPCSTR name, DWORD type, DWORD flags) {
+  if (withoutProvider) return FALSE;
+  return real<decltype(&CryptAcquireContextA)>("CryptAcquireContextA", L"advapi32.dll")(provider, container, name, type,
+                                                                                        flags);
+}
+
+}  // namespace
+
+#ifdef _WIN64
+#define IMPORT(name, bytes) __asm__("__imp_" #name)
+#else
+#define IMPORT(name, bytes) __asm__("__imp__" #name "@" #bytes)
+#endif
+#define REPLACE(name, bytes, with)                               \
+  extern decltype(&name) const import##name IMPORT(name, bytes); \
+  decltype(&name) const import##name = &with;
+
+extern "C" {
+REPLACE(CreateFileW, 28, createFile)
+REPLACE(GetFileAttributesW, 4, getAttributes)
+REPLACE(GetFileAttributesExW, 12, getAttributesEx)
+REPLACE(SetFileAttributesW, 8, setAttributes)
+REPLACE(CreateDirectoryW, 8, createFolder)
+REPLACE(RemoveDirectoryW, 4, removeFolder)
+REPLACE(DeleteFileW, 4, deleteFile)
+REPLACE(MoveFileExW, 12, moveFile)
+REPLACE(FindFirstFileW, 8, findFirst)
+REPLACE(CryptAcquireContextA, 20, acquireContext)
+}
+
+namespace Kelta {
+namespace test {
+
+PathLimits::PathLimits() { limited = true; }
+PathLimits::~PathLimits() { limited = false; }
+
+Placeholder::Placeholder(const boost::filesystem::path& file) {
+  placeholder = platform::callPath(file).native();
+  placeholderOpens = 0;
+}
+Placeholder::~Placeholder() { placeholder.clear(); }
+int Placeholder::opens() const { return placeholderOpens; }
+
+NoProvider::NoProvider() { withoutProvider = true; }
+NoProvider::~NoProvider() { withoutProvider = false; }
+
+}  // namespace test
+}  // namespace Kelta
