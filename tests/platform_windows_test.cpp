@@ -104,7 +104,7 @@ TEST_F(Windows, PathsReachTheSystemWhole) {
 
 // Two devices whose Insides have paths of one length, and one whose Inside has longer ones.
 TEST_F(Windows, LongPathsAndRareCharactersTravelExactly) {
-  const PathLimits limits;
+  const StrictSystem strict;
   Device a(folder / "a device", folder / "o");
   Device b(folder / "b device", folder / "o");
   Device c(folder / "c device!", folder / "o");
@@ -225,6 +225,7 @@ TEST_F(Windows, AnArchivesEntriesKeepTheirNamesOrAreRefused) {
 }
 
 TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
+  const StrictSystem strict;
   Device a(folder / "a", folder / "o");
   Device b(folder / "b", folder / "o");
   const RecycleBin bin(folder.path());

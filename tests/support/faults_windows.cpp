@@ -18,13 +18,13 @@ constexpr std::size_t kLongestPath = 259;
 constexpr std::size_t kLongestNewFolder = 247;
 constexpr DWORD kRecallOnDataAccess = 0x00400000;
 
-std::atomic<bool> limited{false};
+std::atomic<bool> strict{false};
 std::atomic<bool> withoutProvider{false};
 std::atomic<int> placeholderOpens{0};
 std::wstring placeholder;
 
 bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
-  if (!limited || std::wcsncmp(path, L"\\\\?\\", 4) == 0 || std::wcslen(path) <= longest) return false;
+  if (!strict || std::wcsncmp(path, L"\\\\?\\", 4) == 0 || std::wcslen(path) <= longest) return false;
   SetLastError(longest == kLongestPath ? ERROR_PATH_NOT_FOUND : ERROR_FILENAME_EXCED_RANGE);
   return true;
 }
@@ -32,6 +32,13 @@ bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
 template <class Function>
 Function real(const char* name, const wchar_t* library = L"kernel32.dll") {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
+}
+
+bool markedReadOnly(const wchar_t* path) {
+  const DWORD found = strict ? real<decltype(&GetFileAttributesW)>("GetFileAttributesW")(path) : 0;
+  if (found == INVALID_FILE_ATTRIBUTES || (found & FILE_ATTRIBUTE_READONLY) == 0) return false;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return true;
 }
 
 HANDLE WINAPI createFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how,
@@ -55,11 +62,14 @@ BOOL WINAPI createFolder(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   return !refused(path, kLongestNewFolder) && real<decltype(&CreateDirectoryW)>("CreateDirectoryW")(path, security);
 }
 BOOL WINAPI removeFolder(LPCWSTR path) {
-  return !refused(path) && real<decltype(&RemoveDirectoryW)>("RemoveDirectoryW")(path);
+  return !refused(path) && !markedReadOnly(path) && real<decltype(&RemoveDirectoryW)>("RemoveDirectoryW")(path);
 }
-BOOL WINAPI deleteFile(LPCWSTR path) { return !refused(path) && real<decltype(&DeleteFileW)>("DeleteFileW")(path); }
+BOOL WINAPI deleteFile(LPCWSTR path) {
+  return !refused(path) && !markedReadOnly(path) && real<decltype(&DeleteFileW)>("DeleteFileW")(path);
+}
 BOOL WINAPI moveFile(LPCWSTR from, LPCWSTR to, DWORD flags) {
-  return !refused(from) && !refused(to) && real<decltype(&MoveFileExW)>("MoveFileExW")(from, to, flags);
+  return !refused(from) && !refused(to) && !markedReadOnly(to) &&
+         real<decltype(&MoveFileExW)>("MoveFileExW")(from, to, flags);
 }
 HANDLE WINAPI findFirst(LPCWSTR path, LPWIN32_FIND_DATAW found) {
   return refused(path) ? INVALID_HANDLE_VALUE : real<decltype(&FindFirstFileW)>("FindFirstFileW")(path, found);
@@ -97,8 +107,8 @@ REPLACE(CryptAcquireContextA, 20, acquireContext)
 namespace Kelta {
 namespace test {
 
-PathLimits::PathLimits() { limited = true; }
-PathLimits::~PathLimits() { limited = false; }
+StrictSystem::StrictSystem() { strict = true; }
+StrictSystem::~StrictSystem() { strict = false; }
 
 Placeholder::Placeholder(const boost::filesystem::path& file) {
   placeholder = platform::callPath(file).native();

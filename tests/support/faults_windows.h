@@ -7,12 +7,12 @@
 namespace Kelta {
 namespace test {
 
-/// While it lives, paths without the prefix end at 259 characters, and those of new folders at 247. Not every system
-/// that runs the tests has these limits.
-class PathLimits {
+/// While it lives, two rules of Windows hold that not every system keeps that runs its programs: a path without the
+/// prefix ends at 259 characters, that of a new folder at 247; and nothing replaces or removes what is read-only.
+class StrictSystem {
 public:
-  PathLimits();
-  ~PathLimits();
+  StrictSystem();
+  ~StrictSystem();
 };
 
 /// While it lives, one file claims that its content is kept elsewhere.
