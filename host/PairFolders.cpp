@@ -42,6 +42,32 @@ void requireFolder(const std::wstring& path, const wchar_t* role) {
                                          L"(mkdir)."};
 }
 
+bool caseMatters() { return !platform::samePath(L"a", L"A"); }
+
+/// The name as the folder has it; `name` itself when it is not there.
+fs::path storedName(const fs::path& folder, const fs::path& name) {
+  fs::path stored = name;
+  boost::system::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    const fs::path found = entry->path().filename();
+    if (found == name) return name;
+    if (platform::samePath(genericOf(found), genericOf(name))) stored = found;
+  }
+  return stored;
+}
+
+/// The state and the default work folder go by the text of the paths: where case does not matter, the one that the
+/// folders are stored with is taken, whatever was typed.
+std::wstring spelledAsStored(const fs::path& path) {
+  if (caseMatters()) return genericOf(path);
+  std::wstring root = genericOf(path.root_path());
+  if (root.size() > 1 && root[1] == L':' && root[0] >= L'a' && root[0] <= L'z')
+    root[0] = wchar_t(root[0] - L'a' + L'A');
+  fs::path stored = platform::pathOf(root);
+  for (const fs::path& name : path.relative_path()) stored /= storedName(stored, name);
+  return genericOf(stored);
+}
+
 }  // namespace
 
 fs::path absoluteOf(const std::wstring& text) {
@@ -64,7 +90,7 @@ bool isWithin(const std::wstring& path, const std::wstring& folder) {
 }
 
 PairFolders::PairFolders(const std::wstring& insideText, const std::wstring& outsideText)
-    : inside(genericOf(absoluteOf(insideText))), outside(genericOf(absoluteOf(outsideText))) {
+    : inside(spelledAsStored(absoluteOf(insideText))), outside(spelledAsStored(absoluteOf(outsideText))) {
   if (platform::samePath(inside, outside)) {
     throw Failure{Exit::usage, L"--inside and --outside are the same folder: " + printable(inside)};
   }

@@ -355,6 +355,15 @@ class Sync(Base):
         self.assertIn("is its volume mounted?", errors)
         self.assertEqual((self.inside / "docs" / "a.txt").read_text(), "first")
 
+    def test_other_case_is_the_same_folder_on_windows(self):
+        if not WINDOWS:
+            self.skipTest("case matters here")
+        (self.inside / "a.txt").write_text("to be deleted")
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY)
+        (self.inside / "a.txt").unlink()
+        output = self.sync(DONE, KELSYNC_KEY=HEX_KEY, inside=form(self.inside).upper().replace("Z:", "z:"))[0]
+        self.assertIn("encrypted 0, decrypted 0, folders 0, deleted 1", output)
+
     def test_what_is_left_out_fails_the_run(self):
         folder = self.inside / ("long" * 50)
         folder.mkdir()
