@@ -262,6 +262,9 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   EXPECT_EQ(b.cycle(), "delete:f delete:dir");
   EXPECT_TRUE(bin.holds("second"));
   EXPECT_EQ(a.tree() + b.tree() + treeOf(folder / "o"), "");
+  fs::create_directory(folder / "look");
+  mark(folder / "look", FILE_ATTRIBUTE_READONLY);
+  EXPECT_TRUE(platform::recycle(folder / "look"));
 }
 
 TEST_F(Windows, MarkersAreHiddenAndStaySoWhenTheyAreWrittenAgain) {
