@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cwchar>
+#include <set>
 #include <string>
 
 #include "platform/Folders.h"
@@ -22,6 +23,7 @@ std::atomic<bool> strict{false};
 std::atomic<bool> withoutProvider{false};
 std::atomic<int> placeholderOpens{0};
 std::wstring placeholder;
+std::set<std::wstring> readOnlyFolders;  ///< Wine marks files alone
 
 bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
   if (!strict || std::wcsncmp(path, L"\\\\?\\", 4) == 0 || std::wcslen(path) <= longest) return false;
@@ -34,8 +36,15 @@ Function real(const char* name, const wchar_t* library = L"kernel32.dll") {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
 }
 
+DWORD attributesOf(const wchar_t* path) {
+  DWORD found = real<decltype(&GetFileAttributesW)>("GetFileAttributesW")(path);
+  if (found == INVALID_FILE_ATTRIBUTES) return found;
+  if (readOnlyFolders.count(path) > 0) found |= FILE_ATTRIBUTE_READONLY;
+  return path == placeholder ? found | kRecallOnDataAccess : found;
+}
+
 bool markedReadOnly(const wchar_t* path) {
-  const DWORD found = strict ? real<decltype(&GetFileAttributesW)>("GetFileAttributesW")(path) : 0;
+  const DWORD found = strict ? attributesOf(path) : 0;
   if (found == INVALID_FILE_ATTRIBUTES || (found & FILE_ATTRIBUTE_READONLY) == 0) return false;
   SetLastError(ERROR_ACCESS_DENIED);
   return true;
@@ -47,16 +56,17 @@ HANDLE WINAPI createFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATT
   if (path == placeholder) ++placeholderOpens;
   return real<decltype(&CreateFileW)>("CreateFileW")(path, access, share, security, how, flags, like);
 }
-DWORD WINAPI getAttributes(LPCWSTR path) {
-  if (refused(path)) return INVALID_FILE_ATTRIBUTES;
-  const DWORD found = real<decltype(&GetFileAttributesW)>("GetFileAttributesW")(path);
-  return path == placeholder ? found | kRecallOnDataAccess : found;
-}
+DWORD WINAPI getAttributes(LPCWSTR path) { return refused(path) ? INVALID_FILE_ATTRIBUTES : attributesOf(path); }
 BOOL WINAPI getAttributesEx(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
   return !refused(path) && real<decltype(&GetFileAttributesExW)>("GetFileAttributesExW")(path, level, data);
 }
 BOOL WINAPI setAttributes(LPCWSTR path, DWORD attributes) {
-  return !refused(path) && real<decltype(&SetFileAttributesW)>("SetFileAttributesW")(path, attributes);
+  if (refused(path)) return FALSE;
+  readOnlyFolders.erase(path);
+  const DWORD found = attributesOf(path);
+  const bool isFolder = found != INVALID_FILE_ATTRIBUTES && (found & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  if (strict && isFolder && (attributes & FILE_ATTRIBUTE_READONLY) != 0) readOnlyFolders.insert(path);
+  return real<decltype(&SetFileAttributesW)>("SetFileAttributesW")(path, attributes);
 }
 BOOL WINAPI createFolder(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
   return !refused(path, kLongestNewFolder) && real<decltype(&CreateDirectoryW)>("CreateDirectoryW")(path, security);
@@ -108,7 +118,10 @@ namespace Kelta {
 namespace test {
 
 StrictSystem::StrictSystem() { strict = true; }
-StrictSystem::~StrictSystem() { strict = false; }
+StrictSystem::~StrictSystem() {
+  strict = false;
+  readOnlyFolders.clear();
+}
 
 Placeholder::Placeholder(const boost::filesystem::path& file) {
   placeholder = platform::callPath(file).native();
