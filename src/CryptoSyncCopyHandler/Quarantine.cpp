@@ -30,6 +30,7 @@ using platform::Kind;
 constexpr std::size_t kFields = 5;
 constexpr std::size_t kMaxRecordBytes = 64 * 1024;
 const std::wstring kExtension = L".txt";
+const std::wstring kPathTooLong = L"Path too long";
 const std::wstring kMarker = L"(Quarantine ";
 
 // The bytes that stand for a path: UTF-8, or the name as the system keeps it where that has no exact text.
@@ -105,15 +106,19 @@ void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message
   quarantineChanged();
 }
 
-bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message) {
+bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message, std::wstring name) {
   if (quarantineFolderExists() && platform::stampOf(genQuarantineRecordPath(path)).kind == Kind::file) return false;
+  HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(path).c_str());
   recordQuarantine(path, message, L"path-issue");
+  if (name.empty()) platform::wideOf(path.filename(), name);
+  const bool tooLong = message.compare(0, kPathTooLong.size(), kPathTooLong) == 0;
+  notifySync((tooLong ? L"Quarantine, path too long: " : L"Quarantine for ") + jsonEscaped(name));
   return true;
 }
 
 void CryptoSyncCopyHandler::quarantineChanged() {
   boost::unique_lock<boost::mutex> lock(fneLock_);
-  quarantineLastUpdate_ = std::max(quarantineLastUpdate_, clock().nowSeconds());
+  quarantineLastUpdate_ = std::max(quarantineLastUpdate_ + 1, clock().nowSeconds());
 }
 
 int CryptoSyncCopyHandler::quarantineLastUpdate() {
@@ -171,8 +176,12 @@ std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
   if (quarantineFolderExists()) entry = fs::directory_iterator(platform::pathOf(quarFolder_), error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     std::wstring name;
-    if (!platform::wideOf(entry->path().filename(), name) || !isRecordName(name)) continue;
-    if (platform::stampOf(entry->path()).kind == Kind::file) records.insert(entry->path());
+    const bool named = platform::wideOf(entry->path().filename(), name) && isRecordName(name);
+    if (named && platform::stampOf(entry->path()).kind == Kind::file) {
+      records.insert(entry->path());
+    } else {
+      HANDLER_INFO("no record, left alone: %s", utf8(entry->path()).c_str());
+    }
   }
   if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(quarFolder_).c_str(), error.message().c_str());
   for (const fs::path& record : records) {
