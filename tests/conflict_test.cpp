@@ -121,6 +121,21 @@ TEST_F(Conflicts, EveryPairOfChangesEndsEqualAndLosesNothing) {
   }
 }
 
+// A deletion and a change of equal time meet when the records of the two sides differ.
+TEST_F(Conflicts, ADeletionLosesATie) {
+  for (const char* name : {"gone inside", "gone outside", "gone on both"}) put(in(a, name), "0", 10);
+  quiet();
+  const auto forget = [&](const fs::path& path) { EXPECT_TRUE(a.pair().stateRemoveRecord(platform::wideOf(path))); };
+  forget(out("gone inside.kelta"));
+  forget(in(a, "gone outside"));
+  for (const char* name : {"gone inside", "gone on both"}) fs::remove(in(a, name));
+  for (const char* name : {"gone outside", "gone on both"}) fs::remove(out(name + std::string(".kelta")));
+  EXPECT_EQ(a.cycle(), "decrypt:gone inside encrypt:gone outside.kelta");
+  quiet();
+  EXPECT_EQ(a.tree(), "gone inside=0@10 gone outside=0@10");
+  EXPECT_EQ(a.pair().srcStateList.count(platform::wideOf(in(a, "gone on both"))), 0u);
+}
+
 // On one device the whole folder goes, on the other something happens in it.
 TEST_F(Conflicts, WhatIsAliveBelowADeletedFolderKeepsIt) {
   const struct {

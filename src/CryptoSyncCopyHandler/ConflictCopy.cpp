@@ -126,6 +126,7 @@ std::vector<std::wstring> CryptoSyncCopyHandler::conflictCopy(std::wstring& src,
     HANDLER_ERROR("%s", error.what());
     return {};
   }
+  logActivity("decrypt", conflict.inside);
   shareConflictCopy(conflict);
   HANDLER_INFO("conflict copy made: %s", utf8(conflict.insideCopy).c_str());
   if (sourceIsInside) return {conflict.insideCopy, conflict.outsideCopy};
