@@ -130,7 +130,7 @@ TEST_F(Conflicts, ADeletionLosesATie) {
   forget(in(a, "gone outside"));
   for (const char* name : {"gone inside", "gone on both"}) fs::remove(in(a, name));
   for (const char* name : {"gone outside", "gone on both"}) fs::remove(out(name + std::string(".kelta")));
-  EXPECT_EQ(a.cycle(), "decrypt:gone inside encrypt:gone outside.kelta");
+  EXPECT_EQ(a.cycle(), "encrypt:gone outside.kelta decrypt:gone inside");
   quiet();
   EXPECT_EQ(a.tree(), "gone inside=0@10 gone outside=0@10");
   EXPECT_EQ(a.pair().srcStateList.count(platform::wideOf(in(a, "gone on both"))), 0u);
