@@ -49,13 +49,18 @@ void KELSYNC_CALL forwardEntry(void* context, const wchar_t* operation, const wc
 
 using ReadText = uint32_t(KELSYNC_CALL*)(kelsync_pair*, wchar_t**);
 
-/// The list `name` of a JSON text that the library hands out; empty when there is none.
-Tree readList(kelsync_pair* handle, ReadText read, const std::wstring& name) {
-  wchar_t* text = nullptr;
-  read(handle, &text);
-  if (text == nullptr) return Tree();
+std::wstring textOf(kelsync_pair* handle, ReadText read) {
+  wchar_t* block = nullptr;
+  read(handle, &block);
+  const std::wstring text = block == nullptr ? std::wstring() : block;
+  freeme(block);
+  return text;
+}
+
+/// The list `name` of a JSON text that the library handed out; empty when there is none.
+Tree listOf(const std::wstring& text, const std::wstring& name) {
+  if (text.empty()) return Tree();
   std::wistringstream stream(text);
-  freeme(text);
   Tree tree;
   try {
     boost::property_tree::read_json(stream, tree);
@@ -92,10 +97,14 @@ void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
-void Engine::initState() {
+void Engine::openRecords() {
   setRunning(handle_);
   kelsync_init_state(handle_);
   setRunning(nullptr);
+}
+
+void Engine::initState() {
+  openRecords();
   clearOldRecords();
 }
 
@@ -109,7 +118,7 @@ bool Engine::keyFits(const std::wstring& assetId) {
 void Engine::clearOldRecords() {
   for (const Quarantined& entry : quarantined()) {
     const bool gone = platform::stampOf(platform::pathOf(entry.path)).kind == platform::Kind::missing;
-    if (entry.errorId == L"path-issue" || gone) kelsync_quarantine_clear_rec(handle_, entry.record.c_str());
+    if (entry.errorId == L"path-issue" || gone) clearRecord(entry);
   }
 }
 
@@ -123,23 +132,37 @@ bool Engine::ok() const { return kelsync_ok(handle_) != 0; }
 
 bool Engine::stopAsked() const { return stopRequested; }
 
-std::vector<Notification> Engine::takeNotifications() {
+std::vector<Notification> notificationsOf(const std::wstring& text) {
   std::vector<Notification> list;
-  for (const auto& child : readList(handle_, kelsync_get_notifications_JSON, L"notifications")) {
+  for (const auto& child : listOf(text, L"notifications")) {
     list.push_back({member(child.second, L"type"), member(child.second, L"message"), member(child.second, L"more")});
   }
-  kelsync_clear_notifications(handle_);
   return list;
 }
 
+std::vector<Notification> Engine::takeNotifications() {
+  const std::wstring text = textOf(handle_, kelsync_get_notifications_JSON);
+  const std::size_t start = text.find(L'[') + 1;
+  const std::size_t end = text.rfind(L']');
+  if (end != std::wstring::npos && end > start)
+    taken_ += (taken_.empty() ? L"" : L",") + text.substr(start, end - start);
+  kelsync_clear_notifications(handle_);
+  return notificationsOf(text);
+}
+
+std::wstring Engine::quarantineText() { return textOf(handle_, kelsync_quarantine_get_JSON); }
+
 std::vector<Quarantined> Engine::quarantined() {
   std::vector<Quarantined> list;
-  for (const auto& child : readList(handle_, kelsync_quarantine_get_JSON, L"quarantined")) {
+  for (const auto& child : listOf(quarantineText(), L"quarantined")) {
     list.push_back({member(child.second, L"record_file"), member(child.second, L"errorid"),
-                    member(child.second, L"quarantine_path"), member(child.second, L"message")});
+                    member(child.second, L"quarantine_path"), member(child.second, L"message"),
+                    member(child.second, L"timestamp")});
   }
   return list;
 }
+
+void Engine::clearRecord(const Quarantined& record) { kelsync_quarantine_clear_rec(handle_, record.record.c_str()); }
 
 }  // namespace host
 }  // namespace Kelta

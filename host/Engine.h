@@ -31,7 +31,11 @@ struct Quarantined {
   std::wstring errorId;
   std::wstring path;
   std::wstring message;
+  std::wstring time;  ///< UTC, ISO 8601
 };
+
+/// The notifications of a JSON text as the library hands it out. Throws Failure when it cannot be read.
+std::vector<Notification> notificationsOf(const std::wstring& text);
 
 /// Receives what a cycle does, entry by entry.
 class EntryListener {
@@ -56,6 +60,8 @@ public:
   /// Reads the state. Quarantine records of paths are cleared: the scan of this run makes those that still hold.
   /// Those of missing keys stay while their archive does.
   void initState();
+  /// Reads the state only to get at the quarantine records, which stay as they are.
+  void openRecords();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
   /// Runs one cycle, which a request to stop ends early.
@@ -65,13 +71,19 @@ public:
 
   /// What the engine has to tell since the last call.
   std::vector<Notification> takeNotifications();
+  /// All notifications taken so far, as a JSON text of the library's form.
+  std::wstring notificationsText() const { return L"{\"notifications\":[" + taken_ + L"]}"; }
   /// What is not synchronised.
   std::vector<Quarantined> quarantined();
+  /// The same as the library hands it out.
+  std::wstring quarantineText();
+  void clearRecord(const Quarantined& record);
 
 private:
   void clearOldRecords();
 
   kelsync_pair* handle_ = nullptr;
+  std::wstring taken_;  ///< the members of the notifications' list
 };
 
 }  // namespace host

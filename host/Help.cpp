@@ -10,6 +10,9 @@ namespace {
 const char* const kGeneral = R"(kelsync keeps a plain folder (the Inside) and an encrypted one (the Outside) in step.
 
   kelsync sync --inside DIR --outside DIR    synchronise a pair of folders, once
+  kelsync status --inside DIR --outside DIR  show what is not synchronised, and what the last run told
+  kelsync quarantine clear --inside DIR --outside DIR [PATH...]
+                                             clear records of what is not synchronised
   kelsync pack FILE -o ARCHIVE               encrypt one file into an archive
   kelsync unpack ARCHIVE -o DIR              decrypt an archive
   kelsync meta ARCHIVE                       print the metadata of an archive
@@ -51,6 +54,33 @@ Keep a copy of the key elsewhere: without it nothing on the Outside can be opene
 Exit codes: 0 done, 1 something could not be synchronised or another run uses the work folder, 2 usage,
 3 a folder of the pair is missing, 4 no key or a wrong one, 130 interrupted (what was finished stays;
 the next run does the rest).
+)";
+
+const char* const kStatus = R"(kelsync status --inside DIR --outside DIR [--work DIR] [--json]
+
+Shows the files that are not synchronised, with the time and the reason, and the notifications of the last run. Changes
+nothing on either side.
+
+  --inside DIR   the plain files
+  --outside DIR  the encrypted archives
+  --work DIR     the work folder of the pair, when it is not the default one
+  --json         both as the library hands them out: the quarantine on one line, the notifications on the next
+
+Exit codes: 0 shown, whether anything is quarantined or not; 1 another run uses the work folder, or it cannot be read;
+2 usage.
+)";
+
+const char* const kQuarantine = R"(kelsync quarantine clear --inside DIR --outside DIR [--work DIR] [PATH...]
+
+Clears the records of the named files, or all of them. PATH is what "kelsync status" shows, or the file's full path. A
+file whose reason still holds is recorded again by the next run.
+
+  --inside DIR   the plain files
+  --outside DIR  the encrypted archives
+  --work DIR     the work folder of the pair, when it is not the default one
+
+Exit codes: 0 cleared; 1 a PATH has no record, a record could not be removed, or another run uses the work folder;
+2 usage.
 )";
 
 const char* const kPack = R"(kelsync pack FILE -o ARCHIVE [--meta FILE] [--compress | --store]
@@ -99,7 +129,8 @@ std::string generalHelp() { return kGeneral; }
 
 std::string helpOf(const std::wstring& command) {
   static const std::map<std::wstring, const char*> texts = {
-      {L"sync", kSync}, {L"pack", kPack}, {L"unpack", kUnpack}, {L"meta", kMeta}, {L"set-meta", kSetMeta}};
+      {L"sync", kSync},     {L"status", kStatus}, {L"quarantine", kQuarantine}, {L"pack", kPack},
+      {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta}};
   const auto found = texts.find(command);
   return found == texts.end() ? std::string() : found->second;
 }

@@ -29,6 +29,7 @@ public:
   std::wstring required(const std::wstring& name) const;
   /// The one operand that the command takes; throws Failure (usage), naming it `what`, when there is none or more.
   std::wstring onlyOperand(const std::wstring& what) const;
+  const std::vector<std::wstring>& operands() const { return operands_; }
   /// Throws Failure (usage) when there is any operand.
   void refuseOperands() const;
 

@@ -50,6 +50,7 @@ void Report::entry(const std::wstring& operation, const std::wstring& path, std:
   if (operation == L"failed") {
     failed_.push_back({name, std::wstring(), false});
   } else {
+    if (operation == L"conflict") conflictCopies_.push_back(name);
     ++totals_[operation];
     if (++carried_[name] <= kOftenEnough) progressed_ = true;
   }
@@ -81,6 +82,10 @@ void Report::explain(const std::wstring& message, const std::wstring& reason) {
   if (entry == failed_.end()) return;
   entry->reason = reason;
   entry->explained = true;
+  // One notification may stand for several that say the same.
+  for (Failed& other : failed_) {
+    if (other.reason.empty() && isNameOf(other.name, file)) other.reason = reason;
+  }
 }
 
 void Report::setQuarantined(std::vector<Quarantined> entries) {
@@ -93,6 +98,7 @@ void Report::setQuarantined(std::vector<Quarantined> entries) {
 }
 
 void Report::listFailures() const {
+  for (const std::wstring& name : conflictCopies_) say(L"conflict copy made: " + printable(name));
   for (const Failed& failed : failed_) {
     const std::wstring reason = failed.reason.empty() ? std::wstring() : L": " + printable(failed.reason);
     say(L"not synchronised: " + printable(failed.name) + reason);

@@ -51,6 +51,7 @@ private:
   std::map<std::wstring, std::uint64_t> totals_;  ///< by operation, but for "failed"
   std::map<std::wstring, int> carried_;           ///< how often each entry was carried over
   std::vector<Failed> failed_;                    ///< in the last cycle
+  std::vector<std::wstring> conflictCopies_;
   std::vector<Quarantined> quarantined_;
   std::uint64_t bytes_ = 0;
   std::uint64_t dealtWith_ = 0;

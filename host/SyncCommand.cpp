@@ -93,7 +93,14 @@ Exit synchronise(const Options& options, const PairFolders& pair, const WorkFold
   engine.setKey(assetOf(options), key.text.c_str());
   engine.initState();
   if (!engine.keyFits(assetOf(options)) && !engine.stopAsked()) refuseKey(key, work);
-  const Exit result = runCycles(engine, report, pair);
+  Exit result = Exit::failed;
+  try {
+    result = runCycles(engine, report, pair);
+  } catch (const Failure&) {
+    work.keepNotifications(engine.notificationsText());
+    throw;
+  }
+  work.keepNotifications(engine.notificationsText());
   report.setQuarantined(engine.quarantined());
   report.summary(key.source, work.log());
   if (result == Exit::interrupted) complain(L"interrupted; what was finished stays, the next run does the rest");

@@ -114,6 +114,35 @@ void WorkFolder::open() {
   }
 }
 
+bool WorkFolder::hasState() const {
+  for (const char* const name : {"Kelta_sync_state_0.txt", "Kelta_sync_state_1.txt"}) {
+    if (platform::stampOf(root_ / "state" / name).kind != platform::Kind::file) return false;
+  }
+  return true;
+}
+
+void WorkFolder::keepNotifications(const std::wstring& text) const {
+  try {
+    platform::writeWholeFile(root_ / "notifications", platform::utf8(text) + "\n", true);
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, L"the notifications cannot be kept" + reasonOf(error)};
+  }
+}
+
+std::wstring WorkFolder::notifications() const {
+  const std::wstring none = L"{\"notifications\":[]}";
+  if (platform::stampOf(root_ / "notifications").kind != platform::Kind::file) return none;
+  try {
+    platform::File file(root_ / "notifications", platform::File::Mode::read);
+    std::string text(static_cast<std::size_t>(file.size()), '\0');
+    text.resize(file.read(&text[0], text.size()));
+    const std::wstring wide = platform::readableFromUtf8(text);
+    return wide.empty() ? none : wide.substr(0, wide.find(L'\n'));
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, L"the notifications of the last run cannot be read" + reasonOf(error)};
+  }
+}
+
 void WorkFolder::refuseOtherPair() const {
   if (platform::stampOf(pairFile()).kind == platform::Kind::missing) return;
   const std::wstring text = platform::readableFromUtf8(smallFile(pairFile()));

@@ -15,6 +15,7 @@ namespace host {
 ///     temp/   intermediate files
 ///     log/    log.properties, syncpair.log
 ///     key     the key, when it was made here
+///     notifications  what the engine told in the last run, as JSON
 ///     pair    the two folders it belongs to, one on each line
 ///     lock    the number of the process that works with the folder
 ///
@@ -36,6 +37,13 @@ public:
   /// Puts the default log.properties into the log folder; with SYNCPAIRTRACE set, takes it away again
   /// (the library then traces). A file that the user changed stays.
   void prepareLog() const;
+
+  /// Whether the pair was ever synchronised with this folder.
+  bool hasState() const;
+  /// Keeps what a run told the host. Throws Failure (failed).
+  void keepNotifications(const std::wstring& text) const;
+  /// The same of the last run; an empty list when there is none.
+  std::wstring notifications() const;
 
   std::wstring state() const { return genericOf(root_ / "state"); }
   std::wstring temp() const { return genericOf(root_ / "temp"); }

@@ -150,6 +150,11 @@ TEST_F(GivenUp, IsNotDeleted) {
   b.cycle();
   EXPECT_TRUE(fs::exists(out("x.kelta")));
 }
+TEST_F(GivenUp, IsQuietUntilTheKeyComes) {
+  b.cycle();
+  EXPECT_EQ(b.cycle(), "");
+  EXPECT_EQ(b.tree(), "x=0@1");
+}
 TEST_F(GivenUp, ComesWithTheKey) {
   b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
   for (int i = 0; i < 3; ++i) b.cycle();
@@ -292,6 +297,54 @@ TEST_F(Adversity, ALockedTargetIsNotReplaced) {
     held.write("UNSAVED WORK");
   }
   EXPECT_EQ(contentOf(in(a, "x")), "UNSAVED WORK");
+}
+
+// A conflict on a file that is in use, or is saved at that very moment, or whose folder takes no new name
+class Clash : public Adversity {
+protected:
+  void SetUp() override {
+    put(in(a, "x"), "from a", 10);
+    put(in(b, "x"), "from b", 10);
+    b.cycle();
+  }
+  void expectBothKept() {
+    EXPECT_EQ(a.leftovers(), "");
+    EXPECT_EQ(withShortConflicts(a.tree()), "x=from a@10");
+    converge();
+    EXPECT_EQ(withShortConflicts(a.tree()), "x!=from a@10 x=from b@10");
+  }
+};
+TEST_F(Clash, AFileInUseIsLeftAlone) {
+  {
+    const HeldFile held(in(a, "x"));
+    EXPECT_EQ(a.cycle(), "failed:x");
+    EXPECT_NE(a.notifications().find("in use by another program"), std::string::npos);
+  }
+  expectBothKept();
+}
+TEST_F(Clash, AFileTakenIntoUseAtTheLastMomentIsLeftAlone) {
+  a.pair().scanSrcChanges();
+  a.pair().scanDestChanges();
+  {
+    const HeldFile held(in(a, "x"));
+    a.pair().syncChanges();
+    a.pair().endCycle();
+  }
+  expectBothKept();
+}
+TEST_F(Clash, AnEditAtTheLastMomentIsNewer) {
+  int decryptions = 0;
+  clock->onLook = [&] {
+    if (!fs::exists(a.temp()) || namesOf(a.temp()).find("/Content") == std::string::npos) return;
+    if (++decryptions != 2) return;  // the one behind the comparison
+    put(in(a, "x"), "saved by the user", 30);
+  };
+  a.cycle();
+  clock->onLook = nullptr;
+  EXPECT_EQ(decryptions, 2);
+  EXPECT_EQ(contentOf(in(a, "x")), "saved by the user");
+  converge();
+  EXPECT_EQ(b.tree(), "x=saved by the user@30");
 }
 
 // Subset scan skips siblings that sort between "d" and "d/"

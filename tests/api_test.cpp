@@ -90,7 +90,7 @@ TEST_F(Api, NotificationsAreHandedOutWholeAndKeptUntilCleared) {
   EXPECT_EQ(notifications(), "{\"notifications\":[]}");
   SyncPair pair;
   pair.notify(L"SYNC", L"one", L"42");
-  pair.notify(L"SYNC", L"two");
+  for (int i = 0; i < 2; ++i) pair.notify(L"SYNC", L"two");
   EXPECT_EQ(platform::utf8(pair.notificationsAsJSON()),
             "{\"notifications\":[{\"type\":\"SYNC\",\"message\":\"one\",\"more\":42},"
             "{\"type\":\"SYNC\",\"message\":\"two\"}]}");

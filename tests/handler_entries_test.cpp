@@ -87,7 +87,7 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
   EXPECT_EQ(changed, clock->nowSeconds());
   clock->advance(-60000);
   handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
-  EXPECT_EQ(handler.quarantineLastUpdate(), changed);
+  EXPECT_EQ(handler.quarantineLastUpdate(), changed + 1) << "a change shows even when the clock was set back";
 
   fs::remove_all(folder / "quar");
   handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
@@ -96,6 +96,35 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
   handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
   EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
   EXPECT_EQ(read("quar"), "a file in the folder's place");
+}
+
+TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
+  const auto nameFor = [&](const std::string& side, std::size_t characters, const std::string& end) {
+    const std::size_t rest = characters - folder.wide(side + "/").size() - end.size();
+    return side + "/" + std::string(rest, 'n') + end;
+  };
+  int changed = 0;
+  for (const std::string& entry : {nameFor("in", 261, ".txt"), nameFor("out", 261, ".kelta")}) {
+    write(entry, "x");
+    EXPECT_TRUE(handler.ignore(folder / entry));
+    EXPECT_GT(handler.quarantineLastUpdate(), changed);
+    changed = handler.quarantineLastUpdate();
+    const std::string shorter = nameFor(entry.substr(0, entry.find('/')), 260, ".kelta2");
+    write(shorter, "x");
+    EXPECT_FALSE(handler.ignore(folder / shorter));
+  }
+  ASSERT_EQ(notifications.size(), 2U);
+  EXPECT_EQ(notifications[1].find(L"SYNC: Quarantine, path too long: nnn"), 0U);
+  CryptoSyncCopyHandler restarted(services());
+  restarted.setQuarFolder(folder.wide("quar"));
+  EXPECT_EQ(restarted.getQuarantineAsJSON(), handler.getQuarantineAsJSON());
+  write("in/x", "content");
+  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+  EXPECT_EQ(quarantine().size(), 3U);
+  changed = handler.quarantineLastUpdate();
+  ASSERT_TRUE(copy("in/x", "out/x").first);
+  EXPECT_EQ(quarantine().size(), 2U);
+  EXPECT_GT(handler.quarantineLastUpdate(), changed);
 }
 
 TEST_F(HandlerTest, DeletesTheCounterpartOfAFile) {

@@ -6,6 +6,7 @@ COMMAND may begin with what runs programs of another system. A command that ends
 only other systems have (terminals here, file modes, some file names) is then left out.
 """
 import functools
+import json
 import os
 import pathlib
 import pty
@@ -136,6 +137,9 @@ class Usage(Base):
             (("sync", "--inside", "/", "--outside", "out"), "the Outside lies in the Inside"),
             ((*pair, "--work", "in/w"), "work folder lies in the Inside"),
             ((*pair, "--work", "out"), "work folder lies in the Outside"),
+            (("status", "--inside", "in"), "--outside is missing"),
+            (("status", *pair[1:], "stray"), "one argument too many: stray"),
+            (("quarantine", *pair[1:]), "what to do is missing"),
             (("pack", "x"), "--output is missing"),
             (("pack", "-o", "x"), "the file to pack is missing"),
             (("pack", "x", "y", "-o", "z"), "one argument too many: y"),
@@ -161,7 +165,7 @@ class Usage(Base):
         for line in ("0  done", "1  something could not", "2  wrong usage", "3  a folder", "4  no key",
                      "130  interrupted"):
             self.assertIn(line, general)
-        for command in ("sync", "pack", "unpack", "meta", "set-meta"):
+        for command in ("sync", "status", "quarantine", "pack", "unpack", "meta", "set-meta"):
             self.assertIn("kelsync " + command, general)
             text = self.expect(DONE, "help", command)[0]
             self.assertTrue(text.startswith("kelsync " + command + " "))
@@ -464,6 +468,47 @@ class Sync(Base):
         for path in self.inside.glob("ba*"):
             path.unlink()
         self.assertIn("quarantined 0", self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0])
+
+    def test_status_and_clearing(self):
+        pair = ("--inside", self.inside, "--outside", self.outside, "--work", self.work)
+        empty = '{"quarantined":[]}\n{"notifications":[]}\n'
+        self.assertEqual(self.expect(DONE, "status", *pair, "--json")[0], empty)
+        self.assertFalse(self.work.exists())
+        for name in ('say "hi"\t.txt', "other\n.txt", "good.txt"):
+            (self.inside / name).write_text("x")
+        self.sync(FAILED, KELSYNC_KEY=HEX_KEY)
+        def seen():
+            places = (self.inside, self.outside, self.work / "state")
+            return sorted((path, path.stat().st_mtime_ns) for place in places for path in place.rglob("*"))
+        before = seen()
+        output = self.expect(DONE, "status", *pair)[0]
+        self.assertRegex(output, r"(?m)^quarantined: 2$")
+        self.assertRegex(output, r'(?m)^  \d{4}-\d\d-\d\dT[\d:]+Z  path-issue  say "hi"\\t\.txt: Name cannot be stored$')
+        self.assertRegex(output, r"(?m)^  SYNC   Encrypted good.txt successfully$")
+        quarantine, notifications = map(json.loads, self.expect(DONE, "status", *pair, "--json")[0].splitlines())
+        self.assertEqual(sorted(record["quarantine_path"] for record in quarantine["quarantined"]),
+                         sorted(str(self.inside / name) for name in ("other\n.txt", 'say "hi"\t.txt')))
+        self.assertIn("Encrypted good.txt successfully", [told["message"] for told in notifications["notifications"]])
+        self.assertEqual(seen(), before)
+        errors = self.expect(FAILED, "quarantine", "clear", *pair, "good.txt")[1]
+        self.assertIn("good.txt: not quarantined", errors)
+        self.assertIn("cleared 1, left 1", self.expect(DONE, "quarantine", "clear", *pair, "other\n.txt")[0])
+        self.assertIn("cleared 1, left 0", self.expect(DONE, "quarantine", "clear", *pair)[0])
+        self.assertIn("cleared 0, left 0", self.expect(DONE, "quarantine", "clear", *pair)[0])
+
+    def test_a_conflict_is_shown(self):
+        second = self.base / "second"
+        second.mkdir()
+        self.sync(DONE, inside=second, work=self.base / "work2", KELSYNC_KEY=HEX_KEY)
+        for folder, text in ((self.inside, "one"), (second, "two")):
+            (folder / "a.txt").write_text(text)
+            os.utime(folder / "a.txt", (1600000000, 1600000000))
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY)
+        output = self.sync(DONE, inside=second, work=self.base / "work2", KELSYNC_KEY=HEX_KEY)[0]
+        self.assertRegex(output, r"(?m)^conflict copy made: a\.txt\.\d{8}-\d{6}-[0-9a-f]{4}\.kelta_conflict$")
+        self.sync(DONE, KELSYNC_KEY=HEX_KEY)
+        for folder in (self.inside, second):
+            self.assertEqual(sorted(path.read_text() for path in folder.glob("a.txt*")), ["one", "two"])
 
     def test_log_set_up(self):
         properties = self.work / "log" / "log.properties"

@@ -223,14 +223,12 @@ TEST_F(Scenario, EqualTimesAreSettledByContent) {
   put(in(b, "other"), "from b", 10);
   a.cycle();
   b.cycle();
-  EXPECT_EQ(b.cycle(), "failed:other") << "left alone, and told every time";
-  EXPECT_EQ(a.tree(), "other=from a@10 same=1@10");
-  EXPECT_EQ(b.tree(), "other=from b@10 same=1@10");
-  EXPECT_EQ(b.leftovers(), "");
+  converge();
+  EXPECT_EQ(withShortConflicts(a.tree()), "other!=from b@10 other=from a@10 same=1@10");
   fs::remove(in(b, "same"));
   b.cycle();
   a.cycle();
-  EXPECT_EQ(a.tree(), "other=from a@10") << "identical files count as in sync";
+  EXPECT_EQ(withShortConflicts(a.tree()), "other!=from b@10 other=from a@10") << "identical files count as in sync";
 }
 
 // Beyond what the content hash covers.
@@ -239,7 +237,7 @@ TEST_F(Scenario, LargeFilesOfEqualTimeAreComparedToTheEnd) {
   put(in(a, "big"), big + "a", 10);
   put(in(b, "big"), big + "b", 10);
   a.cycle();
-  EXPECT_EQ(b.cycle(), "failed:big");
+  EXPECT_EQ(b.cycle().substr(0, 12), "conflict:big");
 }
 
 TEST_F(Scenario, ForeignFilesOnTheOutsideAreLeftAlone) {

@@ -187,9 +187,11 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, k
 /**
  * Tells the host about each entry that a running command has dealt with.
  * @param context what was registered.
- * @param operation "encrypt", "decrypt", "folder", "delete", or "failed" for an
- *   entry that could not be carried over this time.
- * @param path the entry that was written, deleted, or that failed; valid during the call.
+ * @param operation "encrypt", "decrypt", "folder", "delete", "conflict" for a
+ *   file that changed on both sides at the same time, or "failed" for an entry
+ *   that could not be carried over this time.
+ * @param path the entry that was written, deleted, or that failed, for "conflict"
+ *   the conflict copy on the Inside; valid during the call.
  * @param done entries dealt with so far in this cycle, this one included.
  * @param total entries that the cycle knows it has to deal with; at least `done`.
  */
@@ -271,7 +273,7 @@ KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const 
 /**
  * Hands out what the engine has to tell, oldest first, as JSON:
  * {"notifications":[{"type":"SYNC","message":"…"},…]}, type "SYNC" or "ERROR".
- * Reading does not empty the queue.
+ * Reading does not empty the queue. What is in it already is not queued again.
  * @param out receives a block for freeme(); NULL when memory ran out.
  * @return the length in wide characters, without the terminator.
  */

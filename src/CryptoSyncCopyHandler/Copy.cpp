@@ -57,9 +57,7 @@ bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
   }
   if (job.target.size() <= kMaxPathCharacters) return true;
   HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
-  if (quarantineOnce(job.source, L"Path too long")) {
-    notifySync(L"Quarantine, path too long: " + jsonEscaped(nameOf(job.target)));
-  }
+  quarantineOnce(job.source, L"Path too long", nameOf(job.target));
   return false;
 }
 

@@ -87,9 +87,8 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
     std::wstring name;
     const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, false);
     const bool there = platform::stampOf(path).kind == Kind::file || platform::stampOf(path).kind == Kind::folder;
-    if (there && !ours && quarantineOnce(path, L"A name ending in .kelta is not synchronised from the Inside")) {
-      HANDLER_ERROR("won't sync Kelta file from Inside: %s", utf8(text).c_str());
-    }
+    if (there && !ours && quarantineOnce(path, L"A name ending in .kelta is not synchronised from the Inside"))
+      HANDLER_INFO("won't sync Kelta file from Inside");
     return true;
   }
   if (platform::isTemporaryName(utf8(path.filename()))) {
@@ -105,15 +104,8 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
   std::wstring name;
   const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, kind == Kind::folder);
   if (ours || !hasPathIssue(path, message)) return isNeverSynchronised(path);
-  if (quarantineOnce(path, message)) HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(text).c_str());
+  quarantineOnce(path, message);
   return true;
-}
-
-std::vector<std::wstring> CryptoSyncCopyHandler::conflictCopy(std::wstring& src, std::wstring& dest) {
-  HANDLER_DEBUG("srcFile = %s", utf8(src).c_str());
-  HANDLER_DEBUG("destFile = %s", utf8(dest).c_str());
-  HANDLER_INFO("conflict, both sides are left as they are: %s", utf8(src).c_str());
-  return {};
 }
 
 bool CryptoSyncCopyHandler::mayRename(std::wstring from, std::wstring to) {

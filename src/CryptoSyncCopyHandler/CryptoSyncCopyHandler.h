@@ -140,6 +140,14 @@ private:
   bool unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
                     const boost::filesystem::path& folder);
 
+  // ConflictCopy.cpp
+  struct Conflict;
+  bool nameConflict(Conflict& conflict);
+  bool planConflict(Conflict& conflict);
+  bool moveAside(const Conflict& conflict);
+  bool fillPlace(const Conflict& conflict, const boost::filesystem::path& decrypted);
+  void shareConflictCopy(const Conflict& conflict);
+
   // Placement.cpp
   bool place(const boost::filesystem::path& from, const CopyJob& job);
   bool placeInside(const boost::filesystem::path& from, const CopyJob& job);
@@ -157,8 +165,10 @@ private:
 
   // Quarantine.cpp
   bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message);
-  /// False when a record was there already: it then stays as it is.
-  bool quarantineOnce(const boost::filesystem::path& path, const std::wstring& message);
+  /// Records a path issue and tells the host, with `name` or the path's own name. False when a record was there
+  /// already: it then stays as it is.
+  bool quarantineOnce(const boost::filesystem::path& path, const std::wstring& message,
+                      std::wstring name = std::wstring());
   bool quarantineFolderExists();
   void quarantineChanged();
   bool recordAsJSON(const boost::filesystem::path& record, std::wstring& json);

@@ -20,7 +20,9 @@ public:
   /// Creates the counterpart `dest` of the folder `src`; true when it is there afterwards.
   virtual bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) = 0;
 
-  /// Makes conflict copies of a file changed on both sides; the names made, source first.
+  /// Makes a conflict copy of a file changed on both sides, given by its two full paths, that of the Outside with the
+  /// plain name: the Outside version takes the plain name, the Inside version goes on under a conflict name. Returns
+  /// the two paths of the conflict copy, formed like those given, source first; none when nothing was changed.
   virtual std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) = 0;
 
   /// Maps the name of a file (a last component) to the other side's: a name ending in ".kelta" to the

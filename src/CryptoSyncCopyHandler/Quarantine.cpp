@@ -30,6 +30,7 @@ using platform::Kind;
 constexpr std::size_t kFields = 5;
 constexpr std::size_t kMaxRecordBytes = 64 * 1024;
 const std::wstring kExtension = L".txt";
+const std::wstring kPathTooLong = L"Path too long";
 const std::wstring kMarker = L"(Quarantine ";
 
 // The bytes that stand for a path: UTF-8, or the name as the system keeps it where that has no exact text.
@@ -104,15 +105,19 @@ void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message
   quarantineChanged();
 }
 
-bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message) {
+bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message, std::wstring name) {
   if (quarantineFolderExists() && platform::stampOf(genQuarantineRecordPath(path)).kind == Kind::file) return false;
+  HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(path).c_str());
   recordQuarantine(path, message, L"path-issue");
+  if (name.empty()) platform::wideOf(path.filename(), name);
+  const bool tooLong = message.compare(0, kPathTooLong.size(), kPathTooLong) == 0;
+  notifySync((tooLong ? L"Quarantine, path too long: " : L"Quarantine for ") + jsonEscaped(name));
   return true;
 }
 
 void CryptoSyncCopyHandler::quarantineChanged() {
   boost::unique_lock<boost::mutex> lock(fneLock_);
-  quarantineLastUpdate_ = std::max(quarantineLastUpdate_, clock().nowSeconds());
+  quarantineLastUpdate_ = std::max(quarantineLastUpdate_ + 1, clock().nowSeconds());
 }
 
 int CryptoSyncCopyHandler::quarantineLastUpdate() {
@@ -170,8 +175,12 @@ std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
   if (quarantineFolderExists()) platform::listFolder(platform::pathOf(quarFolder_), entries, error);
   for (const fs::path& entry : entries) {
     std::wstring name;
-    if (!platform::wideOf(entry.filename(), name) || !isRecordName(name)) continue;
-    if (platform::stampOf(entry).kind == Kind::file) records.insert(entry);
+    const bool named = platform::wideOf(entry.filename(), name) && isRecordName(name);
+    if (named && platform::stampOf(entry).kind == Kind::file) {
+      records.insert(entry);
+    } else {
+      HANDLER_INFO("no record, left alone: %s", utf8(entry).c_str());
+    }
   }
   if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(quarFolder_).c_str(), error.message().c_str());
   for (const fs::path& record : records) {

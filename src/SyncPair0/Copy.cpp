@@ -92,33 +92,42 @@ bool SyncPair::sameContent(const std::wstring& a, const std::wstring& b) {
   }
 }
 
-bool SyncPair::isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest) {
+SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const SyncObject& src,
+                                                  const SyncObject& dest) {
   PAIR_DEBUG("src.timestamp == dest.timestamp (conflict!)");
   PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
-  if (tempFolder_.empty()) return true;
+  if (tempFolder_.empty()) return Comparison::unknown;
   const TempArea area(tempFolder_, this);
   const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
   PAIR_DEBUG("fromPath file = %s", utf8(dest.fullPath).c_str());
   PAIR_DEBUG("conflict guard temp file = %s", utf8(guard).c_str());
   std::wstring written;
-  if (!doCopy(dest.fullPath, guard, 1, &written) || written.empty()) {
+  if (!doCopy(dest.fullPath, guard, 1, &written)) {
     PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
-    return true;
+    return Comparison::unknown;
+  }
+  if (written.empty()) {
+    noteGivenUp(key, dest.fullPath, dest.timestamp);
+    return Comparison::same;
   }
   const platform::FileStamp before = platform::stampOf(platform::pathOf(src.fullPath));
+  waitOutRunningSecond(before);
+  bool same = false;
   try {
-    if (!sameContent(src.fullPath, guard)) return true;
+    same = sameContent(src.fullPath, guard);
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
-    return true;
+    return Comparison::unknown;
   }
-  if (!platform::stampOf(platform::pathOf(src.fullPath)).sameContent(before)) return true;
+  if (before.seconds() != src.timestamp || !platform::stampOf(platform::pathOf(src.fullPath)).sameContent(before))
+    return Comparison::unknown;
+  if (!same) return Comparison::different;
   PAIR_INFO("Content is identical for %s and %s", utf8(src.fullPath).c_str(), utf8(dest.fullPath).c_str());
   setState(srcStateList, src.fullPath, src.timestamp);
   setState(destStateList, dest.fullPath, dest.timestamp);
   refreshParent(key);
   ++successfulEvents_;
-  return false;
+  return Comparison::same;
 }
 
 }  // namespace Kelta

@@ -47,6 +47,7 @@ void SyncPair::endCycle() {
   srcSyncList.clear();
   destSyncList.clear();
   unreadable_.clear();
+  busy_.clear();
   entriesDone_ = 0;
 }
 

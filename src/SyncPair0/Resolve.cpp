@@ -107,17 +107,4 @@ void SyncPair::carry(Resolution resolution, const Side& one, const Side& two, co
   }
 }
 
-void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one) {
-  if (so.isFolder) {
-    recordBoth(key, true);
-    ++successfulEvents_;
-    return;
-  }
-  const SyncObject& src = one.inside ? so : so2;
-  const SyncObject& dest = one.inside ? so2 : so;
-  if (!isFileConflictCopy(key, src, dest)) return;
-  PAIR_ERROR("%s changed on both sides at the same time, both are left alone", utf8(key).c_str());
-  report(L"failed", src.fullPath);
-}
-
 }  // namespace Kelta

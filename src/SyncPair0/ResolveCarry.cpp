@@ -4,7 +4,6 @@
 #include <boost/filesystem/exception.hpp>
 #include <cstdlib>
 
-#include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
@@ -140,7 +139,6 @@ void SyncPair::recordCopy(const Side& from, const Side& to, const std::wstring& 
                           std::int64_t time, const std::wstring& written) {
   stateChanged_ = true;
   from.state[source] = makeRecord(source, time);
-  if (written.empty()) return;
   const platform::FileStamp placed = lookAt(written);
   // A file system with coarse times shows a whole, even second.
   const std::int64_t stored = placed.kind == platform::Kind::missing ? time : placed.seconds();
@@ -149,39 +147,33 @@ void SyncPair::recordCopy(const Side& from, const Side& to, const std::wstring& 
   to.state[written] = makeRecord(written, stored);
 }
 
-// Both sides changed and the Inside lost: its version goes to the recycle bin, once the winner is known to open.
-bool SyncPair::keepLoser(const std::wstring& archive, const std::wstring& loser) {
-  if (tempFolder_.empty()) return false;
-  try {
-    const TempArea area(tempFolder_, this);
-    const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
-    std::wstring written;
-    if (!doCopy(archive, guard, 1, &written) || written.empty()) return false;
-    return sameContent(loser, guard) || platform::recycle(platform::pathOf(loser));
-  } catch (const boost::filesystem::filesystem_error& error) {
-    PAIR_ERROR("%s", error.what());
-    return false;
-  }
-}
-
 void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                          const SyncObject* other) {
   const std::wstring source = so.fullPath;
   const std::wstring target = pathFor(to, key, false);
   const auto mayWrite = [&] { return targetIsAsKnown(from, to, source, target, other); };
+  if (waitsForKey(from, to, source, target)) {
+    PAIR_INFO("an archive that cannot be opened here is newer: %s", utf8(source).c_str());
+    return;
+  }
+  if (busy_.count(target) > 0) return forgetBoth(key, false);  // the host was told
   if (!mayWrite()) {
     PAIR_INFO("target changed meanwhile, left for the next cycle: %s", utf8(source).c_str());
     return copyFailed(from, key, so);
   }
-  const bool contested = to.inside && other && !other->deletion && lookAt(target).kind == platform::Kind::file;
-  if (contested && !keepLoser(source, target)) return copyFailed(from, key, so);
+  if (other && !other->deletion && lookAt(target).kind == platform::Kind::file) {
+    const Kept kept = to.inside ? keepInsideLoser(source, target) : keepOutsideLoser(source, target);
+    if (kept == Kept::unreadable) return noteGivenUp(key, source, so.timestamp);
+    if (kept == Kept::no) return copyFailed(from, key, so);
+  }
   std::int64_t time = 0;
   std::wstring written;
   if (!copyUnchanged(source, joinPath(to.root, key), time, written, mayWrite)) return copyFailed(from, key, so);
+  if (written.empty()) return noteGivenUp(key, source, time);
   recordCopy(from, to, key, source, time, written);
   ++successfulEvents_;
   refreshParent(key);
-  if (!written.empty()) report(to.inside ? L"decrypt" : L"encrypt", written);
+  report(to.inside ? L"decrypt" : L"encrypt", written);
 }
 
 void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,

@@ -79,6 +79,14 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
   if (isFolder) walk.newFolders.push_back(path);
 }
 
+// A file that another program holds is left for a later cycle; the host hears of it when it has changed.
+void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
+  PAIR_DEBUG("%sin use: %s", walk.label, utf8(path).c_str());
+  if (!changed || !busy_.insert(path).second) return;
+  notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(path)), L"\"in use by another program\"");
+  report(L"failed", path);
+}
+
 // False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.
 bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp) {
   const bool isFolder = stamp.kind == platform::Kind::folder;
@@ -86,7 +94,11 @@ bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform
   const bool known = record != walk.side.state.end();
   if (known && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
   const std::wstring key = keyOf(walk.side, path, isFolder);
-  if (walk.side.list.count(key) > 0 || (!isFolder && isFileLocked(path))) return true;
+  if (walk.side.list.count(key) > 0) return true;
+  if (!isFolder && isFileLocked(path)) {
+    noteBusy(walk, path, !known || stamp.seconds() > recordedTime(record->second));
+    return true;
+  }
   if (isFolder && walk.side.inside && getFolderRenameId(path).empty() && setFolderRenameId(path)) stateChanged_ = true;
   if (known)
     examineKnown(walk, key, path, stamp, record->second);
@@ -101,8 +113,9 @@ void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<st
   if (!gone && !listFolder(folder, entries) && unreadable_.insert(folder).second) {
     notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
   }
-  for (const auto& entry : entries) {
+  for (const auto& listed : entries) {
     pauseWithin(walk);
+    const boost::filesystem::path entry = adopted(walk.side, listed);
     std::wstring path;
     platform::FileStamp stamp;
     if (leftOut(walk, entry, path, stamp)) continue;

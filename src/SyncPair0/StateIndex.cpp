@@ -68,6 +68,7 @@ bool SyncPair::rebuildNeeded() {
 // A record without its counterpart (a damaged line, a crash between the two files, a file that could not be opened
 // for want of a key) would let a missing file pass for a deletion. Without it the entry is merged like a new one.
 void SyncPair::dropUnpairedRecords() {
+  givenUp_.clear();
   StateList paired;
   for (const auto& entry : srcStateList) {
     const bool isFolder = recordedAsFolder(true, entry.first, entry.second);

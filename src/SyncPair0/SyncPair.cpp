@@ -50,7 +50,13 @@ void SyncPair::setDestFolder(std::wstring path) {
 void SyncPair::setTempFolder(std::wstring path) { tempFolder_ = folderForm(std::move(path)); }
 
 void SyncPair::notify(const std::wstring& type, const std::wstring& message, const std::wstring& more) {
-  notifications_.push_back({type, message, more});
+  std::vector<std::wstring> notification{type, message, more};
+  if (queued_.insert(notification).second) notifications_.push_back(std::move(notification));
+}
+
+void SyncPair::clearNotifications() {
+  notifications_.clear();
+  queued_.clear();
 }
 
 std::wstring SyncPair::notificationsAsJSON() const {

@@ -18,6 +18,8 @@
 
 namespace Kelta {
 
+struct CloudCopy;
+
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
 /// carrying over of every difference. All methods run on the thread of the host's command.
 class SyncPair {
@@ -54,9 +56,10 @@ public:
   const std::shared_ptr<Interruption>& interruption() const { return interruption_; }
 
   // Notifications: type, message, optional JSON value -------------------------
+  /// One that says the same as another in the queue is not queued again.
   void notify(const std::wstring& type, const std::wstring& message, const std::wstring& more = std::wstring());
   std::wstring notificationsAsJSON() const;
-  void clearNotifications() { notifications_.clear(); }
+  void clearNotifications();
 
   // State: StateFile.cpp, StateRecords.cpp, StateIndex.cpp --------------------
   void initState();
@@ -113,8 +116,13 @@ public:
   /// `mayWrite` is asked before every attempt whether the target may be replaced; the copy ends when it may not.
   bool doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written = nullptr,
               const std::function<bool()>& mayWrite = {});
-  /// Whether two changes of equal time differ in content. Identical ones are recorded as in sync.
-  bool isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
+  /// What two changes of equal time are to each other.
+  enum class Comparison {
+    same,  ///< of one content, now recorded as in sync; or the archive waits for its key: nothing is to be done
+    different,
+    unknown,  ///< they could not be compared, or changed meanwhile
+  };
+  Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void touch(std::wstring path, std::int64_t timestamp);
 
   // Cycle: Pace.cpp --------------------------------------------------------------
@@ -180,6 +188,9 @@ private:
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
+  void noteBusy(Walk& walk, const std::wstring& path, bool changed);
+  bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
+  boost::filesystem::path adopted(const Side& side, const boost::filesystem::path& entry);
   bool examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp);
   void examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp,
                     const StateRecord& record);
@@ -203,13 +214,27 @@ private:
   void carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                      const SyncObject* other);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
+
+  // Conflict.cpp
+  enum class Kept {
+    yes,
+    no,
+    unreadable,  ///< the archive was given up for want of a key
+  };
   void settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one);
+  void tieFailed(const SyncObject& src);
+  void makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
+  void recordIfEqual(const std::wstring& key);
+  Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser);
+  Kept keepOutsideLoser(const std::wstring& winner, const std::wstring& archive);
+  void noteGivenUp(const std::wstring& key, const std::wstring& archive, std::int64_t time);
+  bool waitsForKey(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target) const;
+
   bool targetIsAsKnown(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target,
                        const SyncObject* other);
   bool copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again);
   bool copyUnchanged(const std::wstring& source, const std::wstring& target, std::int64_t& time, std::wstring& written,
                      const std::function<bool()>& mayWrite);
-  bool keepLoser(const std::wstring& archive, const std::wstring& loser);
   void waitOutRunningSecond(const platform::FileStamp& stamp);
   void recordCopy(const Side& from, const Side& to, const std::wstring& key, const std::wstring& source,
                   std::int64_t time, const std::wstring& written);
@@ -229,8 +254,11 @@ private:
   std::wstring stateFolder_;
   std::wstring stateFiles_[2];  ///< Inside, Outside
   std::vector<std::vector<std::wstring>> notifications_;
+  std::set<std::vector<std::wstring>> queued_;  ///< the same, to find equal ones
   Progress progress_;
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
+  std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
+  std::set<std::wstring> givenUp_;     ///< archives whose key is missing
   std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;

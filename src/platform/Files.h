@@ -44,6 +44,10 @@ bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseco
 /// (across volumes: errc::cross_device_link).
 void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
+/// Renames a file within its volume in one step and replaces nothing: false, with nothing done, when something stands
+/// under `to` already. Throws filesystem_error.
+bool moveFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
+
 /// Makes a rename or a deletion in `folder` durable, where the system can.
 void syncFolder(const boost::filesystem::path& folder);
 

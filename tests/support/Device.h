@@ -65,6 +65,15 @@ inline std::string namesOf(const fs::path& root) {
   return text;
 }
 
+/// A text with each conflict suffix as "!".
+inline std::string withShortConflicts(std::string text) {
+  for (std::size_t end = text.find(".kelta_conflict"); end != std::string::npos; end = text.find(".kelta_conflict")) {
+    const std::size_t start = end - std::string(".20240501-101500-12ab").size();
+    text.replace(start, end + std::string(".kelta_conflict").size() - start, "!");
+  }
+  return text;
+}
+
 inline const wchar_t* testKey() { return L"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"; }
 
 /// One computer: an Inside and a work folder of its own, an Outside that it shares with others.

@@ -6,7 +6,6 @@
 // administrator has prepared ".Trash", else ".Trash-<uid>".
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 
 #include "platform/Files.h"
 #include "platform/Random.h"
+#include "platform/posix/Move.h"
 
 namespace Kelta {
 namespace platform {
@@ -157,14 +157,6 @@ void writeInfo(const fs::path& info, const std::string& text) {
   }
 }
 
-/// Renames without replacing anything. 0 or an error number.
-int moveIntoTrash(const fs::path& from, const fs::path& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  if (stampOf(to).kind != Kind::missing) return EEXIST;
-  return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
-}
-
 std::string nameInTrash(const fs::path& entry, int attempt) {
   std::string name = entry.filename().native();
   if (name.size() > kLongestName) {
@@ -189,7 +181,7 @@ Outcome throwAway(const fs::path& entry, const Trash& trash) {
       if (error.code() == boost::system::errc::file_exists) continue;
       return outcomeOf(error.code().value());
     }
-    const int error = moveIntoTrash(entry, trash.folder / "files" / name);
+    const int error = renameWithoutReplacing(entry, trash.folder / "files" / name);
     if (error == 0) {
       syncFolder(trash.folder / "files");
       syncFolder(trash.folder / "info");

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Kelta {
+
+/// Whether a name (a last component, or a whole path) is that of one of our own conflict copies.
+bool isConflictName(const std::wstring& name);
+
+/// What a conflict copy's name has behind the file's: "." + UTC time as YYYYMMDD-HHMMSS + "-" + 4 random hex digits +
+/// ".kelta_conflict".
+std::wstring newConflictSuffix(std::int64_t seconds);
+
+}  // namespace Kelta

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+// Both sides changed. At equal times the contents decide: identical ones are in sync, of differing ones the Inside
+// version becomes a conflict copy. At different times the newer one wins, and the loser goes to the recycle bin.
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
+
+}  // namespace
+
+void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one) {
+  if (so.isFolder) {
+    recordBoth(key, true);
+    ++successfulEvents_;
+    return;
+  }
+  const SyncObject& src = one.inside ? so : so2;
+  const SyncObject& dest = one.inside ? so2 : so;
+  switch (isFileConflictCopy(key, src, dest)) {
+    case Comparison::same:
+      return;
+    case Comparison::different:
+      return makeConflictCopy(key, src, dest);
+    case Comparison::unknown:
+      return tieFailed(src);
+  }
+}
+
+// Both versions are left alone; both are found again by the next scan.
+void SyncPair::tieFailed(const SyncObject& src) {
+  PAIR_ERROR("%s changed on both sides at the same time, both are left alone", utf8(src.fullPath).c_str());
+  if (copyProblem_.empty()) copyProblem_ = L"changed on both sides at the same time";
+  notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(src.fullPath)), L'"' + jsonEscaped(copyProblem_) + L'"');
+  copyProblem_.clear();
+  report(L"failed", src.fullPath);
+}
+
+void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest) {
+  PAIR_DEBUG("%s so.deletion=%d, so2.deletion=%d", utf8(key).c_str(), src.deletion, dest.deletion);
+  requireIntactRoot(side(true));
+  requireIntactRoot(side(false));
+  // A conflict copy never makes another one: its Inside version goes to the recycle bin.
+  if (isConflictName(key)) return carryFile(side(false), side(true), key, dest, &src);
+  if (handler_->ignore(platform::pathOf(src.fullPath))) return;
+  PAIR_INFO("conflictCopy: %s", utf8(key).c_str());
+  std::vector<std::wstring> names;
+  try {
+    std::wstring srcFile = src.fullPath;
+    std::wstring destFile = joinPath(destFolder_, key);
+    names = handler_->conflictCopy(srcFile, destFile);
+  } catch (const std::exception& error) {
+    PAIR_ERROR("conflict copy exception %s", error.what());
+  }
+  if (names.size() < 2) return tieFailed(src);
+  recordIfEqual(key);
+  recordIfEqual(keyOf(side(true), names[0], false));
+  ++successfulEvents_;
+  refreshParent(key);
+  notify(L"SYNC", L"Conflict: the version of " + jsonEscaped(nameOf(key)) + L" from here was kept as " +
+                      jsonEscaped(nameOf(names[0])));
+  report(L"conflict", names[0]);
+}
+
+// Records what was done for both sides; where the two are not both there with one time, neither is known, so that the
+// next scan merges them.
+void SyncPair::recordIfEqual(const std::wstring& key) {
+  const std::wstring src = pathFor(side(true), key, false);
+  const std::wstring dest = pathFor(side(false), key, false);
+  const platform::FileStamp inside = lookAt(src);
+  const platform::FileStamp outside = lookAt(dest);
+  const bool both = inside.kind == platform::Kind::file && outside.kind == platform::Kind::file;
+  if (!both || inside.seconds() != outside.seconds()) return forgetBoth(key, false);
+  setState(srcStateList, src, inside.seconds());
+  setState(destStateList, dest, outside.seconds());
+}
+
+// The Inside version lost: it goes to the recycle bin, once the winner is known to open.
+SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser) {
+  if (tempFolder_.empty()) return Kept::no;
+  try {
+    const TempArea area(tempFolder_, this);
+    const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
+    std::wstring written;
+    if (!doCopy(archive, guard, 1, &written)) return Kept::no;
+    if (written.empty()) return Kept::unreadable;
+    if (sameContent(loser, guard) || platform::recycle(platform::pathOf(loser))) return Kept::yes;
+    copyProblem_ = L"the older version could not be put into the recycle bin";
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  return Kept::no;
+}
+
+// The Outside version lost: nobody here has seen it, so its content goes to the recycle bin. One that does not open is
+// no loss; one whose key is missing is not replaced anyway.
+SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std::wstring& archive) {
+  if (tempFolder_.empty()) return Kept::no;
+  try {
+    const TempArea area(tempFolder_, this);
+    const boost::filesystem::path guard = area.path() / "content_conflict_guard";
+    std::wstring written;
+    if (!doCopy(archive, platform::wideOf(guard), 1, &written)) return copyProblem_.empty() ? Kept::yes : Kept::no;
+    if (written.empty() || sameContent(winner, written)) return Kept::yes;
+    // In the recycle bin it is looked for under its own name.
+    boost::filesystem::path named = area.path() / platform::pathOf(nameOf(winner));
+    if (platform::wideOf(named).size() > kMaxPathCharacters || !platform::moveFile(guard, named)) named = guard;
+    if (platform::recycle(named)) return Kept::yes;
+    copyProblem_ = L"the older version could not be put into the recycle bin";
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  return Kept::no;
+}
+
+// For want of a key the archive was given up: its record alone is kept, so that it is neither tried again in each cycle
+// nor taken for known on the Inside.
+void SyncPair::noteGivenUp(const std::wstring& key, const std::wstring& archive, std::int64_t time) {
+  PAIR_INFO("given up until a key arrives: %s", utf8(archive).c_str());
+  forgetBoth(key, false);
+  setState(destStateList, archive, time);
+  givenUp_.insert(archive);
+  ++successfulEvents_;
+}
+
+// Whether an entry is the older plain version of an archive that was given up: there is nothing to be done about it.
+bool SyncPair::waitsForKey(const Side& from, const Side& to, const std::wstring& source,
+                           const std::wstring& target) const {
+  const auto record = to.state.find(target);
+  if (givenUp_.count(target) == 0 || record == to.state.end() || from.state.count(source) > 0) return false;
+  const std::int64_t known = recordedTime(record->second);
+  const platform::FileStamp archive = lookAt(target);
+  return archive.kind == platform::Kind::file && archive.seconds() == known && lookAt(source).seconds() <= known;
+}
+
+}  // namespace Kelta
