@@ -206,6 +206,55 @@ TEST_F(Windows, NamesThatTheSystemWouldChangeAreNeverWritten) {
   EXPECT_EQ(contentOf(b.inside() / "a"), "own a");
 }
 
+// The short name that the system gives a renamed file may be the one that it had.
+TEST_F(Windows, AShortNameIsNotTakenForTheFileThatItLeadsTo) {
+  Device a(folder / "a", folder / "o");
+  Device b(folder / "b", folder / "o");
+  const fs::path renamed = b.inside() / "a rather long name.text";
+  put(renamed, "text", 1);
+  std::wstring brief(MAX_PATH, L'\0');
+  brief.resize(GetShortPathNameW(renamed.c_str(), &brief[0], MAX_PATH));
+  const fs::path name = fs::path(brief).filename();
+  if (name == renamed.filename()) GTEST_SKIP() << "no short names here";
+  EXPECT_TRUE(platform::hasOtherName(b.inside() / name));
+  EXPECT_FALSE(platform::hasOtherName(renamed));
+  fs::remove(renamed);
+  put(b.inside() / name, "text", 1);
+  b.cycle();
+  a.cycle();
+  fs::rename(b.inside() / name, renamed);
+  for (int round = 0; round < 3; ++round) {
+    b.cycle();
+    a.cycle();
+    if (!platform::hasOtherName(a.inside() / name)) fs::remove(a.inside() / name);  // should it still be there
+  }
+  EXPECT_EQ(a.tree(), "a rather long name.text=text@1");
+  EXPECT_EQ(b.tree(), a.tree());
+}
+
+TEST_F(Windows, AnotherCaseIsCarriedOver) {
+  Device a(folder / "a", folder / "o");
+  Device b(folder / "b", folder / "o");
+  put(b.inside() / "Name", "text", 1);
+  put(b.inside() / "Dir/f", "text", 1);
+  b.cycle();
+  for (const char* name : {"name", "dir"}) {
+    std::string former = name;
+    former[0] = static_cast<char>(former[0] - 'a' + 'A');
+    fs::rename(b.inside() / former, b.inside() / "between");
+    fs::rename(b.inside() / "between", b.inside() / name);
+  }
+  b.cycle();
+  b.cycle();
+  put(b.inside() / "name", "newer", 9);
+  put(b.inside() / "dir/f", "newer", 9);
+  b.cycle();
+  EXPECT_EQ(b.cycle(), "");
+  a.cycle();
+  EXPECT_EQ(b.tree(), "dir/ dir/f=newer@9 name=newer@9");
+  EXPECT_EQ(a.tree(), "dir/ dir/f=newer@9 name=newer@9");
+}
+
 TEST_F(Windows, AnArchivesEntriesKeepTheirNamesOrAreRefused) {
   put(folder / "source", "text", 1);
   for (const char* name : {"a?b", "x/a|b", "q\"q", "s*/f", "<f>"}) {
@@ -265,6 +314,30 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   fs::create_directory(folder / "look");
   mark(folder / "look", FILE_ATTRIBUTE_READONLY);
   EXPECT_TRUE(platform::recycle(folder / "look"));
+}
+
+TEST_F(Windows, AJunctionIsNotFollowedButAFolderKeptElsewhereIs) {
+  constexpr unsigned long kept = 0x9000001A;  // by a cloud's client
+  Device a(folder / "a", folder / "o");
+  Device b(folder / "b", folder / "o");
+  put(a.inside() / "dir/f", "text", 1);
+  {
+    const ReparsePoint junction(a.inside() / "dir", IO_REPARSE_TAG_MOUNT_POINT);
+    EXPECT_EQ(platform::stampOf(a.inside() / "dir").kind, Kind::symlink);
+    EXPECT_EQ(a.cycle(), "");
+  }
+  {
+    const ReparsePoint cloud(a.inside() / "dir", kept);
+    EXPECT_EQ(a.cycle(), "folder:dir encrypt:f.kelta");
+  }
+  b.cycle();
+  fs::remove_all(b.inside() / "dir");
+  put(b.inside() / "g", "text", 1);
+  b.cycle();
+  const ReparsePoint junction(a.inside() / "dir", IO_REPARSE_TAG_MOUNT_POINT);
+  a.cycle();
+  EXPECT_EQ(contentOf(a.inside() / "dir/f"), "text") << "deleted through a junction";
+  EXPECT_EQ(contentOf(a.inside() / "g"), "text");
 }
 
 TEST_F(Windows, MarkersAreHiddenAndStaySoWhenTheyAreWrittenAgain) {

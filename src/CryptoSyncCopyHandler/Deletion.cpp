@@ -21,7 +21,9 @@ constexpr int kAttempts = 3;
 constexpr long kPauseMilliseconds = 250;
 const char kFolderMarker[] = ".rid";
 
-Kind kindOf(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)).kind; }
+Kind kindOf(const std::wstring& path) {
+  return platform::hasOtherName(platform::pathOf(path)) ? Kind::other : platform::stampOf(platform::pathOf(path)).kind;
+}
 
 }  // namespace
 
@@ -72,6 +74,7 @@ bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
     HANDLER_ERROR("%s", reason.c_str());
     return false;
   }
+  if (reachFolder(ownRoot, parentOf(deletion.own), reason) == Reach::missing) return true;
   const Kind kind = kindOf(deletion.own);
   return kind != Kind::unknown && kind != (deletion.isFolder ? Kind::folder : Kind::file);
 }

@@ -58,11 +58,12 @@ Reach walk(const std::wstring& root, const std::wstring& folder, bool create, st
   for (const std::wstring& step : steps) {
     current = joinPath(current, step);
     const Kind kind = platform::stampOf(platform::pathOf(current)).kind;
-    if (kind == Kind::missing && !create) return Reach::missing;
+    const bool otherName = kind != Kind::missing && platform::hasOtherName(platform::pathOf(current));
+    if ((kind == Kind::missing || otherName) && !create) return Reach::missing;
     if (kind == Kind::missing) {
       createFolder(platform::pathOf(current));
-    } else if (kind != Kind::folder) {
-      return refuse(reason, "not a folder, or a link", current);
+    } else if (kind != Kind::folder || otherName) {
+      return refuse(reason, otherName ? "stands under another name" : "not a folder, or a link", current);
     }
   }
   return Reach::there;

@@ -8,6 +8,7 @@
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -15,7 +16,12 @@ namespace {
 // File systems keep times in steps of up to two seconds.
 constexpr std::int64_t kTimeStep = 2;
 
-platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
+// An entry that is only found here under a short name is another one.
+platform::FileStamp lookAt(const std::wstring& path) {
+  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
+  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::other;
+  return stamp;
+}
 
 bool isThere(const std::wstring& path) {
   const platform::Kind kind = lookAt(path).kind;
@@ -179,7 +185,8 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
 void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                              const SyncObject* other) {
   const platform::FileStamp source = lookAt(so.fullPath);
-  if (source.kind == platform::Kind::unknown || isThere(so.fullPath)) {
+  const bool there = isThere(so.fullPath) && !liesBelowOtherName(from, so.fullPath);
+  if (source.kind == platform::Kind::unknown || there) {
     const bool sameKind = (source.kind == platform::Kind::folder) == so.isFolder;
     if (sameKind || source.kind == platform::Kind::unknown) return;
   }

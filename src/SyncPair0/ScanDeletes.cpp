@@ -5,6 +5,7 @@
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 
@@ -42,13 +43,23 @@ bool SyncPair::liesBehindLink(const Side& side, const std::wstring& path) {
   return false;
 }
 
+// What is found there stands in a folder of another name.
+bool SyncPair::liesBelowOtherName(const Side& side, const std::wstring& path) {
+  for (std::wstring folder = parentOf(path); folder.size() > side.root.size(); folder = parentOf(folder)) {
+    if (platform::hasOtherName(platform::pathOf(folder))) return true;
+  }
+  return false;
+}
+
 void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record) {
   const bool isFolder = recordedAsFolder(walk.side.inside, path, record);
   const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
   const bool kindChanged = (kind == platform::Kind::file && isFolder) || (kind == platform::Kind::folder && !isFolder);
   if (kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (kind == platform::Kind::missing && liesBehindLink(walk.side, path)) return;
-  if (kind == platform::Kind::missing || kindChanged) noteDeletion(walk, path, record, isFolder);
+  const bool renamed = walk.renamed.count(parentOf(path)) > 0 || platform::hasOtherName(platform::pathOf(path));
+  if (renamed && isFolder) walk.renamed.insert(path);
+  if (kind == platform::Kind::missing || kindChanged || renamed) noteDeletion(walk, path, record, isFolder);
 }
 
 void SyncPair::checkRecordsBelow(Walk& walk, const std::wstring& folder) {

@@ -182,6 +182,7 @@ private:
     ScanResult result;
     std::vector<std::wstring> newFolders;
     std::uint64_t counter = 0;
+    std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
   void settleSrc();
   void settleDest();
@@ -198,6 +199,7 @@ private:
   void scanFolder(Walk& walk, const std::wstring& folder, std::vector<std::wstring>& folders);
   void checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record);
   static bool liesBehindLink(const Side& side, const std::wstring& path);
+  static bool liesBelowOtherName(const Side& side, const std::wstring& path);
   void checkRecordsBelow(Walk& walk, const std::wstring& folder);
   void noteDeletion(Walk& walk, const std::wstring& path, const StateRecord& record, bool isFolder);
   void purgeSyncListByPrefix(SyncList& list, const std::wstring& parentPath);

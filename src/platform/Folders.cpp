@@ -10,7 +10,11 @@ namespace platform {
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
+// Only a link is followed by the library, which knows files and folders that are kept elsewhere, or deduplicated, as
+// nothing but "reparse points".
 Kind kindBehindLinks(const fs::path& path) {
+  const Kind own = stampOf(path).kind;
+  if (own != Kind::symlink) return own;
   error_code error;
   switch (fs::status(callPath(path), error).type()) {
     case fs::file_not_found:

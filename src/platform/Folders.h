@@ -16,6 +16,11 @@ namespace platform {
 /// is. For nothing but a call; keys and log lines keep the plain form.
 boost::filesystem::path callPath(const boost::filesystem::path& path);
 
+/// Whether what is found at the path has another name than the path's last one: Windows finds "A long name.txt" as
+/// "a LONG name.txt" and as "ALONGN~1.TXT" too. Whoever takes that for the entry of this name misses a rename, or
+/// deletes or replaces another file.
+bool hasOtherName(const boost::filesystem::path& path);
+
 /// What stands at the end of a chain of symbolic links; `missing` behind a link to nothing.
 Kind kindBehindLinks(const boost::filesystem::path& path);
 

@@ -23,6 +23,8 @@ std::atomic<bool> strict{false};
 std::atomic<bool> withoutProvider{false};
 std::atomic<int> placeholderOpens{0};
 std::wstring placeholder;
+std::wstring reparsePoint;
+DWORD reparseTag = 0;
 std::set<std::wstring> readOnlyFolders;  ///< Wine marks files alone
 
 bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
@@ -58,7 +60,10 @@ HANDLE WINAPI createFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATT
 }
 DWORD WINAPI getAttributes(LPCWSTR path) { return refused(path) ? INVALID_FILE_ATTRIBUTES : attributesOf(path); }
 BOOL WINAPI getAttributesEx(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
-  return !refused(path) && real<decltype(&GetFileAttributesExW)>("GetFileAttributesExW")(path, level, data);
+  const bool known = !refused(path) && real<decltype(&GetFileAttributesExW)>("GetFileAttributesExW")(path, level, data);
+  if (known && path == reparsePoint)
+    static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+  return known;
 }
 BOOL WINAPI setAttributes(LPCWSTR path, DWORD attributes) {
   if (refused(path)) return FALSE;
@@ -82,7 +87,13 @@ BOOL WINAPI moveFile(LPCWSTR from, LPCWSTR to, DWORD flags) {
          real<decltype(&MoveFileExW)>("MoveFileExW")(from, to, flags);
 }
 HANDLE WINAPI findFirst(LPCWSTR path, LPWIN32_FIND_DATAW found) {
-  return refused(path) ? INVALID_HANDLE_VALUE : real<decltype(&FindFirstFileW)>("FindFirstFileW")(path, found);
+  if (refused(path)) return INVALID_HANDLE_VALUE;
+  const HANDLE search = real<decltype(&FindFirstFileW)>("FindFirstFileW")(path, found);
+  if (path == reparsePoint) {
+    found->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+    found->dwReserved0 = reparseTag;
+  }
+  return search;
 }
 BOOL WINAPI acquireContext(HCRYPTPROV* provider, LPCSTR container, LPCSTR name, DWORD type, DWORD flags) {
   if (withoutProvider) return FALSE;
@@ -129,6 +140,12 @@ Placeholder::Placeholder(const boost::filesystem::path& file) {
 }
 Placeholder::~Placeholder() { placeholder.clear(); }
 int Placeholder::opens() const { return placeholderOpens; }
+
+ReparsePoint::ReparsePoint(const boost::filesystem::path& folder, unsigned long tag) {
+  reparsePoint = platform::callPath(folder).native();
+  reparseTag = tag;
+}
+ReparsePoint::~ReparsePoint() { reparsePoint.clear(); }
 
 NoProvider::NoProvider() { withoutProvider = true; }
 NoProvider::~NoProvider() { withoutProvider = false; }

@@ -24,6 +24,13 @@ public:
   int opens() const;
 };
 
+/// While it lives, one folder claims to be a reparse point of that kind.
+class ReparsePoint {
+public:
+  ReparsePoint(const boost::filesystem::path& folder, unsigned long tag);
+  ~ReparsePoint();
+};
+
 /// While it lives, there is no CryptoAPI provider.
 class NoProvider {
 public:

@@ -115,6 +115,8 @@ FileStamp stampOf(const boost::filesystem::path& path) {
 
 boost::filesystem::path callPath(const boost::filesystem::path& path) { return path; }
 
+bool hasOtherName(const boost::filesystem::path&) { return false; }
+
 bool canStandAsName(const std::wstring& name) {
   return !name.empty() && name != L"." && name != L".." && name.find(L'/') == std::wstring::npos &&
          name.find(L'\0') == std::wstring::npos;

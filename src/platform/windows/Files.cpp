@@ -47,7 +47,7 @@ FileStamp stampOf(const boost::filesystem::path& path) {
   }
   stamp.kind = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? Kind::folder : Kind::file;
   if ((data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0) stamp.kind = Kind::other;
-  if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && isLink(native)) stamp.kind = Kind::symlink;
+  if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) stamp.kind = kindOfReparsePoint(native, stamp.kind);
   stamp.nanoseconds = nanosecondsOf(joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime));
   stamp.size = joined(data.nFileSizeHigh, data.nFileSizeLow);
   return stamp;
@@ -114,7 +114,8 @@ bool isLocked(const boost::filesystem::path& path) {
   const DWORD attributes = GetFileAttributesW(native.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return GetLastError() == ERROR_SHARING_VIOLATION;
   if ((attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | kNotHere)) != 0) return false;
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && isLink(native)) return false;
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && kindOfReparsePoint(native, Kind::file) != Kind::file)
+    return false;
   const Handle file =
       handleOf(CreateFileW(native.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                            FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OPEN_NO_RECALL, nullptr));

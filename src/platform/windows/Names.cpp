@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/Files.h"
+#include "platform/Folders.h"
+#include "platform/windows/Native.h"
 
 namespace Kelta {
 namespace platform {
@@ -41,6 +42,18 @@ bool canStandAsName(const std::wstring& name) {
   if (name.empty() || name.back() == L'.' || name.back() == L' ') return false;
   if (name.find_first_of(L"<>:\"/\\|?*") != std::wstring::npos) return false;
   return std::none_of(name.begin(), name.end(), [](wchar_t c) { return c < kFirstPrintable; }) && !isDevice(name);
+}
+
+// A search for the name finds the entry with the one it is stored under; in a folder where case matters, several.
+bool hasOtherName(const boost::filesystem::path& path) {
+  const std::wstring name = path.filename().native();
+  WIN32_FIND_DATAW found{};
+  const HANDLE search = FindFirstFileW(nativePath(path).c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  bool same = name == found.cFileName;
+  while (!same && FindNextFileW(search, &found)) same = name == found.cFileName;
+  FindClose(search);
+  return !same;
 }
 
 std::size_t rootLength(const std::wstring& path) {

@@ -116,13 +116,14 @@ bool setWriteTime(void* handle, std::int64_t nanoseconds) {
   return SetFileTime(handle, nullptr, nullptr, &time) != 0;
 }
 
-bool isLink(const std::wstring& nativePath) {
+Kind kindOfReparsePoint(const std::wstring& nativePath, Kind kind) {
   WIN32_FIND_DATAW found{};
   const HANDLE search = FindFirstFileW(nativePath.c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return false;
+  if (search == INVALID_HANDLE_VALUE) return Kind::unknown;  // never followed by mistake
   FindClose(search);
   // Other reparse points (files kept in the cloud, compressed by the system...) are the entry itself.
-  return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(found.dwReserved0);
+  const bool marked = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  return marked && IsReparseTagNameSurrogate(found.dwReserved0) ? Kind::symlink : kind;
 }
 
 }  // namespace platform

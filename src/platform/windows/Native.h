@@ -43,8 +43,9 @@ bool fileTimeOf(std::int64_t nanoseconds, std::uint64_t& fileTime);
 /// Sets the last-write time of an open file or folder.
 bool setWriteTime(void* handle, std::int64_t nanoseconds);
 
-/// Whether an entry is there and stands for another one: a symbolic link or a junction.
-bool isLink(const std::wstring& nativePath);
+/// Of an entry that is marked as a reparse point: `symlink` when it stands for another one (a symbolic link or a
+/// junction), `unknown` when that cannot be told, else `kind`.
+Kind kindOfReparsePoint(const std::wstring& nativePath, Kind kind);
 
 }  // namespace platform
 }  // namespace Kelta

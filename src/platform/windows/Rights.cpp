@@ -54,6 +54,16 @@ bool setList(std::wstring native, ACL* list, DWORD protection) {
                                list, nullptr) == ERROR_SUCCESS;
 }
 
+bool hasEmptyList(std::wstring native) {
+  PACL list = nullptr;
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (GetNamedSecurityInfoW(&native[0], SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
+                            &descriptor) != ERROR_SUCCESS)
+    return false;
+  const LocalBlock<void> owned(descriptor);
+  return list && list->AceCount == 0;
+}
+
 /// As it stands, with what it has from the folder: both files are in the same one in the end.
 void copyList(const std::wstring& from, const std::wstring& to) {
   DWORD size = 0;
@@ -87,11 +97,13 @@ void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesys
   if (own != INVALID_FILE_ATTRIBUTES) SetFileAttributesW(to.c_str(), (own & ~kMarks) | (former & kMarks));
 }
 
-// A file keeps its list when it is moved; an empty one that is not protected is filled from the folder.
+// A file keeps its list when it is moved; an empty one that is not protected is filled from the folder. Where folders
+// hand nothing down it would stay empty, and nobody could open the file.
 void takeFolderRights(const boost::filesystem::path& file) {
+  const std::wstring native = nativePath(file);
   ACL none{};
-  if (InitializeAcl(&none, sizeof none, ACL_REVISION))
-    setList(nativePath(file), &none, UNPROTECTED_DACL_SECURITY_INFORMATION);
+  if (!InitializeAcl(&none, sizeof none, ACL_REVISION)) return;
+  if (setList(native, &none, UNPROTECTED_DACL_SECURITY_INFORMATION) && hasEmptyList(native)) restrictToOwner(file);
 }
 
 }  // namespace platform
