@@ -338,6 +338,18 @@ TEST_F(Conflicts, WhatACloudClientKeptTwiceArrivesUnderDistinctNames) {
   EXPECT_TRUE(fs::exists(out("z.txt.kelta (conflicted copy)")));
 }
 
+TEST_F(Conflicts, ACloudCopyTakesTheNameOfNoOtherFile) {
+  put(in(a, "x.txt"), "cloud", 10);
+  quiet();
+  put(in(a, "x (1).txt"), "own", 50);
+  fs::copy_file(out("x.txt.kelta"), out("x.txt (1).kelta"));
+  platform::setLastWriteTime(out("x.txt (1).kelta"), (kEpoch + 20) * 1000000000);
+  quiet();
+  EXPECT_NE(a.tree().find("x (1).txt=own@50"), std::string::npos) << a.tree();
+  EXPECT_NE(a.tree().find("=cloud@20"), std::string::npos) << a.tree();
+  EXPECT_EQ(versionsOf("x (1).txt"), "own");
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace Kelta

@@ -41,7 +41,9 @@ std::size_t extensionStart(const std::wstring& name) {
   const std::size_t dot = name.rfind(L'.');
   if (dot == std::wstring::npos || dot == 0 || dot + 1 == name.size()) return name.size();
   const bool plausible = name.size() - dot <= kLongestExtension && name.find(L' ', dot) == std::wstring::npos;
-  return plausible ? dot : name.size();
+  // "Minutes 12.05" has none.
+  const bool number = name.find_first_not_of(L"0123456789", dot + 1) == std::wstring::npos;
+  return plausible && !number ? dot : name.size();
 }
 
 bool split(const std::wstring& name, const std::wregex& pattern, std::wstring& file, std::wstring& text) {

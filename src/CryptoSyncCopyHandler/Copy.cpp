@@ -55,7 +55,8 @@ bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
     quarantineOnce(job.source, L"Name cannot be stored");
     return false;
   }
-  if (job.target.size() <= kMaxPathCharacters) return true;
+  // The limit is for what the user sees.
+  if (job.target.size() <= kMaxPathCharacters || isBelow(job.target, tempFolder_)) return true;
   HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
   quarantineOnce(job.source, L"Path too long", nameOf(job.target));
   return false;

@@ -41,6 +41,14 @@ bool SyncPair::isCloudCopy(const Side& side, const std::wstring& path, CloudCopy
   return isFile(path) && !isFileLocked(path) && isArchive(path);
 }
 
+// What the Inside has, or a record still tells of, is another file, which the archive would pass for.
+bool SyncPair::isFreeForCloudCopy(const Side& side, const std::wstring& archive) {
+  const std::wstring key = keyOf(side, archive, false);
+  if (key.empty() || side.state.count(archive) > 0) return false;
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  return srcStateList.count(inside) == 0 && platform::stampOf(platform::pathOf(inside)).kind == platform::Kind::missing;
+}
+
 boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesystem::path& entry) {
   std::wstring path;
   CloudCopy copy;
@@ -51,8 +59,9 @@ boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesys
     for (int number = 1; number <= kNumbers; ++number) {
       const std::wstring more = number == 1 ? std::wstring() : L" (" + std::to_wstring(number) + L")";
       const std::wstring name = handler_->handleName(copy.stem + more + copy.extension);
-      const auto target = platform::pathOf(joinPath(parentOf(path), name));
-      if (name.empty() || !platform::moveFile(entry, target)) continue;
+      const std::wstring wanted = joinPath(parentOf(path), name);
+      const auto target = platform::pathOf(wanted);
+      if (name.empty() || !isFreeForCloudCopy(side, wanted) || !platform::moveFile(entry, target)) continue;
       PAIR_INFO("named by a cloud client: %s, now %s", utf8(path).c_str(), utf8(name).c_str());
       return target;
     }

@@ -14,6 +14,15 @@ namespace {
 
 constexpr std::size_t kCompareBytes = 256 * 1024;
 
+// Without the paths: those in the Temp folder differ each time, and the host would be told anew in each cycle. Never
+// empty, since that stands for an archive that was read and does not open.
+std::wstring reasonOf(const boost::filesystem::filesystem_error& error) {
+  std::wstring reason;
+  const std::string text = error.code().message();
+  const bool known = platform::wideFromUtf8(text, reason) || platform::wideFromNarrow(text.c_str(), reason);
+  return known && !reason.empty() ? reason : L"a file could not be accessed";
+}
+
 }  // namespace
 
 // One attempt. `again`: a file could not be accessed, which may pass.
@@ -39,7 +48,7 @@ bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFil
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("File access issue: %s", utf8(srcFile).c_str());
     PAIR_ERROR("%s", error.what());
-    if (!platform::wideFromUtf8(error.what(), copyProblem_)) copyProblem_.clear();
+    copyProblem_ = reasonOf(error);
     again = true;
     return false;
   }

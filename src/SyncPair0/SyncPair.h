@@ -191,6 +191,7 @@ private:
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
   void noteBusy(Walk& walk, const std::wstring& path, bool changed);
   bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
+  bool isFreeForCloudCopy(const Side& side, const std::wstring& archive);
   boost::filesystem::path adopted(const Side& side, const boost::filesystem::path& entry);
   bool examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp);
   void examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp,
