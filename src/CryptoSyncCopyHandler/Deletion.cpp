@@ -177,7 +177,12 @@ std::pair<bool, bool> CryptoSyncCopyHandler::doDelete(std::wstring path) {
 
 void CryptoSyncCopyHandler::deleteStatus(bool deleted, std::wstring path) {
   HANDLER_DEBUG("path: %s", utf8(path).c_str());
-  if (!deleted) HANDLER_INFO("not deleted: %s", utf8(path).c_str());
+  if (!deleted) {
+    HANDLER_INFO("not deleted: %s", utf8(path).c_str());
+    return;
+  }
+  decryptFailures_.erase(genericForm(path));
+  ifQuarantinedClear(platform::pathOf(path));
 }
 
 }  // namespace Kelta

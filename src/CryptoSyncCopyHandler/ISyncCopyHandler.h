@@ -29,7 +29,8 @@ public:
   /// plain one, any other to the archive's. Empty when it cannot be mapped now.
   virtual std::wstring handleName(std::wstring name) = 0;
 
-  /// Is told the outcome of a deletion of `path`.
+  /// Is told the outcome of a deletion of `path`, or that what it named was renamed; what it knew of one that is gone it
+  /// forgets.
   virtual void deleteStatus(bool deleted, std::wstring path) = 0;
 
   virtual ~ISyncCopyHandler();

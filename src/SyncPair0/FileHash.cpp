@@ -12,8 +12,6 @@
 namespace Kelta {
 namespace {
 
-constexpr std::uint64_t kHashedBytes = 5000 * 1024;
-
 std::wstring hashOfFile(const boost::filesystem::path& path) {
   platform::File file(path, platform::File::Mode::read);
   std::vector<char> buffer(static_cast<std::size_t>(std::min(file.size(), kHashedBytes)), '\0');

@@ -55,7 +55,10 @@ std::wstring SyncPair::getFolderRenameId(const std::wstring& folder) {
 }
 
 bool SyncPair::setFolderRenameId(const std::wstring& folder) {
-  if (!getFolderRenameId(folder).empty()) return true;
+  return !getFolderRenameId(folder).empty() || renewFolderRenameId(folder);
+}
+
+bool SyncPair::renewFolderRenameId(const std::wstring& folder) {
   std::vector<boost::filesystem::path> entries;
   if (!listFolder(folder, entries)) return false;
   const std::string id = newFolderId(entries);

@@ -46,6 +46,8 @@ void SyncPair::endCycle() {
   cycleMarker_ = kIdle;
   srcSyncList.clear();
   destSyncList.clear();
+  clearRenameHashes(side(true));
+  clearRenameHashes(side(false));
   unreadable_.clear();
   busy_.clear();
   entriesDone_ = 0;
@@ -72,6 +74,12 @@ void SyncPair::syncCycle() {
 }
 
 void SyncPair::subResolve() {
+  try {
+    resolveRename(sourceFolder_);
+    resolveRename(destFolder_);
+  } catch (const RootMissing& error) {
+    PAIR_ERROR("%s", error.what());
+  }
   syncChanges();
   endCycle();
 }

@@ -13,6 +13,7 @@ void SyncPair::purgeSyncListByPrefix(SyncList& list, const std::wstring& parentP
   PAIR_DEBUG("parentPath: %s", utf8(parentPath).c_str());
   auto entry = list.lower_bound(joinPath(parentPath, L""));
   while (entry != list.end() && platform::liesBelow(entry->first, parentPath)) {
+    PAIR_DEBUG("checkpath: %s", utf8(entry->first).c_str());
     PAIR_DEBUG("delete from syncList: %s", utf8(entry->first).c_str());
     entry = list.erase(entry);
   }
@@ -31,6 +32,7 @@ void SyncPair::noteDeletion(Walk& walk, const std::wstring& path, const StateRec
   }
   stateChanged_ = true;
   PAIR_INFO("%sDELETE: %s, fileHash: %s", walk.label, utf8(path).c_str(), utf8(record[1]).c_str());
+  putRenameHashDel(path, record[1], isFolder);
   ++(isFolder ? walk.result.foldersDeleted : walk.result.filesDeleted);
   walk.side.list[key] = SyncObject{true, recordedTime(record), path, std::wstring(), isFolder};
 }

@@ -55,16 +55,20 @@ void SyncPair::settleDest() {
 void SyncPair::scanSrcChanges() {
   try {
     settleSrc();
+    resolveRename(sourceFolder_);
   } catch (const RootMissing&) {
     srcSyncList.clear();
+    clearRenameHashes(side(true));
   }
 }
 
 void SyncPair::scanDestChanges() {
   try {
     settleDest();
+    resolveRename(destFolder_);
   } catch (const RootMissing&) {
     destSyncList.clear();
+    clearRenameHashes(side(false));
   }
 }
 

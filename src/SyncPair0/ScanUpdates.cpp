@@ -72,6 +72,7 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
   const std::wstring hash = makeRecord(path, stamp.seconds())[1];
   if (!hash.empty() && isFolder) ++walk.result.foldersAdded;
   if (!hash.empty() && !isFolder) ++walk.result.filesChanged;
+  putRenameHashAdd(path, hash, isFolder);
   PAIR_INFO("%sADD: %s [%lld] %s", walk.label, utf8(path).c_str(), static_cast<long long>(stamp.seconds()),
             utf8(hash).c_str());
   stateChanged_ = true;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CryptoSyncCopyHandler/ISyncCopyHandler.h"
+#include "SyncPair0/RenameMatch.h"
 #include "SyncPair0/Resolution.h"
 #include "SyncPair0/SyncTypes.h"
 #include "base/Clock.h"
@@ -106,6 +107,16 @@ public:
   std::wstring getFolderRenameId(const std::wstring& folder);
   /// Keeps a valid identifier, else makes one. False when it could not be written.
   bool setFolderRenameId(const std::wstring& folder);
+
+  // Renames: RenameHashes.cpp, Renames.cpp, RenameFolder.cpp, RenameFile.cpp ------
+  /// What the scans put aside; an empty hash is none.
+  void putRenameHashAdd(const std::wstring& path, const std::wstring& hash, bool isFolder);
+  void putRenameHashDel(const std::wstring& path, const std::wstring& hash, bool isFolder);
+  /// Carries out on the other side what was renamed on the side with this root, since both were scanned last: such
+  /// entries leave the sync lists, all else stays. Throws RootMissing.
+  void resolveRename(std::wstring folder);
+  /// Renames within one side, replacing nothing. False when that cannot be done in one step.
+  bool moveFile(std::wstring src, std::wstring dest);
 
   // Resolution: Resolve.cpp, ResolveCarry.cpp, Copy.cpp ------------------------
   void syncChanges();
@@ -205,6 +216,27 @@ private:
   void noteDeletion(Walk& walk, const std::wstring& path, const StateRecord& record, bool isFolder);
   void purgeSyncListByPrefix(SyncList& list, const std::wstring& parentPath);
 
+  // Renames
+  struct RenameJob;
+  void clearRenameHashes(const Side& side);
+  void forgetRenameHashes(const Side& side, const std::wstring& folder);
+  std::vector<RenameCandidate> renameCandidates(const Side& side, bool deleted, bool folders);
+  void renewCopiedIds(bool alsoNew);
+  bool renewFolderRenameId(const std::wstring& folder);
+  bool resolveRenames(const Side& one);
+  void saveRenames();
+  bool carryRename(const Side& one, const RenameMatch& match);
+  bool mayCarryRename(const RenameJob& job);
+  bool makeParents(const RenameJob& job);
+  bool isReady(const RenameJob& job);
+  void finishRename(const RenameJob& job);
+  bool renameFolder(const RenameJob& job);
+  void followFolder(const Side& each, const RenameMatch& match, const std::wstring& from, const std::wstring& to);
+  bool renameFile(const RenameJob& job);
+  bool hasRecordedContent(const RenameJob& job, const std::wstring& counterpart);
+  bool isDoneAlready(const RenameJob& job, const StateRecord& record);
+  void recordRenamedFile(const RenameJob& job, bool same);
+
   // Resolution
   void resolveEntry(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so);
   void carry(Resolution resolution, const Side& one, const Side& two, const std::wstring& key, const SyncObject& so,
@@ -259,6 +291,8 @@ private:
   std::vector<std::vector<std::wstring>> notifications_;
   std::set<std::vector<std::wstring>> queued_;  ///< the same, to find equal ones
   Progress progress_;
+  RenameHashes renameAdds_[2];  ///< Inside, Outside
+  RenameHashes renameDels_[2];
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing

@@ -38,6 +38,16 @@ struct SyncObject {
 /// Pending changes of one side by key: the plain path relative to the root, the same on both sides.
 using SyncList = std::map<std::wstring, SyncObject>;
 
+/// What a scan puts aside for the rename resolution: full path → what the entry is recognised by.
+struct RenameHash {
+  std::wstring hash;
+  bool isFolder = false;
+};
+using RenameHashes = std::map<std::wstring, RenameHash>;
+
+/// How much of a file its content hash covers, in bytes: the beginning.
+constexpr std::uint64_t kHashedBytes = 5000 * 1024;
+
 /// A folder of the pair is missing, or has lost everything that was known in it.
 class RootMissing : public std::exception {
 public:

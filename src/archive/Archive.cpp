@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "archive/Archive.h"
 
+#include <zlib.h>
+
+#include <vector>
+
 #include "archive/ConsolePwdListener.h"
 #include "archive/zip/ArchiveEngine.h"
+#include "archive/zip/ArchiveReader.h"
+#include "archive/zip/FileStreams.h"
 #include "platform/Text.h"
 
 namespace Kelta {
@@ -20,6 +26,7 @@ namespace {
 
 constexpr int kLevel = 9;
 constexpr std::size_t kLargestText = 16 * 1024 * 1024;
+constexpr std::size_t kBufferBytes = 256 * 1024;
 
 EntryOptions optionsFor(bool compress) {
   EntryOptions options;
@@ -108,6 +115,22 @@ std::string readEntry(const fs::path& archive, const std::string& entry, zip::Pa
   engine.setPasswordListener(&passwords);
   engine.setInteractive(true);
   return engine.extractText(archive, entry, kLargestText);
+}
+
+bool holds(const fs::path& archive, const fs::path& file, const Progress& progress) {
+  const zip::ArchiveReader reader(archive);
+  const zip::Entry* const content = reader.find(kContentEntry);
+  zip::InputFile plain(file);
+  if (content == nullptr || content->size != plain.size()) return false;
+  std::vector<unsigned char> buffer(kBufferBytes);
+  std::uint64_t position = 0;
+  std::uint32_t crc = 0;
+  while (const std::size_t got = plain.readAt(position, buffer.data(), buffer.size())) {
+    crc = static_cast<std::uint32_t>(crc32(crc, buffer.data(), static_cast<uInt>(got)));
+    position += got;
+    if (progress) progress(position);
+  }
+  return position == content->size && crc == content->crc && !plain.changed();
 }
 
 void updateMetadata(const fs::path& archive, const fs::path& metadata) {

@@ -44,7 +44,12 @@ void unpackContent(const boost::filesystem::path& archive, const boost::filesyst
 /// The whole text of one entry of at most 16 MiB. The password may be empty for an unencrypted one.
 std::string readEntry(const boost::filesystem::path& archive, const std::string& entry, const std::string& password);
 
-/// The same, with the password from a listener, which may ask a person.
+/// Whether the entry "Content" has the size and the CRC-32 of the plain `file`, which is read to the end. No password is
+/// needed. Failures to read either throw.
+bool holds(const boost::filesystem::path& archive, const boost::filesystem::path& file,
+           const Progress& progress = Progress());
+
+/// Packing and reading with the password from a listener, which may ask a person.
 void pack(const PackRequest& request, zip::PasswordListener& passwords);
 void unpack(const boost::filesystem::path& archive, const boost::filesystem::path& folder,
             zip::PasswordListener& passwords);

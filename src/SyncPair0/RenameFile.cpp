@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+// The rename of a file. The archive's name alone changes: its password does not depend on it. What a content hash says
+// of a renamed file's content:
+//
+//     whole file hashed, or size and CRC-32 are what the archive holds    the same; a new time is passed on
+//     hashed in part, newer                                               renamed, and copied as an update
+//     hashed in part, as old or older                                     another file: no rename
+#include <boost/filesystem/exception.hpp>
+
+#include "SyncPair0/RenameJob.h"
+#include "SyncPair0/SyncPair.h"
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+
+namespace Kelta {
+
+// Whether the recorded content is all of the renamed file's.
+bool SyncPair::hasRecordedContent(const RenameJob& job, const std::wstring& counterpart) {
+  const platform::FileStamp own = stampUnderName(job.ownTo);
+  const auto& record = job.one.state.at(job.ownFrom);
+  if (own.size <= kHashedBytes) {
+    if (recordedTime(record) == job.time) return true;
+    // In the second of the scan it could have been written to again.
+    waitOutRunningSecond(own);
+    return generateFileHash(job.ownTo) == record[1] && stampUnderName(job.ownTo).sameContent(own);
+  }
+  const std::wstring& archive = job.one.inside ? counterpart : job.ownTo;
+  const std::wstring& plain = job.one.inside ? job.ownTo : counterpart;
+  try {
+    return archive::holds(platform::pathOf(archive), platform::pathOf(plain),
+                          [this](std::uint64_t) { interruption_->check(); });
+  } catch (const zip::ArchiveError& error) {
+    PAIR_ERROR("%s", error.what());
+    return false;
+  }
+}
+
+// The same rename was done on both sides, or was not recorded before the last run ended.
+bool SyncPair::isDoneAlready(const RenameJob& job, const StateRecord& record) {
+  if (stampUnderName(job.from).kind != platform::Kind::missing) return false;
+  const platform::FileStamp there = stampUnderName(job.to);
+  if (there.kind != platform::Kind::file || there.seconds() != recordedTime(record)) return false;
+  return !record[1].empty() && generateFileHash(job.to) == record[1];
+}
+
+bool SyncPair::renameFile(const RenameJob& job) {
+  if (!isReady(job)) return false;
+  const StateRecord record = job.two.state.at(job.from);
+  const bool done = isDoneAlready(job, record);
+  const std::wstring& counterpart = done ? job.to : job.from;
+  const platform::FileStamp stamp = stampUnderName(counterpart);
+  if (stamp.kind != platform::Kind::file || stamp.seconds() != recordedTime(record) || isFileLocked(counterpart)) {
+    return false;
+  }
+  const std::int64_t recorded = recordedTime(job.one.state.at(job.ownFrom));
+  const bool same = hasRecordedContent(job, counterpart);
+  if (!same && job.time <= recorded) return false;
+  if (!isReady(job) || !stampUnderName(counterpart).sameContent(stamp)) return false;
+  if (!done && !moveFile(job.from, job.to)) return false;
+  if (same && job.time != recorded) {
+    platform::setLastWriteTime(platform::pathOf(job.to), stampUnderName(job.ownTo).nanoseconds);
+  }
+  recordRenamedFile(job, same);
+  finishRename(job);
+  return true;
+}
+
+// An update that is still to be copied keeps the recorded time, and its place in the list.
+void SyncPair::recordRenamedFile(const RenameJob& job, bool same) {
+  const auto follow = [](StateList& state, const std::wstring& from, const std::wstring& to) -> StateRecord& {
+    StateRecord record = std::move(state.at(from));
+    state.erase(from);
+    return state[to] = std::move(record);
+  };
+  StateRecord& own = follow(job.one.state, job.ownFrom, job.ownTo);
+  StateRecord& other = follow(job.two.state, job.from, job.to);
+  job.one.list.erase(job.match.from);
+  if (!same) return;
+  if (recordedTime(own) != job.time) {
+    own[0] = std::to_wstring(job.time);
+    other[0] = std::to_wstring(mtime(job.to));
+  }
+  job.one.list.erase(job.match.to);
+}
+
+}  // namespace Kelta
