@@ -22,10 +22,10 @@ using Stopwatch = std::chrono::steady_clock;
 class Killed : public ::testing::Test {
 protected:
   // Runs a whole engine life in a process of its own; true when it was killed before it ended.
-  bool runAndKillAfter(std::chrono::microseconds delay) {
+  bool runAndKillAfter(std::chrono::microseconds delay, const char* name = "a") {
     const pid_t child = fork();
     if (child == 0) {
-      Device device(folder / "a", folder / "outside");
+      Device device(folder / name, folder / "outside");
       device.cycle();
       _exit(0);
     }
@@ -103,6 +103,54 @@ TEST_F(Killed, FiftyTimesInARow) {
     EXPECT_EQ(namesOf(a.outside()).find(".~"), std::string::npos);
     EXPECT_EQ(namesOf(a.inside()).find(".~"), std::string::npos);
     ASSERT_FALSE(HasFailure()) << "round " << round;
+  }
+}
+
+// Nothing but renames on one device, either one killed: both end with that device's tree.
+TEST_F(Killed, WhileRenamesAreCarriedOut) {
+  std::mt19937 random(20240607);
+  for (int i = 0; i < 60; ++i) {
+    put(folder / ("a/inside/d" + std::to_string(i % 3) + "/e" + std::to_string(i % 2) + "/" + std::to_string(i)),
+        "content " + std::to_string(i), 10);
+  }
+  {
+    Device a(folder / "a", folder / "outside");
+    a.cycle();
+    Device b(folder / "b", folder / "outside");
+    b.cycle();
+  }
+  unsigned longest = 30000;  // microseconds
+  int killed = 0;
+  for (int round = 1; killed < 40; ++round) {
+    ASSERT_LT(round, 200) << "cycles end before they can be killed";
+    std::vector<fs::path> entries;
+    for (fs::recursive_directory_iterator it(folder / "a/inside"), end; it != end; ++it) {
+      if (it->path().filename() != ".rid") entries.push_back(it->path());
+    }
+    for (int i = 0; i < 6; ++i) {
+      const fs::path& entry = entries[random() % entries.size()];
+      const fs::path target = entries[random() % entries.size()].parent_path() / ("n" + std::to_string(round * 10 + i));
+      boost::system::error_code gone;  // renamed before, or into itself
+      fs::rename(entry, target, gone);
+    }
+    const std::string expected = treeOf(folder / "a/inside");
+    const char* const victim = round % 2 == 0 ? "b" : "a";
+    if (round % 2 == 0) {
+      Device a(folder / "a", folder / "outside");
+      a.cycle();
+    }
+    const auto start = Stopwatch::now();
+    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest), victim);
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
+    killed += hit ? 1 : 0;
+    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    Device a(folder / "a", folder / "outside");
+    Device b(folder / "b", folder / "outside");
+    for (int i = 0; i < 2; ++i) EXPECT_EQ((a.cycle() + b.cycle()).find("failed"), std::string::npos);
+    EXPECT_EQ(a.cycle() + b.cycle(), "");
+    EXPECT_EQ(a.tree(), expected);
+    EXPECT_EQ(b.tree(), expected);
+    ASSERT_FALSE(HasFailure()) << "round " << round << ", killed " << victim;
   }
 }
 

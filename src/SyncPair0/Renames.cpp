@@ -69,6 +69,8 @@ bool SyncPair::resolveRenames(const Side& one) {
 // Done on the disk and not known to the state, a rename would have to be recognised again at the next start.
 void SyncPair::saveRenames() {
   const bool changed = stateChanged_;
+  for (const std::wstring& folder : renamedIn_) platform::syncFolder(platform::pathOf(folder));
+  renamedIn_.clear();
   try {
     writeState();
   } catch (const boost::filesystem::filesystem_error& error) {
@@ -168,7 +170,7 @@ bool SyncPair::moveFile(std::wstring src, std::wstring dest) {
       return false;
     }
     PAIR_DEBUG("boofs::rename() succeeded");
-    platform::syncFolder(platform::pathOf(dest).parent_path());
+    renamedIn_.insert(parentOf(dest));
     return true;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

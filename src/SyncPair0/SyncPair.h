@@ -293,6 +293,7 @@ private:
   Progress progress_;
   RenameHashes renameAdds_[2];  ///< Inside, Outside
   RenameHashes renameDels_[2];
+  std::set<std::wstring> renamedIn_;   ///< folders with renames that may not be on the disk yet
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing
