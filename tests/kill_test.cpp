@@ -111,7 +111,7 @@ TEST_F(Killed, WhileRenamesAreCarriedOut) {
   std::mt19937 random(20240607);
   for (int i = 0; i < 60; ++i) {
     put(folder / ("a/inside/d" + std::to_string(i % 3) + "/e" + std::to_string(i % 2) + "/" + std::to_string(i)),
-        "content " + std::to_string(i), 10);
+        "c" + std::to_string(i), 10);
   }
   {
     Device a(folder / "a", folder / "outside");
