@@ -58,7 +58,7 @@ bool SyncPair::renameFile(const RenameJob& job) {
   const bool same = hasRecordedContent(job, counterpart);
   if (!same && job.time <= recorded) return false;
   if (!isReady(job) || !stampUnderName(counterpart).sameContent(stamp)) return false;
-  if (!done && !moveFile(job.from, job.to)) return false;
+  if (!done && !carryMove(job)) return false;
   if (same && job.time != recorded) {
     platform::setLastWriteTime(platform::pathOf(job.to), stampUnderName(job.ownTo).nanoseconds);
   }

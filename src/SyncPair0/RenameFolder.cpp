@@ -15,7 +15,7 @@ constexpr int kCheckInterval = 500;
 
 bool SyncPair::renameFolder(const RenameJob& job) {
   if (!isReady(job) || stampUnderName(job.from).kind != platform::Kind::folder) return false;
-  if (!moveFile(job.from, job.to)) return false;
+  if (!carryMove(job)) return false;
   followFolder(job.one, job.match, job.ownFrom, job.ownTo);
   followFolder(job.two, job.match, job.from, job.to);
   finishRename(job);

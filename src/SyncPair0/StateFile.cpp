@@ -113,6 +113,7 @@ void SyncPair::writeState() {
       throw;
     }
     lastStateWriteTime_ = clock_->nowMicroseconds();
+    if (journal_) dropJournal();
   }
   renameOccurred_ = false;
   successfulEvents_ = 0;

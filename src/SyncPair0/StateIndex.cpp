@@ -98,6 +98,7 @@ void SyncPair::initState() {
     // What a damaged file still says cannot be trusted to tell a deletion.
     if (stateDamaged_ && rootPresent(side(true))) stateMissingIndex();
     stateDamaged_ = false;
+    replayJournal();
     dropUnpairedRecords();
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

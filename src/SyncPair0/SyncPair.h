@@ -225,6 +225,12 @@ private:
   bool renewFolderRenameId(const std::wstring& folder);
   bool resolveRenames(const Side& one);
   void saveRenames();
+  std::wstring journalFile() const;
+  void writeJournal(const std::wstring& line);
+  void dropJournal();
+  bool replayRename(const std::vector<std::wstring>& fields);
+  void replayJournal();
+  bool carryMove(const RenameJob& job);
   bool carryRename(const Side& one, const RenameMatch& match);
   bool mayCarryRename(const RenameJob& job);
   bool makeParents(const RenameJob& job);
@@ -293,11 +299,12 @@ private:
   Progress progress_;
   RenameHashes renameAdds_[2];  ///< Inside, Outside
   RenameHashes renameDels_[2];
-  std::set<std::wstring> renamedIn_;   ///< folders with renames that may not be on the disk yet
-  std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
-  std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
-  std::set<std::wstring> givenUp_;     ///< archives whose key is missing
-  std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
+  std::unique_ptr<platform::File> journal_;  ///< null: no rename since the state was written
+  std::set<std::wstring> renamedIn_;         ///< folders with renames that may not be on the disk yet
+  std::set<std::wstring> unreadable_;        ///< folders that the host was told about in this cycle
+  std::set<std::wstring> busy_;              ///< changed files in use that the host was told about in this cycle
+  std::set<std::wstring> givenUp_;           ///< archives whose key is missing
+  std::wstring copyProblem_;                 ///< why the latest attempt failed, where that is known
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;
   bool stateChanged_ = false;
