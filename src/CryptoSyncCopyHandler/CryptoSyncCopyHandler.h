@@ -153,6 +153,7 @@ private:
   bool placeInside(const boost::filesystem::path& from, const CopyJob& job);
   bool placeAcrossVolumes(const boost::filesystem::path& from, const CopyJob& job);
   bool targetUnchanged(const CopyJob& job);
+  bool targetTaken(const CopyJob& job);
 
   // Deletion.cpp
   struct Deletion;
