@@ -96,8 +96,17 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
   return Kept::no;
 }
 
-// Under the winner's name, which the user looks for in the bin.
+// From beside the winner, so that it lands in the bin of that volume (the Temp folder may lie in memory) and comes back
+// from there to where it belongs; under a conflict name, so that it is synchronised when it does. Where it cannot stand
+// there it goes from the Temp folder, under the winner's name.
 bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content, const fs::path& area) {
+  const std::wstring beside = conflictNameOf(winner, clock_->nowSeconds());
+  if (beside.size() <= kMaxPathCharacters && moveAnywhere(content, platform::pathOf(beside))) {
+    if (platform::recycle(platform::pathOf(beside))) return true;
+    boost::system::error_code ignored;
+    platform::removeEntry(platform::pathOf(beside), ignored);
+    return false;
+  }
   const fs::path named = area / platform::pathOf(nameOf(winner));
   const bool renamed = platform::wideOf(named).size() <= kMaxPathCharacters && moveAnywhere(content, named);
   return platform::recycle(renamed ? named : content);
