@@ -78,9 +78,12 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   return Kept::no;
 }
 
-// The Outside version lost: nobody here has seen it, so its content goes to the recycle bin. One that is
-// damaged is no loss.
+// The Outside version lost: nobody here has seen it, so its content goes to the recycle bin, once: replacing it may
+// fail for long. One that is damaged is no loss.
 SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std::wstring& archive) {
+  const platform::FileStamp stamp = lookAt(archive);
+  const auto kept = keptLosers_.find(archive);
+  if (kept != keptLosers_.end() && kept->second.sameContent(stamp)) return Kept::yes;
   std::unique_ptr<TempArea> area;
   std::wstring content;
   const Opened opened = openArchive(archive, area, content);
@@ -88,7 +91,10 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
   if (opened != Opened::yes) return Kept::no;
   try {
     if (sameContent(winner, content)) return Kept::yes;
-    if (recycleBeside(winner, platform::pathOf(content), area->path())) return Kept::yes;
+    if (recycleBeside(winner, platform::pathOf(content), area->path())) {
+      keptLosers_[archive] = stamp;
+      return Kept::yes;
+    }
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

@@ -182,6 +182,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
   std::wstring written;
   if (!copyUnchanged(source, joinPath(to.root, key), time, written, mayWrite)) return copyFailed(from, key, so);
   if (written.empty()) return noteGivenUp(key, source, time);
+  keptLosers_.erase(target);
   recordCopy(from, to, key, source, time, written);
   ++successfulEvents_;
   refreshParent(key);

@@ -273,6 +273,7 @@ private:
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing
+  std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
   std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
   bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
   std::uint64_t entriesDone_ = 0;
