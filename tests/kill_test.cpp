@@ -10,6 +10,7 @@
 #include <chrono>
 #include <random>
 
+#include "CryptoSyncCopyHandler/ConflictName.h"
 #include "archive/Archive.h"
 #include "support/Device.h"
 
@@ -22,7 +23,7 @@ using Stopwatch = std::chrono::steady_clock;
 class Killed : public ::testing::Test {
 protected:
   // Runs a whole engine life in a process of its own; true when it was killed before it ended.
-  bool runAndKillAfter(std::chrono::microseconds delay, const char* name = "a") {
+  bool runAndKillAfter(std::chrono::microseconds delay, const char* name) {
     const pid_t child = fork();
     if (child == 0) {
       Device device(folder / name, folder / "outside");
@@ -34,6 +35,16 @@ protected:
     int status = 0;
     waitpid(child, &status, 0);
     return WIFSIGNALED(status);
+  }
+
+  // Kills a life at a random moment; true when it was hit. Aims at the length of a cycle on this machine: longer while
+  // cycles are hit, down to what they took when not.
+  bool killAtRandom(const char* name = "a") {
+    const auto start = Stopwatch::now();
+    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest), name);
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
+    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    return hit;
   }
 
   // Every file of the Inside must be one of the whole versions that were written.
@@ -51,15 +62,15 @@ protected:
   }
 
   TempFolder folder;
+  std::mt19937 random{20240501};
+  unsigned longest = 50000;  // microseconds
   std::vector<std::string> names{"a", "b", "dir/c", "dir/deep/d", "dir/deep/e", "big", "f", "g"};
   std::map<std::string, std::set<std::string>> versions;
 };
 
 TEST_F(Killed, FiftyTimesInARow) {
-  std::mt19937 random(20240501);
   Device b(folder / "b", folder / "outside");
   std::map<std::string, std::pair<std::string, int>> expected;
-  unsigned longest = 50000;  // microseconds
   int killed = 0;
   for (int round = 1; killed < 50; ++round) {
     ASSERT_LT(round, 200) << "cycles end before they can be killed";
@@ -78,12 +89,7 @@ TEST_F(Killed, FiftyTimesInARow) {
       }
     }
     b.cycle();
-    const auto start = Stopwatch::now();
-    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest));
-    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
-    killed += hit ? 1 : 0;
-    // Aim at the length of a cycle on this machine: longer while cycles are hit, down to what it took when not.
-    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    killed += killAtRandom() ? 1 : 0;
     expectWholeFiles();
 
     Device a(folder / "a", folder / "outside");
@@ -108,7 +114,6 @@ TEST_F(Killed, FiftyTimesInARow) {
 
 // Nothing but renames on one device, either one killed: both end with that device's tree.
 TEST_F(Killed, WhileRenamesAreCarriedOut) {
-  std::mt19937 random(20240607);
   for (int i = 0; i < 60; ++i) {
     put(folder / ("a/inside/d" + std::to_string(i % 3) + "/e" + std::to_string(i % 2) + "/" + std::to_string(i)),
         "c" + std::to_string(i), 10);
@@ -119,7 +124,6 @@ TEST_F(Killed, WhileRenamesAreCarriedOut) {
     Device b(folder / "b", folder / "outside");
     b.cycle();
   }
-  unsigned longest = 30000;  // microseconds
   int killed = 0;
   for (int round = 1; killed < 40; ++round) {
     ASSERT_LT(round, 200) << "cycles end before they can be killed";
@@ -139,11 +143,7 @@ TEST_F(Killed, WhileRenamesAreCarriedOut) {
       Device a(folder / "a", folder / "outside");
       a.cycle();
     }
-    const auto start = Stopwatch::now();
-    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest), victim);
-    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
-    killed += hit ? 1 : 0;
-    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    killed += killAtRandom(victim) ? 1 : 0;
     Device a(folder / "a", folder / "outside");
     Device b(folder / "b", folder / "outside");
     for (int i = 0; i < 2; ++i) EXPECT_EQ((a.cycle() + b.cycle()).find("failed"), std::string::npos);
@@ -151,6 +151,39 @@ TEST_F(Killed, WhileRenamesAreCarriedOut) {
     EXPECT_EQ(a.tree(), expected);
     EXPECT_EQ(b.tree(), expected);
     ASSERT_FALSE(HasFailure()) << "round " << round << ", killed " << victim;
+  }
+}
+
+// Both devices write the same files, at equal times and at different ones.
+TEST_F(Killed, WhileConflictsAreSettled) {
+  Device b(folder / "b", folder / "outside");
+  Device(folder / "a", folder / "outside").cycle();
+  int killed = 0;
+  for (int round = 1; killed < 30; ++round) {
+    ASSERT_LT(round, 120) << "cycles end before they can be killed";
+    std::set<std::string> written;
+    for (int i = 0; i < 6; ++i) {
+      for (const std::string device : {"a", "b"}) {
+        const std::string content = device + " " + std::to_string(round) + " " + std::to_string(i);
+        put(folder / (device + "/inside/x" + std::to_string(i)), content, 10 * round + static_cast<int>(random() % 2));
+        written.insert(content);
+      }
+    }
+    b.cycle();
+    killed += killAtRandom() ? 1 : 0;
+    Device a(folder / "a", folder / "outside");
+    std::string events = "?";
+    for (int i = 0; i < 6 && !events.empty(); ++i) events = a.cycle() + b.cycle();
+    EXPECT_EQ(events + a.leftovers() + b.leftovers(), "");
+    EXPECT_EQ(a.tree(), b.tree());
+    std::set<std::string> found;
+    for (const char* place : {"a/inside", "a/data/Trash/files", "b/data/Trash/files"})
+      if (fs::exists(folder / place))
+        for (const fs::path& file : fs::directory_iterator(folder / place)) found.insert(contentOf(file));
+    for (const std::string& content : written) EXPECT_EQ(found.count(content), 1U) << content << " was lost";
+    for (const fs::path& file : fs::directory_iterator(a.inside()))
+      if (isConflictName(file.wstring())) fs::remove(file);
+    ASSERT_FALSE(HasFailure()) << "round " << round;
   }
 }
 
