@@ -190,7 +190,7 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, k
 /**
  * Tells the host about each entry that a running command has dealt with.
  * @param context what was registered.
- * @param operation "encrypt", "decrypt", "folder", "delete", "conflict" for a
+ * @param operation "encrypt", "decrypt", "folder", "rename", "delete", "conflict" for a
  *   file that changed on both sides at the same time, or "failed" for an entry
  *   that could not be carried over this time.
  * @param path the entry that was written, deleted, or that failed, for "conflict"
