@@ -87,16 +87,11 @@ void CryptoSyncCopyHandler::clearAssets() {
   HANDLER_INFO("all asset keys removed");
 }
 
-std::string CryptoSyncCopyHandler::getAssetForPath(const boost::filesystem::path& path) {
-  HANDLER_DEBUG("%s", utf8(path).c_str());
-  return keys_.defaultId();
-}
-
 void CryptoSyncCopyHandler::registerKeyNotFound(KeyNotFoundCallback callback) { keyNotFound_ = std::move(callback); }
 
 bool CryptoSyncCopyHandler::askForKey(const std::string& assetId) {
   const KeyNotFoundCallback ask = keyNotFound_;  // the callback may register another one
-  if (!ask) return false;
+  if (!ask || !asked_.insert(assetId).second) return false;
   HANDLER_INFO("key not found, going to callback");
   std::wstring id;
   if (!platform::wideFromUtf8(assetId, id)) return false;

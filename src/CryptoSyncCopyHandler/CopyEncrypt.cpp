@@ -47,13 +47,19 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
   HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
   if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
 
-  const std::string assetId = getAssetForPath(src);
+  const std::string assetId = assetNow(src);
   HANDLER_DEBUG("assetid = %s", assetId.c_str());
+  if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(src).c_str());
   if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job)) return failed;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
   HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
-  if (!packSource(job, assetId, area, archive) || !unchanged(job) || !place(archive, job)) return failed;
+  if (!packSource(job, assetId, area, archive) || !unchanged(job)) return failed;
+  if (assetNow(src) != assetId) {
+    HANDLER_INFO("its share changed while it was encrypted: %s", utf8(src).c_str());
+    return failed;
+  }
+  if (!place(archive, job)) return failed;
   copySucceeded(job, L"Encrypted");
   return {true, job.target};
 }
@@ -103,7 +109,9 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
   if (password.text.empty()) return false;
   HANDLER_DEBUG("TIMER generated random key in %ld [ms]", elapsed());
 
-  Secret key(*keys_.find(assetId));
+  const std::string* const installed = keys_.find(assetId);
+  if (!installed) return false;  // the host took it back meanwhile
+  Secret key(*installed);
   std::string hexPass = encryptArchivePassword(password.text, key.text);
   if (hexPass.empty()) return false;
   std::string text = metadataText(assetId, hexPass);

@@ -7,11 +7,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/AssetKeys.h"
 #include "CryptoSyncCopyHandler/ISyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/Shares.h"
 #include "base/Clock.h"
 
 namespace Kelta {
@@ -63,6 +65,7 @@ public:
   bool mayRename(std::wstring from, std::wstring to) override;
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
+  void beginOperation() override;
 
   // Content
   std::pair<bool, std::wstring> copyEncrypt(boost::filesystem::path src, boost::filesystem::path dest);
@@ -83,10 +86,19 @@ public:
   void clearAssets();
   /// False when archives of that asset lie on the Outside and the installed key opens none of the first few.
   bool verifyAssetKey(const std::wstring& assetId);
-  std::string getAssetForPath(const boost::filesystem::path& path);
   /// The metadata entry as a tree. False, with a log line, when there is none or it cannot be read.
   bool getZipMetaJSON(const boost::filesystem::path& archive, boost::property_tree::ptree& meta);
   void registerKeyNotFound(KeyNotFoundCallback callback);
+
+  // Shares: Shares.cpp. Paths are full ones of either side and need not exist. What was found for a folder holds until
+  // beginOperation().
+  /// The asset whose key a file of that path is encrypted under: that of the nearest share above it, else the default
+  /// one. Empty when there is none, or when the share's marker cannot be read: then nothing may be encrypted there.
+  std::string getAssetForPath(const boost::filesystem::path& path);
+  /// Whether the folder itself is the root of a share, whatever its marker says. Always looks at the disk.
+  bool isKeltaShare(std::wstring folder);
+  /// The root of the nearest share at or above the path, as a full path on the path's side; empty when there is none.
+  std::wstring findShareRoot(std::wstring path);
 
   // Quarantine
   boost::filesystem::path genQuarantineRecordPath(boost::filesystem::path path);
@@ -111,6 +123,9 @@ private:
   // FileNames.cpp
   bool namesAreEncrypted();
   std::wstring withMappedName(const std::wstring& path);
+
+  // Shares.cpp
+  std::string assetNow(const boost::filesystem::path& path);
 
   // AssetKeys.cpp, ArchiveMeta.cpp
   bool askForKey(const std::string& assetId);
@@ -179,6 +194,8 @@ private:
   bool fne_ = false;                                      ///< under fneLock_
   bool fneReported_ = false;                              ///< the host was told that names cannot be encrypted
   AssetKeys keys_;
+  Shares shares_;
+  std::set<std::string> asked_;  ///< assets whose key was asked for in this operation
   KeyNotFoundCallback keyNotFound_;
   std::wstring insideFolder_;
   std::wstring outsideFolder_;

@@ -19,6 +19,7 @@ bool isFileThere(const std::wstring& path) {
 
 void SyncPair::generateDirList(StateList& list, std::wstring folder) {
   PAIR_DEBUG("%s", utf8(folder).c_str());
+  handler_->beginOperation();
   Walk walk{sideOf(folder), 0, "", {}, {}};
   std::vector<std::wstring> folders{folderForm(std::move(folder))};
   while (!folders.empty()) {
