@@ -30,6 +30,9 @@ struct EngineServices {
   std::shared_ptr<Interruption> interruption;
   /// Queues a notification for the host: type, message, extra JSON value or nothing.
   std::function<void(const std::wstring&, const std::wstring&, const std::wstring&)> notify;
+  /// Tells the archives that could not be opened before a key was installed: they are worth another try. May be
+  /// called in the middle of a command.
+  std::function<void(const std::vector<std::wstring>&)> keyArrived = {};
 };
 
 /// Whether an asset's key opens what an archive's metadata holds for it.
@@ -70,6 +73,11 @@ public:
   // Content
   std::pair<bool, std::wstring> copyEncrypt(boost::filesystem::path src, boost::filesystem::path dest);
   std::pair<bool, std::wstring> copyDecrypt(boost::filesystem::path src, boost::filesystem::path dest);
+  /// One file from and to anywhere: "encrypt" or "decrypt" when it is done, else "no-key" or "failed". The archive's
+  /// name gets ".kelta" where it has not; its asset is that of its place in the pair, or else of the source's. Nothing
+  /// plain is written to the Outside and no archive to the Inside.
+  std::wstring encryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
+  std::wstring decryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
   /// The password under the asset key as lower-case hex; empty when that failed.
   std::string encryptArchivePassword(std::string& archivePassword, std::string& assetKey);
   /// The passwords that the installed keys open, in the metadata's order. The caller wipes them.
@@ -82,6 +90,16 @@ public:
 
   // Asset keys
   void setAssetKey(const std::wstring& assetId, const std::wstring& key);
+  /// Is told of each archive that an operation over the whole Outside has dealt with.
+  using ArchiveProgress = std::function<void(const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
+                                             std::uint64_t total)>;
+  /// Installs a new key for the asset and wraps the password of each of its archives anew under it: outcomes "rewrap",
+  /// "kept" for archives of other assets, and "failed". Until all are done, in this call or in a later one, the former
+  /// key is kept for reading. False, with the host told, when some archive is left under another key.
+  bool changeAssetKey(const std::wstring& assetId, const std::wstring& newKey, const ArchiveProgress& progress);
+  /// Tries every archive of the Outside without decrypting any content: outcomes "verify", "no-key" and "damaged".
+  /// True when all of them open.
+  bool verifyArchives(const ArchiveProgress& progress);
   void removeAssetKey(const std::wstring& assetId);
   void clearAssets();
   /// False when archives of that asset lie on the Outside and the installed key opens none of the first few.
@@ -128,9 +146,24 @@ private:
   std::string assetNow(const boost::filesystem::path& path);
 
   // AssetKeys.cpp, ArchiveMeta.cpp
+  void tryAgainWith(const std::string& assetId);
+  std::wstring answerOf(const std::string& assetId);
   bool askForKey(const std::string& assetId);
   bool askForKeys(const boost::property_tree::ptree& meta);
   bool passwordFrom(const std::string& assetId, const std::string& hexPass, std::string& password);
+  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, std::string& password);
+
+  // Rewrap.cpp, KeyCheck.cpp
+  enum class Rewrapped { done, already, notOurs, failed };
+  struct KeyChange;
+  bool listArchives(std::vector<boost::filesystem::path>& archives);
+  bool holdsNoPassword(const boost::filesystem::path& archive);
+  Rewrapped rewrap(const KeyChange& change, const boost::filesystem::path& archive);
+  Rewrapped rewrapGuarded(const KeyChange& change, const boost::filesystem::path& archive);
+  void askForFormer(const KeyChange& change);
+  std::size_t rewrapAll(const KeyChange& change, std::vector<boost::filesystem::path> archives,
+                        const ArchiveProgress& progress);
+  std::wstring verifyArchive(const boost::filesystem::path& archive);
 
   // Copy.cpp
   bool targetFits(const CopyJob& job);
@@ -143,6 +176,7 @@ private:
   // CopyEncrypt.cpp
   KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
   bool mayEncrypt(const CopyJob& job);
+  bool encryptTo(const CopyJob& job, const boost::filesystem::path& shared);
   bool keyAvailable(const std::string& assetId);
   bool replacesUnread(const CopyJob& job);
   bool packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
@@ -150,10 +184,15 @@ private:
 
   // CopyDecrypt.cpp
   bool mayDecrypt(const CopyJob& job);
-  bool openArchive(const CopyJob& job, std::vector<std::string>& passwords, bool& givenUp);
-  bool giveUpWithoutKey(const CopyJob& job);
+  enum class Opened { yes, noKey, unreadable };
+  Opened openArchive(const CopyJob& job, std::vector<std::string>& passwords, boost::property_tree::ptree& meta);
+  bool decryptTo(const CopyJob& job, const std::vector<std::string>& passwords);
+  bool giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta);
   bool unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
                     const boost::filesystem::path& folder);
+
+  // SingleFile.cpp
+  bool aimAt(CopyJob& job, const boost::filesystem::path& dest, const std::wstring& root);
 
   // ConflictCopy.cpp
   struct Conflict;
@@ -190,9 +229,13 @@ private:
 
   EngineServices services_;
   boost::mutex fneLock_;
-  std::map<std::wstring, std::int64_t> decryptFailures_;  ///< Outside path → first failure for lack of a key
-  bool fne_ = false;                                      ///< under fneLock_
-  bool fneReported_ = false;                              ///< the host was told that names cannot be encrypted
+  struct DecryptFailure {
+    std::int64_t first = 0;        ///< seconds
+    std::set<std::string> assets;  ///< whose keys are wanted
+  };
+  std::map<std::wstring, DecryptFailure> decryptFailures_;  ///< Outside path → first failure for lack of a key
+  bool fne_ = false;                                        ///< under fneLock_
+  bool fneReported_ = false;                                ///< the host was told that names cannot be encrypted
   AssetKeys keys_;
   Shares shares_;
   std::set<std::string> asked_;  ///< assets whose key was asked for in this operation

@@ -87,6 +87,17 @@ void SyncPair::dropUnpairedRecords() {
   destStateList.swap(paired);
 }
 
+// Without its record an archive that was given up shows as an addition.
+void SyncPair::dropRetriedRecords() {
+  for (const std::wstring& archive : retry_) {
+    if (givenUp_.erase(archive) == 0) continue;
+    const std::wstring key = keyOf(side(false), archive, false);
+    if (!key.empty() && srcStateList.count(pathFor(side(true), key, false)) == 0) destStateList.erase(archive);
+    stateChanged_ = true;
+  }
+  retry_.clear();
+}
+
 void SyncPair::initState() {
   try {
     sweepStateFolder();
