@@ -115,6 +115,20 @@ bool Engine::keyFits(const std::wstring& assetId) {
   return fits;
 }
 
+bool Engine::changeKey(const std::wstring& assetId, const wchar_t* newKey) {
+  setRunning(handle_);
+  const bool changed = !stopRequested && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
+  setRunning(nullptr);
+  return changed;
+}
+
+bool Engine::verifyArchives() {
+  setRunning(handle_);
+  const bool right = !stopRequested && kelsync_verify_archives(handle_) != 0;
+  setRunning(nullptr);
+  return right;
+}
+
 void Engine::clearOldRecords() {
   for (const Quarantined& entry : quarantined()) {
     const bool gone = platform::stampOf(platform::pathOf(entry.path)).kind == platform::Kind::missing;

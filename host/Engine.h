@@ -64,6 +64,10 @@ public:
   void openRecords();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
+  /// Brings every archive of the asset under the new key. False when some are left.
+  bool changeKey(const std::wstring& assetId, const wchar_t* newKey);
+  /// Tries every archive. False when some do not open.
+  bool verifyArchives();
   /// Runs one cycle, which a request to stop ends early.
   void cycle();
   bool ok() const;
