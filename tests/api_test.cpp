@@ -149,6 +149,26 @@ TEST_F(Api, AKeyMayArriveThroughTheCallback) {
   EXPECT_EQ(asked, "main main ") << "once an operation, however many archives there are";
 }
 
+TEST_F(Api, KeysAndSingleFilesThroughTheExports) {
+  EXPECT_EQ(kelsync_change_assetkey(nullptr, L"main", L"x") + kelsync_change_assetkey(h, nullptr, L"x") +
+                kelsync_change_assetkey(h, L"main", nullptr) + kelsync_verify_archives(nullptr) +
+                single_encrypt(h, nullptr, L"x") + single_decrypt(h, L"x", L"") + kelsync_remove_all_files(h, 2) +
+                kelsync_remove_all_files(nullptr, 0),
+            0);
+  configure();
+  put(folder / "x", "content", 10);
+  const std::wstring archive = folder.wide("outside/x.kelta");
+  EXPECT_EQ(single_encrypt(h, folder.wide("x").c_str(), archive.c_str()), 1);
+  EXPECT_EQ(kelsync_change_assetkey(h, L"main", L"another key"), 1);
+  EXPECT_EQ(kelsync_verify_archives(h), 1);
+  EXPECT_EQ(single_decrypt(h, archive.c_str(), folder.wide("y").c_str()), 1);
+  EXPECT_EQ(contentOf(folder / "y"), "content");
+  kelsync_set_assetkey(h, L"main", testKey());
+  EXPECT_EQ(kelsync_verify_archives(h), 0);
+  EXPECT_EQ(kelsync_remove_all_files(h, 1), 1);
+  EXPECT_TRUE(fs::exists(folder / "outside/x.kelta")) << "known to no state";
+}
+
 TEST_F(Api, AnInterruptionFromAnotherThreadEndsASleep) {
   kelsync_interrupt(h);  // nothing runs: no effect on the next command
   ASSERT_EQ(kelsync_default_sleep_tell(h), 10);

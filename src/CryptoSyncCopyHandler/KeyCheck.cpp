@@ -71,10 +71,11 @@ bool CryptoSyncCopyHandler::verifyArchives(const ArchiveProgress& progress) {
   std::uint64_t done = 0;
   for (const fs::path& archive : archives) {
     interruption().check();
+    ++done;
     if (!hasExtension(archive)) continue;
     const std::wstring outcome = verifyArchive(archive);
     right = right && outcome == L"verify";
-    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), ++done, archives.size());
+    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), done, archives.size());
   }
   return right;
 }

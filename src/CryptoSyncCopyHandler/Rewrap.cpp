@@ -185,6 +185,12 @@ bool CryptoSyncCopyHandler::changeAssetKey(const std::wstring& assetId, const st
     HANDLER_ERROR("key not changed: empty, the asset id cannot be used, or there is no Temp folder");
     return false;
   }
+  if (namesAreEncrypted()) {
+    HANDLER_ERROR("key not changed: file names are encrypted under it as well");
+    if (services_.notify)
+      services_.notify(L"ERROR", L"The key cannot be changed while file names are encrypted", std::wstring());
+    return false;
+  }
   const TempArea area(tempFolder_, this);
   const KeyChange change{id, text.text, area.path() / kMetadataEntry};
   HANDLER_INFO("changing the key of asset %s", id.c_str());
