@@ -99,7 +99,7 @@ Exit rotate(const Arguments& arguments) {
   Engine engine(settingsOf(pair, work));
   engine.setListener(counter);
   engine.setKey(asset, old.text.c_str());
-  engine.openRecords();
+  engine.loadState();
   // A change that was begun may have left no archive under the old key.
   if (!work.keyChangePending() && !engine.keyFits(asset))
     throw Failure{Exit::noKey,
