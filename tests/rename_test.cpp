@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "SyncPair0/RenameMatch.h"
+#include "archive/Archive.h"
 #include "support/Device.h"
 
 namespace Kelta {
@@ -295,6 +296,25 @@ TEST_P(RenamesOnce, FoldersThatTheWatcherNames) {
   EXPECT_NE(a.notifications().find("Renamed z successfully."), std::string::npos);
   EXPECT_EQ(a.cycle(), "");
   EXPECT_EQ(writesIn(converge()), 0);
+}
+
+// Another share has another key: what moves there is copied, what moves within one is not.
+TEST_P(RenamesOnce, WithinAShareAndAcrossTwo) {
+  for (const std::string share : {"one", "two"}) {
+    put(a.outside() / share / ".sid", share, 0);
+    for (Device* device : {&a, &b}) device->handler().setAssetKey(platform::wideOf(fs::path(share)), L"key of a share");
+  }
+  Script(a).run({"put one/d/x 1 10", "put one/y 2 10", "put one/z 3 10", "mkdir two"});
+  converge();
+  Script(a).run({"mv one/d two/d", "mv one/y two/y", "mv one/z one/t"});
+  const std::string events = converge();
+  EXPECT_EQ(tree(b), "one/ one/t=3@10 two/ two/d/ two/d/x=1@10 two/y=2@10");
+  EXPECT_EQ(writesIn(events), 4) << events;
+  EXPECT_EQ(countOf(events, "rename:"), 2U) << events;
+  for (const char* archive : {"two/d/x.kelta", "two/y.kelta"}) {
+    const std::string meta = archive::readEntry(a.outside() / archive, "__KELASSET_.json", "");
+    EXPECT_NE(meta.find("\"two\""), std::string::npos) << meta;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, RenamesOnce, ::testing::Combine(::testing::Values(kRows[0]), ::testing::Values(false)));

@@ -38,6 +38,7 @@ platform::FileStamp stampUnderName(const std::wstring& path) {
 
 void SyncPair::resolveRename(std::wstring folder) {
   if (!ok_ || !handler_) return;
+  handler_->beginOperation();
   const Side one = sideOf(folder);
   const bool foldersMoved = resolveRenames(one);
   // What was pending below a folder was scanned anew under its new name.
