@@ -67,6 +67,9 @@ struct Row {
 
 std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.name; }
 
+// Where case does not matter, not every system renames by case alone in one step; then it is a copy.
+const int kCaseWrites = platform::samePath(L"a", L"A") ? -1 : 0;
+
 const Row kRows[] = {
     {"a file", {"put x 1 10"}, {"mv x y"}, {}, "y=1@10", 0, 2},
     {"a file to another folder", {"put x 1 10", "put d/f f 10"}, {"mv x d/x"}, {}, "d/ d/f=f@10 d/x=1@10", 0, 2},
@@ -99,8 +102,8 @@ const Row kRows[] = {
      0,
      12},
     {"a chain in one cycle", {"put a A 10", "put b B 20"}, {"mv b c", "mv a b", "put b A 30"}, {}, "b=A@30 c=B@20", -1},
-    {"case of a file", {"put name 1 10"}, {"mv name NAME"}, {}, "NAME=1@10", 0, 2},
-    {"case of a folder", {"put dir/f 1 10"}, {"mv dir Dir"}, {}, "Dir/ Dir/f=1@10", 0, 2},
+    {"case of a file", {"put name 1 10"}, {"mv name t", "mv t NAME"}, {}, "NAME=1@10", kCaseWrites},
+    {"case of a folder", {"put dir/f 1 10"}, {"mv dir t", "mv t Dir"}, {}, "Dir/ Dir/f=1@10", kCaseWrites},
     {"renamed, then edited", {"put x 1 10"}, {"mv x y", "put y 2 20"}, {}, "y=2@20", 2},
     {"touched", {"put x 1 10", "put o 2 20"}, {"mv x y", "put y 1 30", "mv o p", "put p 2 5"}, {}, "p=2@5 y=1@30", 0},
     {"edited on the other side", {"put x 1 10"}, {"mv x y"}, {"put x 2 20"}, "x=2@20 y=1@10", -1},

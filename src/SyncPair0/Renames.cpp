@@ -170,6 +170,11 @@ bool SyncPair::moveFile(std::wstring src, std::wstring dest) {
       PAIR_INFO("destination is in use: %s", utf8(dest).c_str());
       return false;
     }
+    // Some systems take a name that differs by case alone for the same, and report success.
+    if (platform::hasOtherName(platform::pathOf(dest))) {
+      PAIR_INFO("kept its name: %s", utf8(src).c_str());
+      return false;
+    }
     PAIR_DEBUG("boofs::rename() succeeded");
     renamedIn_.insert(parentOf(dest));
     return true;
