@@ -39,9 +39,9 @@
  * handle or a null string is ignored with a line in the log.
  *
  * Threads. The host serialises the calls on one handle. Different handles may
- * be used by different threads at the same time. The only function that may be
- * called while another call on the same handle is running is
- * kelsync_interrupt(). Callbacks run on the thread that called the command and
+ * be used by different threads at the same time. The only functions that may be
+ * called while another call on the same handle is running are
+ * kelsync_interrupt() and kelsync_set_FNE(). Callbacks run on the thread that called the command and
  * must not call commands of the same handle.
  */
 #ifndef KELSYNCPAIR_KELSYNCPAIR_H
@@ -138,10 +138,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_log_folder(kelsync_pair* h, const wcha
 KELSYNC_API void KELSYNC_CALL kelsync_set_compression_flag(kelsync_pair* h, int flag);
 
 /**
- * Asks for encrypted file names on the Outside (non-zero). This version does not
- * encrypt names: while the flag is on, nothing is encrypted to the Outside, so
- * that no name leaves the machine in plain form against the host's wish, and
- * an "ERROR" notification says so.
+ * Whether archives that are written from now on get encrypted names (non-zero) or plain ones, "x.kelta" for "x".
+ * Default 0. Both are read whatever the flag says, so that devices may change at different times. A file that is
+ * encrypted again takes the new form and loses the old one; kelsync_FNE_reset() turns all over at once. Folder names
+ * are never encrypted. Callable from any thread, also while a command is running.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
 
@@ -172,6 +172,26 @@ KELSYNC_API void KELSYNC_CALL kelsync_clear_assets(kelsync_pair* h);
  *   arguments); 1 otherwise, in particular when there is nothing to try.
  */
 KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId);
+
+/**
+ * Brings the names of all archives on the Outside in line with the flag of kelsync_set_FNE(). They are renamed, not
+ * written again, and the state follows; other devices see renames, whatever their own flag says. Call it after
+ * kelsync_init_state(), with the keys installed. Ended early, it may be called again.
+ * @return 1 when all are in line; 0 when some keep their names (damaged, no key, too long, in use, or the file has a
+ *   second archive, which the next cycle settles), or when it was interrupted.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_FNE_reset(kelsync_pair* h);
+
+/**
+ * The encrypted name of an archive, and back. `path` is a full path on either side of the pair, or a last component
+ * alone, which then belongs to the default asset; nothing needs to be there. fn_encrypt() takes a plain name and does
+ * not ask for the flag; fn_decrypt() takes an archive's name, encrypted or plain. May be called by callbacks.
+ * @param out receives the last component alone in a block for freeme(): empty when the key is missing, or when the
+ *   name is damaged or of another key; NULL when memory ran out.
+ * @return the length in wide characters, without the terminator.
+ */
+KELSYNC_API uint32_t KELSYNC_CALL fn_encrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out);
+KELSYNC_API uint32_t KELSYNC_CALL fn_decrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out);
 
 /**
  * Called when an archive or a file needs the key of an asset that is not

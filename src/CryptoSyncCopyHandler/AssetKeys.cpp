@@ -66,6 +66,12 @@ const std::string* AssetKeys::find(const std::string& id) const {
   return found == keys_.end() ? nullptr : &found->second;
 }
 
+std::vector<std::string> AssetKeys::ids() const {
+  std::vector<std::string> list;
+  for (const auto& entry : keys_) list.push_back(entry.first);
+  return list;
+}
+
 void CryptoSyncCopyHandler::setAssetKey(const std::wstring& assetId, const std::wstring& key) {
   const Secret text(utf8(key));
   const std::string id = utf8(assetId);

@@ -24,6 +24,8 @@ public:
   void clear();
   /// The key, or null. Valid until the id's key changes.
   const std::string* find(const std::string& id) const;
+  /// The assets whose keys are installed.
+  std::vector<std::string> ids() const;
   /// The asset installed first, empty when there was none. It stays the default one until clear(), even while its
   /// key is removed: files never slip under another asset's key by themselves.
   const std::string& defaultId() const { return defaultId_; }

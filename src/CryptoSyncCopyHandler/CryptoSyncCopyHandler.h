@@ -33,6 +33,20 @@ struct EngineServices {
 /// Whether an asset's key opens what an archive's metadata holds for it.
 enum class KeyFit { fits, doesNot, otherAsset };
 
+/// What an archive's name is, and the plain name it stands for where that can be told.
+enum class NameForm {
+  plain,            ///< "x.kelta"
+  encrypted,        ///< verified
+  copyOfEncrypted,  ///< an encrypted name to which something was added, by a cloud client, say
+  unreadable,       ///< looks encrypted, but is damaged or of another key
+  noKey,            ///< looks encrypted, and the key is missing
+  none,             ///< no archive's name
+};
+struct NameReading {
+  NameForm form;
+  std::wstring plain;  ///< empty when there is none
+};
+
 /// Turns plain files of the Inside folder into encrypted archives of the Outside folder and back.
 /// Used from the thread that runs the engine's commands; only the last-update value of the
 /// quarantine and the name flag may be touched from others.
@@ -52,7 +66,7 @@ public:
   bool isTempFolder(std::wstring path);
   bool hasExtension(boost::filesystem::path path);
   void setCompressionFlag(int flag) { compressionFlag_ = flag; }
-  void setFNE(bool on);
+  void setFNE(bool on);  ///< from any thread
 
   // ISyncCopyHandler
   std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) override;
@@ -63,6 +77,18 @@ public:
   bool mayRename(std::wstring from, std::wstring to) override;
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
+  std::vector<std::wstring> archiveNames(std::wstring path) override;
+
+  // Names. Each takes a full path, or a last component alone, and gives a last component.
+  std::wstring transformName(const std::wstring& path);    ///< plain → archive's, by the flag; empty: no key
+  std::wstring untransformName(const std::wstring& path);  ///< archive's, either form → plain; empty: unreadable
+  std::wstring encryptFilename(const std::wstring& path);  ///< plain → archive's, encrypted; empty: no key
+  std::wstring decryptFilename(const std::wstring& path);  ///< archive's, encrypted → plain; empty: none, or damaged
+  NameReading readName(const std::wstring& path);
+  using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
+  /// Brings the names of all archives in line with the flag, by renames alone. False when some keep theirs: unreadable,
+  /// too long, in use, or another file has the name.
+  bool resetStateFNE(const Renamed& renamed);
 
   // Content
   std::pair<bool, std::wstring> copyEncrypt(boost::filesystem::path src, boost::filesystem::path dest);
@@ -111,6 +137,17 @@ private:
   // FileNames.cpp
   bool namesAreEncrypted();
   std::wstring withMappedName(const std::wstring& path);
+  std::wstring archiveOf(const std::wstring& plainPath);
+  NameReading readNameItself(const std::wstring& path);
+  std::string assetOfName(const std::wstring& path);
+  const std::string* keyForName(const std::string& assetId);
+  std::wstring encryptedUnder(const std::string& assetId, const std::wstring& name);
+  std::size_t readEncrypted(const std::wstring& path, const std::wstring& stem, std::wstring& plain);
+  bool hasNameIssue(const std::wstring& path, std::wstring& message, std::wstring& errorId);
+
+  // NameReset.cpp
+  static bool nameFits(const std::wstring& path);
+  bool resetName(const std::wstring& path, const Renamed& renamed);
 
   // AssetKeys.cpp, ArchiveMeta.cpp
   bool askForKey(const std::string& assetId);
@@ -129,7 +166,8 @@ private:
   KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
   bool mayEncrypt(const CopyJob& job);
   bool keyAvailable(const std::string& assetId);
-  bool replacesUnread(const CopyJob& job);
+  bool replacesUnread(const CopyJob& job, const std::wstring& plainTarget);
+  bool isUnread(const std::wstring& archive);
   bool packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
                   const boost::filesystem::path& archive);
 
@@ -156,6 +194,7 @@ private:
 
   // Deletion.cpp
   struct Deletion;
+  bool nameCounterpart(Deletion& deletion);
   bool planDeletion(const std::wstring& path, Deletion& deletion);
   bool isGone(const Deletion& deletion);
   bool deleteEntry(Deletion& deletion);
@@ -164,11 +203,11 @@ private:
   bool emptyFolder(const boost::filesystem::path& folder, std::size_t& removed);
 
   // Quarantine.cpp
-  bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message);
-  /// Records a path issue and tells the host, with `name` or the path's own name. False when a record was there
-  /// already: it then stays as it is.
+  bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message, std::wstring& errorId);
+  /// Records a path and tells the host, with `name` or the path's own name. False when a record was there already: it
+  /// then stays as it is.
   bool quarantineOnce(const boost::filesystem::path& path, const std::wstring& message,
-                      std::wstring name = std::wstring());
+                      std::wstring name = std::wstring(), const std::wstring& errorId = L"path-issue");
   bool quarantineFolderExists();
   void quarantineChanged();
   bool recordAsJSON(const boost::filesystem::path& record, std::wstring& json);
@@ -177,7 +216,7 @@ private:
   boost::mutex fneLock_;
   std::map<std::wstring, std::int64_t> decryptFailures_;  ///< Outside path → first failure for lack of a key
   bool fne_ = false;                                      ///< under fneLock_
-  bool fneReported_ = false;                              ///< the host was told that names cannot be encrypted
+  std::map<std::string, std::int64_t> askedForNames_;     ///< asset id → when its key was asked for
   AssetKeys keys_;
   KeyNotFoundCallback keyNotFound_;
   std::wstring insideFolder_;

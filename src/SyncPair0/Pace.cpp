@@ -48,6 +48,7 @@ void SyncPair::endCycle() {
   destSyncList.clear();
   unreadable_.clear();
   busy_.clear();
+  spares_.clear();
   entriesDone_ = 0;
 }
 

@@ -90,10 +90,14 @@ void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
 // False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.
 bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp) {
   const bool isFolder = stamp.kind == platform::Kind::folder;
-  const auto record = walk.side.state.find(path);
-  const bool known = record != walk.side.state.end();
-  if (known && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
+  auto record = walk.side.state.find(path);
+  if (record != walk.side.state.end() && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
   const std::wstring key = keyOf(walk.side, path, isFolder);
+  if (!walk.side.inside && !isFolder && record == walk.side.state.end()) {
+    if (!countsForKey(key, path, stamp)) return true;
+    record = walk.side.state.find(path);
+  }
+  const bool known = record != walk.side.state.end();
   if (walk.side.list.count(key) > 0) return true;
   if (!isFolder && isFileLocked(path)) {
     noteBusy(walk, path, !known || stamp.seconds() > recordedTime(record->second));

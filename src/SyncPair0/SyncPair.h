@@ -18,6 +18,7 @@
 
 namespace Kelta {
 
+class TempArea;
 struct CloudCopy;
 
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
@@ -125,6 +126,11 @@ public:
   Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void touch(std::wstring path, std::int64_t timestamp);
 
+  // Names: NameForms.cpp, Spares.cpp ---------------------------------------------
+  /// Runs a renaming of archives, which tells of each; the records follow, and the state is written at the end.
+  using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
+  bool renameArchives(const std::function<bool(const Renamed&)>& rename);
+
   // Cycle: Pace.cpp --------------------------------------------------------------
   void syncCycle();
   void subResolve();
@@ -153,6 +159,27 @@ private:
   std::wstring pathFor(const Side& side, const std::wstring& key, bool isFolder);
   static bool recordedAsFolder(bool inside, const std::wstring& path, const StateRecord& record);
 
+  // NameForms.cpp, Spares.cpp
+  using Archives = std::map<std::wstring, platform::FileStamp>;
+  /// An archive beside the one that counts for its key.
+  struct Spare {
+    platform::FileStamp stamp;
+    bool known;  ///< it was recorded as it is
+  };
+  std::vector<std::wstring> archivePaths(const std::wstring& key);
+  std::wstring archiveFor(const std::wstring& key);
+  Archives archivesThere(const std::wstring& key);
+  bool takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to, std::int64_t time);
+  bool countsForKey(const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
+  void removeSpare(const std::wstring& path, const platform::FileStamp& stamp);
+  bool keepUnseen(const std::wstring& key, const std::wstring& source, const std::wstring& counted,
+                  const Archives& archives);
+  void dropOtherArchives(const std::wstring& key, const std::wstring& written, const Archives& before);
+  std::wstring openedIn(const TempArea& area, const char* name, const std::wstring& archive);
+  bool keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened, bool sameTime);
+  void settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare);
+  void settleSpares();
+
   // Roots.cpp
   std::wstring markerOf(const Side& side) const;
   std::string rootIdOf(const Side& side) const;
@@ -168,6 +195,7 @@ private:
 
   // State
   StateRecord makeRecord(const std::wstring& path, std::int64_t time);
+  StateList::const_iterator counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder);
   bool rebuildNeeded();
   void dropUnpairedRecords();
   void sweepStateFolder();
@@ -261,6 +289,7 @@ private:
   Progress progress_;
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
+  std::map<std::wstring, std::map<std::wstring, Spare>> spares_;  ///< key → path, as the scans of this cycle found them
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing
   std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
   std::uint64_t entriesDone_ = 0;

@@ -30,6 +30,16 @@ int kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId) {
   return right ? 1 : 0;
 }
 
+int kelsync_FNE_reset(kelsync_pair* h) {
+  bool done = false;
+  command(h, __func__, [&](SyncPair& pair) {
+    CryptoSyncCopyHandler* const handler = handlerOf(pair);
+    if (!handler) return;
+    done = pair.renameArchives([&](const SyncPair::Renamed& renamed) { return handler->resetStateFNE(renamed); });
+  });
+  return done ? 1 : 0;
+}
+
 void kelsync_cb_register_keynotfound(kelsync_pair* h, kelsync_keynotfound_cb cb) {
   configure(h, __func__, true, [&](SyncPair&, CryptoSyncCopyHandler& handler) {
     if (!cb) return handler.registerKeyNotFound(nullptr);

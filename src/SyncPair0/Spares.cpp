@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+// What becomes of an archive beside the one that counts for its key. It goes only when that one is in sync here and
+// nothing is lost with it: its content was seen before, is the same, or is in the recycle bin. A different version of
+// the same time goes on as a conflict copy.
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+namespace {
+
+platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
+
+bool isAsRecorded(const StateList& list, const std::wstring& path) {
+  const auto record = list.find(path);
+  const platform::FileStamp stamp = lookAt(path);
+  return record != list.end() && stamp.kind == platform::Kind::file && stamp.seconds() == recordedTime(record->second);
+}
+
+}  // namespace
+
+void SyncPair::removeSpare(const std::wstring& path, const platform::FileStamp& stamp) {
+  if (!lookAt(path).sameContent(stamp) || isFileLocked(path)) return;
+  boost::system::error_code error;
+  const bool removed = platform::removeEntry(platform::pathOf(path), error);
+  PAIR_INFO("removed the other archive of the file: %s ? %s", utf8(path).c_str(), log::truth(removed));
+  if (!removed) return;
+  platform::syncFolder(platform::pathOf(parentOf(path)));
+  destStateList.erase(path);
+  stateChanged_ = true;
+  ++successfulEvents_;
+}
+
+// Before a file is encrypted: its archives under other names than `counted` hold nothing that would be lost with them.
+bool SyncPair::keepUnseen(const std::wstring& key, const std::wstring& source, const std::wstring& counted,
+                          const Archives& archives) {
+  for (const auto& archive : archives) {
+    if (archive.first == counted) continue;
+    const auto spares = spares_.find(key);
+    const bool found = spares != spares_.end() && spares->second.count(archive.first) > 0;
+    if (found && spares->second.at(archive.first).known) continue;
+    if (keepOutsideLoser(source, archive.first) != Kept::yes) return false;
+  }
+  return true;
+}
+
+// After a file was encrypted: `written` is its only archive and record. `before` are those that stood there.
+void SyncPair::dropOtherArchives(const std::wstring& key, const std::wstring& written, const Archives& before) {
+  if (lookAt(written).kind != platform::Kind::file) return;
+  for (const auto& archive : before) {
+    if (archive.first != written) removeSpare(archive.first, archive.second);
+  }
+  for (const std::wstring& path : archivePaths(key)) {
+    if (path != written && lookAt(path).kind == platform::Kind::missing) destStateList.erase(path);
+  }
+}
+
+// The archive's content as a file in the area; empty when it does not open here.
+std::wstring SyncPair::openedIn(const TempArea& area, const char* name, const std::wstring& archive) {
+  std::wstring written;
+  const bool done = doCopy(archive, platform::wideOf(area.path() / name), 1, &written);
+  return done ? written : std::wstring();
+}
+
+// The spare's content differs from the Inside's: an older version goes to the recycle bin, one of the same time on as a
+// conflict copy. False when it must stay.
+bool SyncPair::keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened, bool sameTime) {
+  if (!sameTime) {
+    // In the recycle bin it is looked for under its own name.
+    const auto content = platform::pathOf(opened);
+    const auto named = content.parent_path() / platform::pathOf(nameOf(key));
+    return platform::recycle(platform::moveFile(content, named) ? named : content);
+  }
+  const std::vector<std::wstring> paths = archivePaths(key + newConflictSuffix(clock_->nowSeconds()));
+  if (!paths.empty() && platform::moveFile(platform::pathOf(spare), platform::pathOf(paths.front())))
+    PAIR_INFO("goes on as a conflict copy: %s", utf8(paths.front()).c_str());
+  return false;
+}
+
+void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare) {
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  const std::wstring counted = archiveFor(key);
+  const bool inSync = counted != path && isAsRecorded(destStateList, counted) && isAsRecorded(srcStateList, inside);
+  if (!inSync || !lookAt(path).sameContent(spare.stamp) || isFileLocked(path)) return;
+  requireIntactRoot(side(true));
+  requireIntactRoot(side(false));
+  const bool sameTime = lookAt(counted).seconds() == spare.stamp.seconds();
+  if ((spare.known && !sameTime) || sameContent(counted, path)) return removeSpare(path, spare.stamp);
+  const TempArea area(tempFolder_, this);
+  const std::wstring opened = openedIn(area, "spare", path);
+  const std::wstring countedOpened = sameTime ? openedIn(area, "counted", counted) : inside;
+  if (opened.empty() || countedOpened.empty()) return;
+  // The record was taken over unseen.
+  if (!sameContent(countedOpened, inside)) return forgetBoth(key, false);
+  if (sameContent(opened, inside) || keepSpare(key, path, opened, sameTime)) removeSpare(path, spare.stamp);
+}
+
+void SyncPair::settleSpares() {
+  const auto spares = std::move(spares_);
+  spares_.clear();
+  if (tempFolder_.empty()) return;
+  for (const auto& list : spares) {
+    for (const auto& spare : list.second) {
+      interruption_->check();
+      try {
+        settleSpare(list.first, spare.first, spare.second);
+      } catch (const boost::filesystem::filesystem_error& error) {
+        PAIR_ERROR("%s", error.what());
+      }
+    }
+  }
+}
+
+}  // namespace Kelta
