@@ -29,7 +29,7 @@ protected:
   }
   void quiet() { quiet({&a, &b}); }
   fs::path in(const Device& device, const std::string& entry) { return device.inside() / entry; }
-  fs::path out(const std::string& entry) { return a.outside() / entry; }
+  fs::path out(const std::string& entry) { return a.archive(entry); }
   /// Where the versions of a file are: "its content !conflict copy bin:thrown away".
   std::string versionsOf(const std::string& name) {
     std::multiset<std::string> plain, copies, bin;
@@ -302,7 +302,8 @@ TEST(CloudNames, TheAddedTextMovesBeforeTheExtension) {
     CloudCopy copy;
     std::wstring archive;
     ASSERT_TRUE(platform::wideFromUtf8(row.archive, archive));
-    const bool read = readCloudCopy(archive, [](const std::wstring& name) { return name.substr(0, name.size() - 6); }, copy);
+    const bool read = readCloudCopy(
+        archive, [](const std::wstring& name) { return name.substr(0, name.size() - 6); }, copy);
     EXPECT_EQ(read ? platform::utf8(copy.plainName()) : "", row.plain) << row.archive;
   }
 }

@@ -26,7 +26,7 @@ protected:
     EXPECT_EQ(a.leftovers() + b.leftovers(), "");
   }
   fs::path in(const Device& device, const std::string& entry) { return device.inside() / pathFrom(entry); }
-  fs::path out(const std::string& entry) { return a.outside() / pathFrom(entry); }
+  fs::path out(const std::string& entry) { return a.archive(pathFrom(entry)); }
 
   TempFolder folder;
   Device a;

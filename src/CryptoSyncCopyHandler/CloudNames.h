@@ -12,7 +12,7 @@ struct CloudCopy {
   std::wstring stem;      ///< what it is to be called on the Inside, without the extension: "x (conflicted copy)"
   std::wstring extension;
   bool encrypted = false;  ///< the original's name is
-  bool certain = false;  ///< false: the user may have given the name as well, unless the original is there
+  bool certain = false;    ///< false: the user may have given the name as well, unless the original is there
 
   std::wstring plainName() const { return stem + extension; }
 };

@@ -124,8 +124,8 @@ std::wstring CryptoSyncCopyHandler::transformName(const std::wstring& path) {
   const std::wstring name = nameOf(path);
   if (name.empty() || namesAreEncrypted()) return encryptFilename(path);
   const std::wstring plainForm = name + kExtension;
-  const bool readsBack = name.size() < kShortestEncrypted ||
-                         readNameItself(joinPath(parentOf(path), plainForm)).plain == name;
+  const bool readsBack =
+      name.size() < kShortestEncrypted || readNameItself(joinPath(parentOf(path), plainForm)).plain == name;
   return readsBack ? plainForm : encryptFilename(path);
 }
 

@@ -19,8 +19,8 @@ std::wstring encryptedStem(const std::wstring& plain, std::string& key);
 /// The plain name of an encrypted one. False when `stem` is not what encryptedStem() makes of any name under the key.
 bool decryptedStem(const std::wstring& stem, std::string& key, std::wstring& plain);
 
-/// Whether a stem may be an encrypted name, or one with a damaged character. Those that a user is likely to choose, such
-/// as digests in hexadecimal, are none.
+/// Whether a stem may be an encrypted name, or one with a damaged character. Those that a user is likely to choose,
+/// such as digests in hexadecimal, are none.
 bool looksEncrypted(const std::wstring& stem);
 
 /// The plain name of the encrypted one that a stem begins with, something having been added to it; returns where that

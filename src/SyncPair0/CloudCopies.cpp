@@ -33,9 +33,7 @@ bool isArchive(const std::wstring& path) {
 
 // Whether the archive at `path`, which no record knows, was named by a cloud client.
 bool SyncPair::isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy) {
-  const auto plainName = [&](const std::wstring& name) {
-    return handler_->handleName(joinPath(parentOf(path), name));
-  };
+  const auto plainName = [&](const std::wstring& name) { return handler_->handleName(joinPath(parentOf(path), name)); };
   if (side.inside || side.state.count(path) > 0 || !readCloudCopy(nameOf(path), plainName, copy)) return false;
   if (!copy.certain && !isFile(joinPath(parentOf(path), copy.original))) return false;
   // What the Inside has under that very name is a name of the user's.

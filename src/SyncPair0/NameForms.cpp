@@ -47,9 +47,9 @@ SyncPair::Archives SyncPair::archivesThere(const std::wstring& key) {
   return archives;
 }
 
-// A recorded archive is found under another name. False when it is not the recorded version any more but an older one:
-// then nothing is known of the key, and the next scan merges both sides.
-bool SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to,
+// A recorded archive is found under another name. A newer version shows as an update then; when it is another version,
+// older or of the same time, nothing is known of the key, and both sides are merged.
+void SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to,
                               std::int64_t time) {
   const StateRecord record = destStateList[from];
   destStateList.erase(from);
@@ -57,12 +57,16 @@ bool SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from,
   const auto pending = destSyncList.find(key);
   if (pending != destSyncList.end() && pending->second.fullPath == from) destSyncList.erase(pending);
   PAIR_INFO("renamed: %s, now %s", utf8(from).c_str(), utf8(nameOf(to)).c_str());
-  if (time < recordedTime(record)) {
-    srcStateList.erase(joinPath(sourceFolder_, key));
-    return false;
+  const bool sameTime = time == recordedTime(record);
+  if (sameTime ? generateFileHash(to) == record[1] : time > recordedTime(record)) {
+    destStateList[to] = record;
+    return;
   }
-  destStateList[to] = record;
-  return true;
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  srcStateList.erase(inside);
+  const platform::FileStamp stamp = lookAt(inside);
+  if (stamp.kind == platform::Kind::file)
+    srcSyncList[key] = SyncObject{false, stamp.seconds(), inside, std::wstring(), false};
 }
 
 // Whether an archive that has no record is the one that counts for its key. One that was only renamed takes its record
@@ -77,8 +81,7 @@ bool SyncPair::countsForKey(const std::wstring& key, const std::wstring& path, c
     const bool recorded = record != destStateList.end();
     const platform::FileStamp otherStamp = lookAt(other);
     if (otherStamp.kind != platform::Kind::file) {
-      if (recorded && otherStamp.kind == platform::Kind::missing)
-        counts = takeOverRecord(key, other, path, stamp.seconds()) && counts;
+      if (recorded && otherStamp.kind == platform::Kind::missing) takeOverRecord(key, other, path, stamp.seconds());
       continue;
     }
     const bool first = other == plainForm || (path != plainForm && path < other);

@@ -204,13 +204,8 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   const std::wstring target = pathFor(to, key, so.isFolder);
   if (target.empty()) return;  // found again when there is a key
   // The archive goes on under another name: that is no deletion, or a newer one has come that nobody has seen.
-  const std::size_t archives = so.isFolder ? 0 : archivesThere(key).size();
-  if (archives > (from.inside ? 1U : 0U)) {
-    PAIR_INFO("there is another archive of it, not deleted: %s", utf8(key).c_str());
-    if (from.inside) forgetBoth(key, false);
-    ++successfulEvents_;
-    return;
-  }
+  const Archives archives = so.isFolder ? Archives() : archivesThere(key);
+  if (archives.size() > (from.inside ? 1U : 0U)) return carryArchiveBack(from, to, key, archives);
   const platform::FileStamp stamp = lookAt(target);
   const auto record = to.state.find(target);
   const bool asRecorded = record != to.state.end() && stamp.seconds() == recordedTime(record->second);

@@ -91,7 +91,8 @@ void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
 bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp) {
   const bool isFolder = stamp.kind == platform::Kind::folder;
   auto record = walk.side.state.find(path);
-  if (record != walk.side.state.end() && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
+  if (record != walk.side.state.end() && recordedAsFolder(walk.side.inside, path, record->second) != isFolder)
+    return false;
   const std::wstring key = keyOf(walk.side, path, isFolder);
   if (!walk.side.inside && !isFolder && record == walk.side.state.end()) {
     if (!countsForKey(key, path, stamp)) return true;

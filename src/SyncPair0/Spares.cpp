@@ -60,25 +60,34 @@ void SyncPair::dropOtherArchives(const std::wstring& key, const std::wstring& wr
   }
 }
 
-// The archive's content as a file in the area; empty when it does not open here.
-std::wstring SyncPair::openedIn(const TempArea& area, const char* name, const std::wstring& archive) {
-  std::wstring written;
-  const bool done = doCopy(archive, platform::wideOf(area.path() / name), 1, &written);
-  return done ? written : std::wstring();
+// A file was deleted, or one archive of it, while there is another archive. On the Inside it comes back; a vanished
+// archive's record is found by the next scan.
+void SyncPair::carryArchiveBack(const Side& from, const Side& to, const std::wstring& key, const Archives& archives) {
+  PAIR_INFO("there is another archive of it, not deleted: %s", utf8(key).c_str());
+  if (!from.inside) return;
+  forgetBoth(key, false);
+  for (const auto& archive : archives) {
+    const auto spares = spares_.find(key);
+    if (spares != spares_.end() && spares->second.count(archive.first) > 0) continue;
+    const SyncObject alive{false, archive.second.seconds(), archive.first, std::wstring(), false};
+    return carryCopy(to, from, key, alive, nullptr);
+  }
 }
 
 // The spare's content differs from the Inside's: an older version goes to the recycle bin, one of the same time on as a
 // conflict copy. False when it must stay.
-bool SyncPair::keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened, bool sameTime) {
+bool SyncPair::keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened,
+                         bool sameTime) {
   if (!sameTime) {
     // In the recycle bin it is looked for under its own name.
     const auto content = platform::pathOf(opened);
     const auto named = content.parent_path() / platform::pathOf(nameOf(key));
     return platform::recycle(platform::moveFile(content, named) ? named : content);
   }
-  const std::vector<std::wstring> paths = archivePaths(key + newConflictSuffix(clock_->nowSeconds()));
+  const std::wstring copy = key + newConflictSuffix(clock_->nowSeconds());
+  const std::vector<std::wstring> paths = archivePaths(copy);
   if (!paths.empty() && platform::moveFile(platform::pathOf(spare), platform::pathOf(paths.front())))
-    PAIR_INFO("goes on as a conflict copy: %s", utf8(paths.front()).c_str());
+    report(L"conflict", joinPath(sourceFolder_, copy));
   return false;
 }
 
@@ -89,14 +98,11 @@ void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, co
   if (!inSync || !lookAt(path).sameContent(spare.stamp) || isFileLocked(path)) return;
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
-  const bool sameTime = lookAt(counted).seconds() == spare.stamp.seconds();
-  if ((spare.known && !sameTime) || sameContent(counted, path)) return removeSpare(path, spare.stamp);
+  if (spare.known || sameContent(counted, path)) return removeSpare(path, spare.stamp);
   const TempArea area(tempFolder_, this);
-  const std::wstring opened = openedIn(area, "spare", path);
-  const std::wstring countedOpened = sameTime ? openedIn(area, "counted", counted) : inside;
-  if (opened.empty() || countedOpened.empty()) return;
-  // The record was taken over unseen.
-  if (!sameContent(countedOpened, inside)) return forgetBoth(key, false);
+  std::wstring opened;
+  const bool sameTime = lookAt(counted).seconds() == spare.stamp.seconds();
+  if (!doCopy(path, platform::wideOf(area.path() / "spare"), 1, &opened) || opened.empty()) return;
   if (sameContent(opened, inside) || keepSpare(key, path, opened, sameTime)) removeSpare(path, spare.stamp);
 }
 

@@ -18,7 +18,6 @@
 
 namespace Kelta {
 
-class TempArea;
 struct CloudCopy;
 
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
@@ -169,13 +168,13 @@ private:
   std::vector<std::wstring> archivePaths(const std::wstring& key);
   std::wstring archiveFor(const std::wstring& key);
   Archives archivesThere(const std::wstring& key);
-  bool takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to, std::int64_t time);
+  void takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to, std::int64_t time);
   bool countsForKey(const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
   void removeSpare(const std::wstring& path, const platform::FileStamp& stamp);
   bool keepUnseen(const std::wstring& key, const std::wstring& source, const std::wstring& counted,
                   const Archives& archives);
   void dropOtherArchives(const std::wstring& key, const std::wstring& written, const Archives& before);
-  std::wstring openedIn(const TempArea& area, const char* name, const std::wstring& archive);
+  void carryArchiveBack(const Side& from, const Side& to, const std::wstring& key, const Archives& archives);
   bool keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened, bool sameTime);
   void settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare);
   void settleSpares();
@@ -290,8 +289,8 @@ private:
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::map<std::wstring, std::map<std::wstring, Spare>> spares_;  ///< key → path, as the scans of this cycle found them
-  std::set<std::wstring> givenUp_;     ///< archives whose key is missing
-  std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
+  std::set<std::wstring> givenUp_;                                ///< archives whose key is missing
+  std::wstring copyProblem_;  ///< why the latest attempt failed, where that is known
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;
   bool stateChanged_ = false;
