@@ -57,6 +57,16 @@ std::wstring textOf(kelsync_pair* handle, ReadText read) {
   return text;
 }
 
+using MapName = uint32_t(KELSYNC_CALL*)(kelsync_pair*, const wchar_t*, wchar_t**);
+
+std::wstring mappedName(kelsync_pair* handle, MapName map, const std::wstring& name) {
+  wchar_t* block = nullptr;
+  map(handle, name.c_str(), &block);
+  const std::wstring text = block == nullptr ? std::wstring() : block;
+  freeme(block);
+  return text;
+}
+
 /// The list `name` of a JSON text that the library handed out; empty when there is none.
 Tree listOf(const std::wstring& text, const std::wstring& name) {
   if (text.empty()) return Tree();
@@ -100,6 +110,19 @@ Engine::~Engine() {
 void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
   kelsync_set_assetkey(handle_, assetId.c_str(), key);
 }
+
+void Engine::setNames(bool encrypted) { kelsync_set_FNE(handle_, encrypted ? 1 : 0); }
+
+bool Engine::resetNames() {
+  setRunning(handle_);
+  const bool done = !stopRequested && kelsync_FNE_reset(handle_) != 0;
+  setRunning(nullptr);
+  return done;
+}
+
+std::wstring Engine::encryptedName(const std::wstring& plain) { return mappedName(handle_, fn_encrypt, plain); }
+
+std::wstring Engine::plainName(const std::wstring& archive) { return mappedName(handle_, fn_decrypt, archive); }
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 

@@ -64,6 +64,12 @@ public:
   void initState();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
+  void setNames(bool encrypted);
+  /// Brings the names of all archives in line; false when some keep theirs.
+  bool resetNames();
+  /// Between the sides, a full path or a last component; empty when it cannot be told.
+  std::wstring encryptedName(const std::wstring& plain);
+  std::wstring plainName(const std::wstring& archive);
   /// Runs one cycle, which a request to stop ends early.
   void cycle();
   bool ok() const;

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
-
 #include "Commands.h"
 #include "Engine.h"
-#include "Key.h"
 #include "Options.h"
 #include "PairFolders.h"
+#include "PairKey.h"
 #include "Report.h"
 #include "Terminal.h"
 #include "WorkFolder.h"
@@ -14,40 +12,11 @@ namespace Kelta {
 namespace host {
 namespace {
 
-const wchar_t* const kDefaultAsset = L"main";
-constexpr std::size_t kLongestAssetId = 255;
-
 const std::vector<OptionRule> kRules = {
     {L"--inside", L"", true},   {L"--outside", L"", true},   {L"--work", L"", true},
     {L"--key-file", L"", true}, {L"--asset", L"", true},     {L"--make-key", L"", false},
     {L"--names", L"", false},   {L"--compress", L"", false}, {L"--quiet", L"-q", false},
 };
-
-/// The asset under which files are encrypted. Throws Failure (usage) when the engine would not take it.
-std::wstring assetOf(const Options& options) {
-  if (!options.has(L"--asset")) return kDefaultAsset;
-  const std::wstring id = options.value(L"--asset");
-  const bool usable = std::all_of(id.begin(), id.end(), [](wchar_t character) {
-    return character != L'"' && character != L'\\' && character >= 0x20 && character != 0x7F;
-  });
-  if (!usable || id.size() > kLongestAssetId) {
-    throw Failure{Exit::usage, L"--asset takes 1 to 255 characters without quotes, backslashes and controls"};
-  }
-  return id;
-}
-
-FoundKey keyFor(const Options& options, const WorkFolder& work, const PairFolders& pair) {
-  KeyWishes wishes;
-  wishes.keyFile = options.value(L"--key-file");
-  wishes.ownFile = work.keyFile();
-  wishes.outside = pair.outside;
-  wishes.make = options.has(L"--make-key");
-  wishes.archivesExist = pair.outsideHoldsArchives();
-  FoundKey found = findKey(wishes);
-  const std::wstring doubt = doubtAbout(found.text.text());
-  if (!doubt.empty()) complain(doubt);
-  return found;
-}
 
 void passOn(const std::vector<Notification>& notifications, Report& report) {
   for (const Notification& notification : notifications) {
@@ -57,15 +26,6 @@ void passOn(const std::vector<Notification>& notifications, Report& report) {
       report.explain(notification.message, notification.more);
     }
   }
-}
-
-[[noreturn]] void refuseKey(const FoundKey& key, const WorkFolder& work) {
-  std::wstring message = L"the key opens none of the archives on the Outside; nothing was changed. It came from: ";
-  message += key.source;
-  if (key.overrides) {
-    message += L"\nThat one was used in place of the pair's own, " + printable(genericOf(work.keyFile()));
-  }
-  throw Failure{Exit::noKey, message};
 }
 
 /// Cycles until one finds nothing to do, or gets nothing done, or the user stops it.
@@ -83,6 +43,16 @@ Exit runCycles(Engine& engine, Report& report, const PairFolders& pair) {
   }
 }
 
+/// Encrypted names, asked for now or earlier. Archives that are there already are turned over once.
+void turnNamesOver(Engine& engine, const Options& options, const WorkFolder& work) {
+  const bool before = work.namesRemembered();
+  const bool on = before || options.has(L"--names");
+  engine.setNames(on);
+  if (on == before) return;
+  work.rememberNames(on);
+  engine.resetNames();
+}
+
 Exit synchronise(const Options& options, const PairFolders& pair, const WorkFolder& work) {
   const FoundKey key = keyFor(options, work, pair);
   work.claim();
@@ -90,9 +60,9 @@ Exit synchronise(const Options& options, const PairFolders& pair, const WorkFold
   Report report(pair, options.has(L"--quiet"));
   Engine engine({pair.inside, pair.outside, work.state(), work.temp(), work.log(), options.has(L"--compress")});
   engine.setListener(report);
-  engine.setKey(assetOf(options), key.text.c_str());
-  engine.initState();
-  if (!engine.keyFits(assetOf(options)) && !engine.stopAsked()) refuseKey(key, work);
+  openWithKey(engine, options, key, work);
+  report.setPlainNames([&](const std::wstring& archive) { return engine.plainName(archive); });
+  turnNamesOver(engine, options, work);
   Exit result = Exit::failed;
   try {
     result = runCycles(engine, report, pair);
@@ -112,7 +82,6 @@ Exit synchronise(const Options& options, const PairFolders& pair, const WorkFold
 Exit syncCommand(const Arguments& arguments) {
   const Options options(arguments, kRules);
   options.refuseOperands();
-  if (options.has(L"--names")) throw Failure{Exit::usage, L"encrypted names are not available in this version"};
   assetOf(options);
   const std::wstring inside = options.required(L"--inside");
   const PairFolders pair(inside, options.required(L"--outside"));

@@ -127,7 +127,7 @@ class Usage(Base):
             ((*pair, "--quiet=yes"), "--quiet takes no value"),
             ((*pair, "--inside", "in"), "--inside is given twice"),
             ((*pair, "stray"), "one argument too many: stray"),
-            ((*pair, "--names"), "encrypted names are not available in this version"),
+            (("names", "maybe", "--inside", "in", "--outside", "out"), "names takes on or off"),
             ((*pair, "--asset", 'a"b'), "--asset takes"),
             ((*pair, "--asset", "a" * 256), "--asset takes"),
             (("sync", "--inside", "in", "--outside", "in"), "are the same folder"),
@@ -323,6 +323,27 @@ class Archives(Base):
 
 
 class Sync(Base):
+    def test_encrypted_names(self):
+        (self.inside / "docs").mkdir()
+        (self.inside / "docs" / "a.txt").write_text("first")
+        pair = ("--inside", self.inside, "--outside", self.outside, "--work", self.work)
+        self.assertIn("files: 1; too long with plain names: 0, with encrypted names: 0", self.expect(DONE, "check", *pair)[0])
+        self.sync(DONE, "--make-key")
+        self.assertIn("  encrypt  docs/b.txt", self.sync_new("b.txt", "--names"))
+        self.assertIn("  encrypt  docs/c.txt", self.sync_new("c.txt"))
+        names = [archive.name for archive in self.outside.rglob("*?.kelta")]
+        self.assertFalse({"a.txt.kelta", "b.txt.kelta", "c.txt.kelta"} & set(names), "remembered, and all turned over")
+        self.assertRegex(self.expect(DONE, "ls", *pair)[0], r"(?m)^encrypted +[0-9]+  docs/a\.txt$")
+        self.assertIn("all archives have plain names now", self.expect(DONE, "names", "off", *pair)[0])
+        self.assertTrue((self.outside / "docs" / "c.txt.kelta").exists())
+        self.assertIn(NOTHING, self.sync(DONE)[0])
+        (self.inside / ("l" * 200)).write_text("")
+        self.assertRegex(self.expect(FAILED, "check", *pair)[0], r"206  [0-9 ]+!  l{200}\nfiles: 4; .* names: 0, .* names: 1")
+
+    def sync_new(self, name, *options):
+        (self.inside / "docs" / name).write_text(name)
+        return self.sync(DONE, *options)[0]
+
     def test_two_devices(self):
         (self.inside / "docs").mkdir()
         (self.inside / "docs" / "a.txt").write_text("first")

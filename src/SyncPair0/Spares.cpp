@@ -74,23 +74,6 @@ void SyncPair::carryArchiveBack(const Side& from, const Side& to, const std::wst
   }
 }
 
-// The spare's content differs from the Inside's: an older version goes to the recycle bin, one of the same time on as a
-// conflict copy. False when it must stay.
-bool SyncPair::keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened,
-                         bool sameTime) {
-  if (!sameTime) {
-    // In the recycle bin it is looked for under its own name.
-    const auto content = platform::pathOf(opened);
-    const auto named = content.parent_path() / platform::pathOf(nameOf(key));
-    return platform::recycle(platform::moveFile(content, named) ? named : content);
-  }
-  const std::wstring copy = key + newConflictSuffix(clock_->nowSeconds());
-  const std::vector<std::wstring> paths = archivePaths(copy);
-  if (!paths.empty() && platform::moveFile(platform::pathOf(spare), platform::pathOf(paths.front())))
-    report(L"conflict", joinPath(sourceFolder_, copy));
-  return false;
-}
-
 void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare) {
   const std::wstring inside = joinPath(sourceFolder_, key);
   const std::wstring counted = archiveFor(key);
@@ -99,11 +82,18 @@ void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, co
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
   if (spare.known || sameContent(counted, path)) return removeSpare(path, spare.stamp);
-  const TempArea area(tempFolder_, this);
+  if (lookAt(counted).seconds() != spare.stamp.seconds()) {
+    if (keepOutsideLoser(inside, path) == Kept::yes) removeSpare(path, spare.stamp);
+    return;
+  }
+  std::unique_ptr<TempArea> area;
   std::wstring opened;
-  const bool sameTime = lookAt(counted).seconds() == spare.stamp.seconds();
-  if (!doCopy(path, platform::wideOf(area.path() / "spare"), 1, &opened) || opened.empty()) return;
-  if (sameContent(opened, inside) || keepSpare(key, path, opened, sameTime)) removeSpare(path, spare.stamp);
+  if (openArchive(path, area, opened) != Opened::yes) return;
+  if (sameContent(opened, inside)) return removeSpare(path, spare.stamp);
+  const std::wstring copy = key + newConflictSuffix(clock_->nowSeconds());
+  const std::vector<std::wstring> paths = archivePaths(copy);
+  if (!paths.empty() && platform::moveFile(platform::pathOf(path), platform::pathOf(paths.front())))
+    report(L"conflict", joinPath(sourceFolder_, copy));
 }
 
 void SyncPair::settleSpares() {

@@ -177,7 +177,6 @@ private:
                   const Archives& archives);
   void dropOtherArchives(const std::wstring& key, const std::wstring& written, const Archives& before);
   void carryArchiveBack(const Side& from, const Side& to, const std::wstring& key, const Archives& archives);
-  bool keepSpare(const std::wstring& key, const std::wstring& spare, const std::wstring& opened, bool sameTime);
   void settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare);
   void settleSpares();
 

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Engine.h"
+#include "Key.h"
+#include "Options.h"
+#include "PairFolders.h"
+#include "WorkFolder.h"
+
+namespace Kelta {
+namespace host {
+
+/// The options that keyFor() and assetOf() look at.
+extern const std::vector<OptionRule> kKeyRules;
+
+/// The asset under which files are encrypted. Throws Failure (usage) when the engine would not take it.
+std::wstring assetOf(const Options& options);
+
+/// The pair's key, from wherever the user keeps it. Throws Failure (noKey).
+FoundKey keyFor(const Options& options, const WorkFolder& work, const PairFolders& pair);
+
+/// Installs the key, reads the state, and throws Failure (noKey) when the key opens none of the archives.
+void openWithKey(Engine& engine, const Options& options, const FoundKey& key, const WorkFolder& work);
+
+}  // namespace host
+}  // namespace Kelta
