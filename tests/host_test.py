@@ -329,8 +329,8 @@ class Sync(Base):
         pair = ("--inside", self.inside, "--outside", self.outside, "--work", self.work)
         self.assertIn("files: 1; too long with plain names: 0, with encrypted names: 0", self.expect(DONE, "check", *pair)[0])
         self.sync(DONE, "--make-key")
-        self.assertIn("  encrypt  docs/b.txt", self.sync_new("b.txt", "--names"))
-        self.assertIn("  encrypt  docs/c.txt", self.sync_new("c.txt"))
+        self.assertIn(" encrypt  docs/b.txt", self.sync_new("b.txt", "--names"))
+        self.assertIn(" encrypt  docs/c.txt", self.sync_new("c.txt"))
         names = [archive.name for archive in self.outside.rglob("*?.kelta")]
         self.assertFalse({"a.txt.kelta", "b.txt.kelta", "c.txt.kelta"} & set(names), "remembered, and all turned over")
         self.assertRegex(self.expect(DONE, "ls", *pair)[0], r"(?m)^encrypted +[0-9]+  docs/a\.txt$")
