@@ -19,6 +19,7 @@ Exit quarantineCommand(const Arguments& arguments);
 Exit namesCommand(const Arguments& arguments);
 Exit lsCommand(const Arguments& arguments);
 Exit checkCommand(const Arguments& arguments);
+Exit keyCommand(const Arguments& arguments);
 Exit packCommand(const Arguments& arguments);
 Exit unpackCommand(const Arguments& arguments);
 Exit metaCommand(const Arguments& arguments);

@@ -126,10 +126,14 @@ std::wstring Engine::plainName(const std::wstring& archive) { return mappedName(
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
-void Engine::initState() {
+void Engine::loadState() {
   setRunning(handle_);
   kelsync_init_state(handle_);
   setRunning(nullptr);
+}
+
+void Engine::initState() {
+  loadState();
   clearOldRecords();
 }
 
@@ -138,6 +142,20 @@ bool Engine::keyFits(const std::wstring& assetId) {
   const bool fits = kelsync_verify_assetkey(handle_, assetId.c_str()) != 0;
   setRunning(nullptr);
   return fits;
+}
+
+bool Engine::changeKey(const std::wstring& assetId, const wchar_t* newKey) {
+  setRunning(handle_);
+  const bool changed = !stopRequested && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
+  setRunning(nullptr);
+  return changed;
+}
+
+bool Engine::verifyArchives() {
+  setRunning(handle_);
+  const bool right = !stopRequested && kelsync_verify_archives(handle_) != 0;
+  setRunning(nullptr);
+  return right;
 }
 
 void Engine::clearOldRecords() {

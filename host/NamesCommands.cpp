@@ -83,7 +83,7 @@ Exit namesCommand(const Arguments& arguments) {
   WorkFolder work(options.value(L"--work"), pair);
   pair.requirePresent();
   work.open();
-  const FoundKey key = keyFor(options, work, pair);
+  const FoundKey key = pairKey(options, work, pair, false);
   work.claim();
   work.prepareLog();
   Engine engine(settingsOf(pair, work));
@@ -105,7 +105,7 @@ Exit lsCommand(const Arguments& arguments) {
   WorkFolder work(options.value(L"--work"), pair);
   pair.requirePresent();
   work.open();
-  const FoundKey key = keyFor(options, work, pair);
+  const FoundKey key = pairKey(options, work, pair, false);
   work.prepareLog();
   Engine engine(settingsOf(pair, work));
   engine.setKey(assetOf(options), key.text.c_str());

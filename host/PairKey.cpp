@@ -38,12 +38,12 @@ std::wstring assetOf(const Options& options) {
   return id;
 }
 
-FoundKey keyFor(const Options& options, const WorkFolder& work, const PairFolders& pair) {
+FoundKey pairKey(const Options& options, const WorkFolder& work, const PairFolders& pair, bool make) {
   KeyWishes wishes;
   wishes.keyFile = options.value(L"--key-file");
   wishes.ownFile = work.keyFile();
   wishes.outside = pair.outside;
-  wishes.make = options.has(L"--make-key");
+  wishes.make = make;
   wishes.archivesExist = pair.outsideHoldsArchives();
   FoundKey found = findKey(wishes);
   const std::wstring doubt = doubtAbout(found.text.text());

@@ -54,7 +54,8 @@ void turnNamesOver(Engine& engine, const Options& options, const WorkFolder& wor
 }
 
 Exit synchronise(const Options& options, const PairFolders& pair, const WorkFolder& work) {
-  const FoundKey key = keyFor(options, work, pair);
+  work.requireNoKeyChange();
+  const FoundKey key = pairKey(options, work, pair, options.has(L"--make-key"));
   work.claim();
   work.prepareLog();
   Report report(pair, options.has(L"--quiet"));

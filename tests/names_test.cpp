@@ -126,6 +126,13 @@ protected:
     }
     return found;
   }
+  static std::set<fs::path> files(const fs::path& outside) {
+    std::set<fs::path> found;
+    for (fs::recursive_directory_iterator it(outside), end; it != end; ++it) {
+      if (fs::is_regular_file(it->path()) && it->path().filename() != ".kelta") found.insert(it->path());
+    }
+    return found;
+  }
   /// An archive of `content`, made elsewhere, for the Outside.
   void bring(const std::string& name, bool encrypted, const std::string& content, int time) {
     const fs::path home = folder / ("maker" + std::to_string(++makers));
@@ -288,10 +295,36 @@ TEST_F(NamedPairs, LeaveAloneWhatHasNoKeyOrNoRoom) {
   EXPECT_EQ(archives(encrypted).size(), 1U) << "no name leaves in plain form";
   EXPECT_NE(a.handler().getQuarantineAsJSON().find(L"\"no-key\""), std::wstring::npos);
   a.handler().setAssetKey(L"main", testKey());
-  a.pair().keyArrived();
   fs::remove(b.inside() / longName);
   quiet();
   EXPECT_EQ(a.tree(), "x=1@10 y=1@10");
+}
+
+// Names change with the key. A device that does not have the new one yet takes nothing for deleted.
+TEST_F(NamedPairs, FollowAChangeOfTheirKey) {
+  const std::wstring newKey(64, L'5');
+  put(a.inside() / "d/x", "1", 10);
+  put(a.inside() / "y", "2", 20);
+  a.setNames(true);
+  quiet();
+  const std::string tree = a.tree();
+  const std::set<fs::path> before = files(a.outside());
+  EXPECT_TRUE(a.pair().renameArchives(
+      [&](const SyncPair::Renamed& renamed) { return a.handler().changeAssetKey(L"main", newKey, {}, renamed); }));
+  for (const fs::path& archive : files(a.outside())) EXPECT_EQ(before.count(archive), 0U) << archive;
+  EXPECT_EQ(a.cycle(), "");
+  b.cycle();
+  EXPECT_EQ(b.cycle(), "");
+  EXPECT_EQ(b.tree(), tree);
+  EXPECT_EQ(files(a.outside()).size(), before.size());
+  b.handler().setAssetKey(L"main", newKey);
+  put(a.inside() / "y", "newer", 30);
+  quiet();
+  EXPECT_EQ(b.tree(), "d/ d/x=1@10 y=newer@30");
+  EXPECT_EQ(files(a.outside()).size(), before.size());
+  fs::remove(a.inside() / "y");
+  quiet();
+  EXPECT_EQ(b.tree(), "d/ d/x=1@10");
 }
 
 // An archive of an earlier version, whose plain name looks encrypted, is known by its file.

@@ -51,16 +51,28 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
     return failed;
   }
   if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
+  if (!encryptTo(job, src, plainTarget)) return failed;
+  return {true, job.target};
+}
 
-  const std::string assetId = getAssetForPath(src);
+// Encrypts for the asset of `shared`, the path that decides whose file it is; `plainTarget` is the plain path of the
+// archive, or empty.
+bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
+  const std::string assetId = assetNow(shared);
   HANDLER_DEBUG("assetid = %s", assetId.c_str());
-  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job, plainTarget)) return failed;
+  if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(job.source).c_str());
+  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job, plainTarget)) return false;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
   HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
-  if (!packSource(job, assetId, area, archive) || !unchanged(job) || !place(archive, job)) return failed;
+  if (!packSource(job, assetId, area, archive) || !unchanged(job)) return false;
+  if (assetNow(shared) != assetId) {
+    HANDLER_INFO("its share changed while it was encrypted: %s", utf8(job.source).c_str());
+    return false;
+  }
+  if (!place(archive, job)) return false;
   copySucceeded(job, L"Encrypted");
-  return {true, job.target};
+  return true;
 }
 
 bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
@@ -114,7 +126,9 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
   if (password.text.empty()) return false;
   HANDLER_DEBUG("TIMER generated random key in %ld [ms]", elapsed());
 
-  Secret key(*keys_.find(assetId));
+  const std::string* const installed = keys_.find(assetId);
+  if (!installed) return false;  // the host took it back meanwhile
+  Secret key(*installed);
   std::string hexPass = encryptArchivePassword(password.text, key.text);
   if (hexPass.empty()) return false;
   std::string text = metadataText(assetId, hexPass);

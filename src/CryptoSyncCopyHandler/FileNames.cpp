@@ -16,7 +16,6 @@ namespace Kelta {
 namespace {
 
 const std::wstring kExtension = L".kelta";
-constexpr std::int64_t kAskAgainSeconds = 60;
 
 std::wstring extensionOf(const std::wstring& name) {
   const auto dot = name.rfind(L'.');
@@ -50,40 +49,38 @@ std::string CryptoSyncCopyHandler::assetOfName(const std::wstring& path) {
   return parentOf(path).empty() ? keys_.defaultId() : getAssetForPath(platform::pathOf(path));
 }
 
-// The host is asked for a missing key, but not for every name that a scan meets.
 const std::string* CryptoSyncCopyHandler::keyForName(const std::string& assetId) {
   const std::string* const installed = keys_.find(assetId);
   if (installed || assetId.empty()) return installed;
-  const std::int64_t now = clock().nowSeconds();
-  const auto asked = askedForNames_.find(assetId);
-  if (asked != askedForNames_.end() && now >= asked->second && now - asked->second < kAskAgainSeconds) return nullptr;
-  askedForNames_[assetId] = now;
   return askForKey(assetId) ? keys_.find(assetId) : nullptr;
 }
 
-std::wstring CryptoSyncCopyHandler::encryptedUnder(const std::string& assetId, const std::wstring& name) {
-  const std::string* const installed = keyForName(assetId);
-  if (!installed || name.empty()) return std::wstring();
-  Secret key(*installed);
+std::wstring CryptoSyncCopyHandler::encryptedUnder(const std::string& keyText, const std::wstring& name) {
+  if (name.empty()) return std::wstring();
+  Secret key(keyText);
   const std::wstring stem = encryptedStem(name, key.text);
   return stem.empty() ? stem : stem + kExtension;
 }
 
 std::wstring CryptoSyncCopyHandler::encryptFilename(const std::wstring& path) {
-  return encryptedUnder(assetOfName(path), nameOf(path));
+  const std::string* const key = keyForName(assetOfName(path));
+  return key ? encryptedUnder(*key, nameOf(path)) : std::wstring();
 }
 
-// Under the key of the path's asset, or any other that is installed: the archive may have been moved by hand. Returns
-// where an addition to the encrypted name begins: its end when there is none, 0 when it cannot be read.
+// Under the key of the path's asset, or any other that is installed, since the archive may have been moved by hand, or
+// one from before a change of keys. Returns where an addition to the encrypted name begins: its end when there is none,
+// 0 when it cannot be read.
 std::size_t CryptoSyncCopyHandler::readEncrypted(const std::wstring& path, const std::wstring& stem,
                                                  std::wstring& plain) {
   std::vector<std::string> ids = keys_.ids();
   const std::string own = assetOfName(path);
   if (keyForName(own)) ids.insert(ids.begin(), own);
   for (const std::string& id : ids) {
-    Secret key(*keys_.find(id));
-    if (decryptedStem(stem, key.text, plain)) return stem.size();
-    if (const std::size_t end = decryptedStart(stem, key.text, plain)) return end;
+    for (const std::string* const reader : keys_.readers(id)) {
+      Secret key(*reader);
+      if (decryptedStem(stem, key.text, plain)) return stem.size();
+      if (const std::size_t end = decryptedStart(stem, key.text, plain)) return end;
+    }
   }
   return 0;
 }
@@ -137,7 +134,9 @@ std::vector<std::wstring> CryptoSyncCopyHandler::archiveNames(std::wstring path)
   };
   add(nameOf(path) + kExtension);
   add(encryptFilename(path));
-  for (const std::string& id : keys_.ids()) add(encryptedUnder(id, nameOf(path)));
+  for (const std::string& id : keys_.ids()) {
+    for (const std::string* const reader : keys_.readers(id)) add(encryptedUnder(*reader, nameOf(path)));
+  }
   return names;
 }
 

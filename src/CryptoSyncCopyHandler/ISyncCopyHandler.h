@@ -57,6 +57,10 @@ public:
   /// All the names that the archive of the plain path `path`, on either side, may have. The one that a new archive gets
   /// comes first. None when it cannot be told now.
   virtual std::vector<std::wstring> archiveNames(std::wstring path) = 0;
+
+  /// A scan, a resolution or another operation begins: whatever is remembered about folders and about keys that were
+  /// asked for is looked at anew from here on.
+  virtual void beginOperation() {}
 };
 
 }  // namespace Kelta

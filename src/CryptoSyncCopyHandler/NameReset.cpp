@@ -27,7 +27,11 @@ bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
 bool CryptoSyncCopyHandler::resetName(const std::wstring& path, const Renamed& renamed) {
   const NameReading reading = readName(path);
   if (reading.plain.empty()) return false;
-  const std::wstring name = transformName(joinPath(parentOf(path), reading.plain));
+  return renameArchive(path, reading, transformName(joinPath(parentOf(path), reading.plain)), renamed);
+}
+
+bool CryptoSyncCopyHandler::renameArchive(const std::wstring& path, const NameReading& reading,
+                                          const std::wstring& name, const Renamed& renamed) {
   if (name == nameOf(path)) return true;
   const std::wstring target = joinPath(parentOf(path), name);
   if (name.empty() || !nameFits(target)) {
@@ -41,11 +45,26 @@ bool CryptoSyncCopyHandler::resetName(const std::wstring& path, const Renamed& r
     return false;
   }
   HANDLER_INFO("renamed to %s", utf8(target).c_str());
-  renamed(path, target);
+  if (renamed) renamed(path, target);
   return true;
 }
 
 bool CryptoSyncCopyHandler::resetStateFNE(const Renamed& renamed) {
+  const bool allDone = forEachArchive([&](const std::wstring& path) { return resetName(path, renamed); });
+  HANDLER_INFO("all names in line with the flag? %s", log::truth(allDone));
+  return allDone;
+}
+
+// After a change of keys: what is encrypted under a former one is encrypted under the one that is installed now.
+bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
+  return forEachArchive([&](const std::wstring& path) {
+    const NameReading reading = readName(path);
+    if (reading.form != NameForm::encrypted) return true;
+    return renameArchive(path, reading, encryptFilename(joinPath(parentOf(path), reading.plain)), renamed);
+  });
+}
+
+bool CryptoSyncCopyHandler::forEachArchive(const std::function<bool(const std::wstring& path)>& action) {
   bool allDone = !outsideFolder_.empty();
   std::vector<std::wstring> folders{outsideFolder_};
   while (!folders.empty()) {
@@ -64,11 +83,10 @@ bool CryptoSyncCopyHandler::resetStateFNE(const Renamed& renamed) {
       path = genericForm(std::move(path));
       if (named && kind == Kind::folder) folders.push_back(path);
       const bool archive = named && kind == Kind::file && hasExtension(entry) && !ignore(entry);
-      if (archive && !resetName(path, renamed)) allDone = false;
+      if (archive && !action(path)) allDone = false;
     }
     platform::syncFolder(platform::pathOf(folder));
   }
-  HANDLER_INFO("all names in line with the flag? %s", log::truth(allDone));
   return allDone;
 }
 

@@ -33,10 +33,21 @@ void SyncPair::pauseWithin(Walk& walk) {
   if (walk.counter % kShortPauseInterval == 0) clock_->wait(1, *interruption_);
 }
 
+// An archive whose name cannot be read may be a known one: another device has changed the key of the names.
+void SyncPair::noteUnread(const Side& side, const boost::filesystem::path& entry) {
+  std::wstring path;
+  if (side.inside || !platform::wideOf(entry, path) || entry.extension() != ".kelta") return;
+  path = genericForm(std::move(path));
+  const platform::FileStamp stamp = platform::stampOf(entry);
+  if (stamp.kind == platform::Kind::file && handler_->handleName(path).empty())
+    unreadNames_[parentOf(path)].insert(stamp.seconds());
+}
+
 // Whether the entry takes no part in the synchronisation; otherwise its path and what it is.
 bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path,
                        platform::FileStamp& stamp) {
   if (handler_->ignore(entry)) {
+    noteUnread(walk.side, entry);
     PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
     return true;
   }
@@ -46,6 +57,7 @@ bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, s
   if (stamp.kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
   if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
+  noteUnread(walk.side, entry);
   PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
   return true;
 }
@@ -114,6 +126,7 @@ bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform
 
 void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<std::wstring>& folders) {
   std::vector<boost::filesystem::path> entries;
+  if (!walk.side.inside) unreadNames_.erase(folder);
   const bool gone = platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::missing;
   if (!gone && !listFolder(folder, entries) && unreadable_.insert(folder).second) {
     notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
@@ -137,6 +150,7 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::wstring syncFolder, StateList
 SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
                                                      int checkInterval) {
   PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
+  handler_->beginOperation();
   const Side scanned = sideOf(syncFolder);
   Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
   requireIntactRoot(scanned);

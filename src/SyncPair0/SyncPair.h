@@ -65,8 +65,8 @@ public:
 
   // State: StateFile.cpp, StateRecords.cpp, StateIndex.cpp --------------------
   void initState();
-  /// A key was installed: what was given up for want of one is tried again from the next scan on.
-  void keyArrived() { keyArrived_ = true; }
+  /// Archives whose key may be here now: those that were given up are tried again from the next scan on.
+  void keyArrived(const std::vector<std::wstring>& archives) { retry_.insert(archives.begin(), archives.end()); }
   void stateMissingIndex();
   void loadStateFromDisk(std::wstring stateFile, StateList& list);
   void writeStateList(StateList& list, std::wstring stateFile);
@@ -131,6 +131,16 @@ public:
   /// Runs a renaming of archives, which tells of each; the records follow, and the state is written at the end.
   using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
   bool renameArchives(const std::function<bool(const Renamed&)>& rename);
+
+  // The whole Outside: WholeSide.cpp ---------------------------------------------
+  /// Throws RootMissing unless the folder is the one that the state knows.
+  void requireIntactRoot(bool inside) { requireIntactRoot(side(inside)); }
+  /// The archive holds the same content in other bytes: its record gets the new hash. Times stay as they are.
+  void refreshHash(const std::wstring& archive);
+  /// Removes what is in sync from one side, and its records from both, so that nothing of it shows as a deletion. What
+  /// is not as recorded on both sides stays, with its records. False when anything known is left.
+  bool removeAllFiles(bool inside);
+  void tell(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total);
 
   // Cycle: Pace.cpp --------------------------------------------------------------
   void syncCycle();
@@ -198,6 +208,7 @@ private:
   StateList::const_iterator counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder);
   bool rebuildNeeded();
   void dropUnpairedRecords();
+  void dropRetriedRecords();
   void sweepStateFolder();
   bool editState(const std::wstring& path, bool insert);
   void refreshFolderId(const std::wstring& path, StateRecord& record);
@@ -217,6 +228,8 @@ private:
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
+  void noteUnread(const Side& side, const boost::filesystem::path& entry);
+  bool mayHaveUnreadName(const StateRecord& record) const;
   void noteBusy(Walk& walk, const std::wstring& path, bool changed);
   bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
   bool isFreeForCloudCopy(const Side& side, const std::wstring& archive);
@@ -278,6 +291,13 @@ private:
   void waitOutRunningSecond(const platform::FileStamp& stamp);
   void recordCopy(const Side& from, const Side& to, const std::wstring& key, const std::wstring& source,
                   std::int64_t time, const std::wstring& written);
+  // WholeSide.cpp
+  struct Removal;
+  bool inSync(const Side& own, const std::wstring& path, const std::wstring& counterpart);
+  std::vector<Removal> planRemovals(bool inside, std::uint64_t& left);
+  void forgetRemovals(const std::vector<Removal>& removals);
+  bool remove(const Removal& removal, bool inside);
+
   void recordBoth(const std::wstring& key, bool isFolder);
   void forgetBoth(const std::wstring& key, bool isFolder);
   void copyFailed(const Side& from, const std::wstring& key, const SyncObject& so);
@@ -296,10 +316,12 @@ private:
   std::vector<std::vector<std::wstring>> notifications_;
   std::set<std::vector<std::wstring>> queued_;  ///< the same, to find equal ones
   Progress progress_;
-  std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
-  std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
+  std::set<std::wstring> unreadable_;                           ///< folders that the host was told about in this cycle
+  std::map<std::wstring, std::set<std::int64_t>> unreadNames_;  ///< folder → times of archives without a plain name
+  std::set<std::wstring> busy_;  ///< changed files in use that the host was told about in this cycle
   std::map<std::wstring, std::map<std::wstring, Spare>> spares_;  ///< key → path, as the scans of this cycle found them
   std::set<std::wstring> givenUp_;                                ///< archives whose key is missing
+  std::set<std::wstring> retry_;                                  ///< of these, perhaps, it has arrived
   std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
   std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
   bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
@@ -307,8 +329,7 @@ private:
   bool ok_ = true;
   bool stateChanged_ = false;
   bool stateDamaged_ = false;  ///< a state file held something that is no record
-  bool keyArrived_ = false;
-  std::string rootIds_[2];  ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
+  std::string rootIds_[2];     ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;
