@@ -35,7 +35,7 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
       continue;
     }
     requireIntactRoot(scanned);
-    Walk walk{scanned, kCheckInterval, kLabel, {}, {}};
+    Walk walk{scanned, kCheckInterval, kLabel, {}};
     std::deque<std::wstring> queue{start};
     while (!queue.empty()) {
       interruption_->check();
@@ -44,11 +44,15 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
       const auto stamp = platform::stampOf(platform::pathOf(folder));
       if (!seen.insert(folder).second || stamp.kind == platform::Kind::missing) continue;
       requireRoots();
+      // Somebody waits for the listed folder; only what is below a new one is as large as it likes.
+      walk.checkInterval = folder == start ? 0 : kCheckInterval;
       std::vector<std::wstring> folders;
       scanFolder(walk, folder, folders);
-      PAIR_DEBUG("any subfolders to scan? %d", static_cast<int>(walk.newFolders.size()));
-      queue.insert(queue.end(), walk.newFolders.begin(), walk.newFolders.end());
-      walk.newFolders.clear();
+      const std::size_t before = queue.size();
+      for (const auto& found : folders) {
+        if (scanned.state.count(found) == 0) queue.push_back(found);
+      }
+      PAIR_DEBUG("any subfolders to scan? %d", static_cast<int>(queue.size() - before));
     }
     result += walk.result;
   }
@@ -60,7 +64,7 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("folderList.size() %d", static_cast<int>(folderList.size()));
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, kLabel, {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, kLabel, {}};
   PAIR_DEBUG("stateList size() = %d", static_cast<int>(stateList.size()));
   std::size_t logged = 0;
   for (const auto& listed : folderList) {
@@ -73,9 +77,9 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
       const std::wstring path = record->first;
       PAIR_DEBUG("[subset scan] does this entry from state exist on disk? %s", utf8(path).c_str());
       checkRecord(walk, path, record->second);
-      const bool gone = platform::stampOf(platform::pathOf(path)).kind == platform::Kind::missing;
-      PAIR_DEBUG("Exists on disk? %s", log::truth(!gone));
-      if (gone) checkRecordsBelow(walk, path);
+      const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
+      PAIR_DEBUG("Exists on disk? %s", log::truth(kind != platform::Kind::missing));
+      if (kind != platform::Kind::folder || walk.renamed.count(path) > 0) checkRecordsBelow(walk, path);
       // Names such as "d.txt" sort between "d" and "d/x".
       record = std::next(record);
       while (record != below.second && parentOf(record->first) != listed.first &&

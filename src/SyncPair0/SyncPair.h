@@ -180,7 +180,6 @@ private:
     int checkInterval;
     const char* label;  ///< prefix of the log lines
     ScanResult result;
-    std::vector<std::wstring> newFolders;
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
