@@ -23,8 +23,8 @@ constexpr std::chrono::seconds kShortestPause{10};
 constexpr std::chrono::seconds kLongestRetryPause{600};
 // A full cycle takes at most a tenth of the time, however large the pair is.
 constexpr int kPauseFactor = 10;
-// So often a change may end a long full scan; then one is done to the end.
-constexpr int kMostInterruptions = 3;
+// So often a change may end a long full scan that is needed; then one is done to the end.
+constexpr int kMostInterruptions = 10;
 constexpr std::chrono::seconds kMissingPause{5};
 
 std::wstring parentOf(const std::wstring& path) { return genericOf(platform::pathOf(path).parent_path()); }
@@ -63,7 +63,7 @@ void PairWatch::runUntilMissing() {
   engine_ = engine.get();
   folders_.clear();
   retried_.clear();
-  fullDue_ = Clock::now();
+  needFull();
   Changes changes(setup_.folders(), [this](const std::wstring& path) { noticed(path); });
   while (!Stop::asked() && engine->ok()) {
     const Moment now = Clock::now();
@@ -79,8 +79,15 @@ void PairWatch::runUntilMissing() {
       board_.setState(number_, State::idle);
       changes.wait(std::min(fullDue_, retryDue_));
     }
+    changes.wait(Clock::now());  // for the end of a burst
     takeChanges(changes);
   }
+}
+
+void PairWatch::needFull() {
+  fullNeeded_ = true;
+  interruptions_ = 0;
+  fullDue_ = Clock::now();
 }
 
 void PairWatch::takeChanges(Changes& changes) {
@@ -90,7 +97,7 @@ void PairWatch::takeChanges(Changes& changes) {
     if (!own_.isAsLeft(path)) folders_.insert(parentOf(path));
   }
   if (folders_.size() != former) retryPause_ = std::chrono::seconds(0);
-  if (anything) fullDue_ = Clock::now();
+  if (anything) needFull();
   board_.setPending(number_, folders_.size());
 }
 
@@ -104,7 +111,7 @@ void PairWatch::beginCycle(State state) {
 
 // A long scan gives way to a file that the user saves; false when it did.
 bool PairWatch::scan() {
-  setInterruptible(interruptions_ < kMostInterruptions);
+  setInterruptible(!fullNeeded_ || interruptions_ < kMostInterruptions);
   engine_->scanInside();
   if (!interrupted()) engine_->scanOutside();
   setInterruptible(false);
@@ -127,9 +134,10 @@ void PairWatch::fullCycle(Changes& changes) {
   if (!scanned) {
     ++interruptions_;
     folders_ = pending;
-    fullDue_ = now + pause;
+    fullDue_ = now + pause * interruptions_;
   } else {
     interruptions_ = 0;
+    fullNeeded_ = false;
     fullDue_ =
         now + (carried_ > 0 ? Clock::duration(pause) : std::max<Clock::duration>(pause, kPauseFactor * (now - start)));
   }

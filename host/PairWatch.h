@@ -31,6 +31,7 @@ private:
 
   void runUntilMissing();
   void takeChanges(Changes& changes);
+  void needFull();
   bool scan();
   void fullCycle(Changes& changes);
   void subCycle();
@@ -55,6 +56,7 @@ private:
   std::chrono::seconds retryPause_{0};
   Moment retryDue_ = Moment::max();
   Moment fullDue_;
+  bool fullNeeded_ = false;                      ///< there may be changes that nobody has seen
   std::size_t carried_ = 0;                      ///< in the latest cycle
   std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown
   std::set<std::wstring> told_;                  ///< failures that last, which the user has seen
