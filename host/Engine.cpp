@@ -50,18 +50,24 @@ std::wstring member(const Tree& tree, const wchar_t* name) { return tree.get<std
 
 }  // namespace
 
-Engine::Engine(const EngineSettings& settings) {
-  Stop::listen();
+void Engine::start(const std::wstring& state, const std::wstring& log) {
   kelsync_init(&handle_);
   if (handle_ == nullptr) throw Failure{Exit::failed, L"not enough memory"};
   {
     const std::lock_guard<std::mutex> lock(logMutex);
-    kelsync_set_log_folder(handle_, settings.log.c_str());
+    kelsync_set_log_folder(handle_, log.c_str());
   }
+  kelsync_set_state_path(handle_, state.c_str());
+}
+
+Engine::Engine(const std::wstring& state, const std::wstring& log) { start(state, log); }
+
+Engine::Engine(const EngineSettings& settings) {
+  Stop::listen();
+  start(settings.state, settings.log);
   kelsync_set_source_folder(handle_, settings.inside.c_str());
   kelsync_set_dest_folder(handle_, settings.outside.c_str());
   kelsync_set_temp_folder(handle_, settings.temp.c_str());
-  kelsync_set_state_path(handle_, settings.state.c_str());
   kelsync_set_compression_flag(handle_, settings.compress ? 1 : 0);
 }
 
@@ -73,13 +79,11 @@ void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
-void Engine::openRecords() {
-  const Stop::Command command(handle_);
-  kelsync_init_state(handle_);
-}
-
 void Engine::initState() {
-  openRecords();
+  {
+    const Stop::Command command(handle_);
+    kelsync_init_state(handle_);
+  }
   clearOldRecords();
 }
 

@@ -52,6 +52,8 @@ class Engine {
 public:
   /// Throws Failure when memory ran out.
   explicit Engine(const EngineSettings& settings);
+  /// One that only lists and clears the quarantine records of a state folder; nothing else is touched.
+  Engine(const std::wstring& state, const std::wstring& log);
   ~Engine();
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -62,8 +64,6 @@ public:
   /// Reads the state. Quarantine records of paths are cleared: the scan of this run makes those that still hold.
   /// Those of missing keys stay while their archive does.
   void initState();
-  /// Reads the state only to get at the quarantine records, which stay as they are.
-  void openRecords();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
   /// Runs one cycle.
@@ -96,6 +96,7 @@ public:
   void clearRecord(const Quarantined& record);
 
 private:
+  void start(const std::wstring& state, const std::wstring& log);
   void clearOldRecords();
 
   kelsync_pair* handle_ = nullptr;

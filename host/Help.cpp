@@ -83,8 +83,7 @@ nothing on either side.
   --work DIR     the work folder of the pair, when it is not the default one
   --json         both as the library hands them out: the quarantine on one line, the notifications on the next
 
-Exit codes: 0 shown, whether anything is quarantined or not; 1 another run uses the work folder, or it cannot be read;
-2 usage.
+Exit codes: 0 shown, whether anything is quarantined or not; 1 the work folder cannot be read; 2 usage.
 )";
 
 const char* const kQuarantine = R"(kelsync quarantine clear --inside DIR --outside DIR [--work DIR] [PATH...]

@@ -114,11 +114,8 @@ void WorkFolder::open() {
   }
 }
 
-bool WorkFolder::hasState() const {
-  for (const char* const name : {"Kelta_sync_state_0.txt", "Kelta_sync_state_1.txt"}) {
-    if (platform::stampOf(root_ / "state" / name).kind != platform::Kind::file) return false;
-  }
-  return true;
+bool WorkFolder::hasRecords() const {
+  return platform::stampOf(root_ / "state" / "quar").kind == platform::Kind::folder;
 }
 
 void WorkFolder::keepNotifications(const std::wstring& text) const {

@@ -481,6 +481,10 @@ class Sync(Base):
         def seen():
             places = (self.inside, self.outside, self.work / "state")
             return sorted((path, path.stat().st_mtime_ns) for place in places for path in place.rglob("*"))
+        # A run goes on, and has left what a start would mend.
+        (self.work / "lock").write_text("1 elsewhere\n")
+        (self.work / "state/Kelta_sync_state_0.txt").write_text("rubbish\n")
+        (self.outside / ".kelta").unlink()
         before = seen()
         output = self.expect(DONE, "status", *pair)[0]
         self.assertRegex(output, r"(?m)^quarantined: 2$")
@@ -491,7 +495,12 @@ class Sync(Base):
         self.assertEqual(sorted(record["quarantine_path"] for record in quarantine["quarantined"]),
                          sorted(form(self.inside / name) for name in (other, awkward)))
         self.assertIn("Encrypted good.txt successfully", [told["message"] for told in notifications["notifications"]])
+        (self.work / "notifications").write_text('{"notifications":[{"ty')
+        output, errors = self.expect(DONE, "status", *pair, "--json")
+        self.assertEqual(output.splitlines()[1], '{"notifications":[]}')
+        self.assertIn("damaged", errors)
         self.assertEqual(seen(), before)
+        (self.work / "lock").unlink()
         errors = self.expect(FAILED, "quarantine", "clear", *pair, "good.txt")[1]
         self.assertIn("good.txt: not quarantined", errors)
         self.assertIn("cleared 1, left 1", self.expect(DONE, "quarantine", "clear", *pair, other)[0])

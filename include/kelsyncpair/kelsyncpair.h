@@ -123,7 +123,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_dest_folder(kelsync_pair* h, const wch
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_temp_folder(kelsync_pair* h, const wchar_t* path);
 
-/** Sets the folder of the state files and, below it, of the quarantine records. One per pair. */
+/**
+ * Sets the folder of the state files and, below it, of the quarantine records, both created if missing. One per pair.
+ * The records can be listed and cleared from then on, also without kelsync_init_state().
+ */
 KELSYNC_API void KELSYNC_CALL kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder);
 
 /**

@@ -167,16 +167,21 @@ bool CryptoSyncCopyHandler::getZipMetaJSON(const boost::filesystem::path& archiv
   meta.clear();
   try {
     const std::string text = archive::readEntry(archive, kMetadataEntry, std::string());
-    if (text.size() > kMaxMetadataBytes || nestsTooDeep(text)) throw std::runtime_error("metadata out of bounds");
+    if (text.size() > kMaxMetadataBytes || nestsTooDeep(text)) {
+      HANDLER_ERROR("error with get_zip_meta_w %s", "metadata out of bounds");
+      return false;
+    }
     std::istringstream stream(text);
     boost::property_tree::read_json(stream, meta);
     return true;
   } catch (const zip::ArchiveError& error) {
     HANDLER_ERROR("get_zip_meta_w error %d", error.code());
-  } catch (const std::exception& error) {
+    return archiveFailed(error, archive);
+  } catch (const boost::property_tree::ptree_error& error) {
     HANDLER_ERROR("error with get_zip_meta_w %s", error.what());
+    sourceIsDamaged_ = true;
+    return false;
   }
-  return false;
 }
 
 }  // namespace Kelta

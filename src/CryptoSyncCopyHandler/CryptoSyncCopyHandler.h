@@ -56,6 +56,8 @@ public:
 
   // ISyncCopyHandler
   std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) override;
+  bool sourceIsDamaged() const override { return sourceIsDamaged_; }
+  void foundInSync(std::wstring path) override;
   bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) override;
   std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) override;
   std::wstring handleName(std::wstring name) override;
@@ -84,7 +86,8 @@ public:
   /// False when archives of that asset lie on the Outside and the installed key opens none of the first few.
   bool verifyAssetKey(const std::wstring& assetId);
   std::string getAssetForPath(const boost::filesystem::path& path);
-  /// The metadata entry as a tree. False, with a log line, when there is none or it cannot be read.
+  /// The metadata entry as a tree. False, with a log line, when there is none or it is damaged. Throws filesystem_error
+  /// when the archive could not be read: that tells nothing about what is in it.
   bool getZipMetaJSON(const boost::filesystem::path& archive, boost::property_tree::ptree& meta);
   void registerKeyNotFound(KeyNotFoundCallback callback);
 
@@ -126,6 +129,7 @@ private:
   void logActivity(const char* operation, const std::wstring& path);
 
   // CopyEncrypt.cpp
+  KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
   KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
   bool mayEncrypt(const CopyJob& job);
   bool keyAvailable(const std::string& assetId);
@@ -153,6 +157,7 @@ private:
   bool placeInside(const boost::filesystem::path& from, const CopyJob& job);
   bool placeAcrossVolumes(const boost::filesystem::path& from, const CopyJob& job);
   bool targetUnchanged(const CopyJob& job);
+  bool targetTaken(const CopyJob& job);
 
   // Deletion.cpp
   struct Deletion;
@@ -185,6 +190,7 @@ private:
   std::wstring tempFolder_;
   std::wstring quarFolder_;
   int compressionFlag_ = 0;
+  bool sourceIsDamaged_ = false;           ///< of the last copy
   std::int64_t quarantineLastUpdate_ = 0;  ///< under fneLock_, the handler's one mutex
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether an installed key is the one that the Outside was encrypted with: a wrong one would lock new files away from
 // every other device, and nobody would notice before they were needed.
+#include <boost/filesystem/exception.hpp>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
@@ -18,6 +19,17 @@ constexpr int kMaxEntries = 20000;
 
 }  // namespace
 
+// One that cannot be read now tells nothing about the key.
+KeyFit CryptoSyncCopyHandler::tryKey(const std::string& id, const fs::path& archive) {
+  boost::property_tree::ptree meta;
+  try {
+    return getZipMetaJSON(archive, meta) ? keyFits(id, meta) : KeyFit::otherAsset;
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+    return KeyFit::otherAsset;
+  }
+}
+
 bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
   const std::string id = utf8(assetId);
   int tried = 0;
@@ -30,9 +42,8 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
     const platform::Kind kind = seen == 1 ? platform::Kind::folder : platform::stampOf(path).kind;
     boost::system::error_code ignored;
     if (kind == platform::Kind::folder) platform::listFolder(path, entries, ignored);
-    boost::property_tree::ptree meta;
-    if (kind != platform::Kind::file || !hasExtension(path) || !getZipMetaJSON(path, meta)) continue;
-    const KeyFit fit = keyFits(id, meta);
+    if (kind != platform::Kind::file || !hasExtension(path)) continue;
+    const KeyFit fit = tryKey(id, path);
     if (fit == KeyFit::fits) return true;
     tried += fit == KeyFit::doesNot ? 1 : 0;
   }

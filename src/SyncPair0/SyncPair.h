@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -19,6 +20,7 @@
 namespace Kelta {
 
 struct CloudCopy;
+class TempArea;
 
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
 /// carrying over of every difference. All methods run on the thread of the host's command.
@@ -217,7 +219,7 @@ private:
                      const SyncObject* other);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
 
-  // Conflict.cpp
+  // Conflict.cpp, Losers.cpp
   enum class Kept {
     yes,
     no,
@@ -227,6 +229,15 @@ private:
   void tieFailed(const SyncObject& src);
   void makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void recordIfEqual(const std::wstring& key);
+  enum class Opened {
+    yes,
+    no,
+    lacksKey,  ///< the archive was given up
+    damaged,   ///< beyond recovery
+  };
+  Opened openArchive(const std::wstring& archive, std::unique_ptr<TempArea>& area, std::wstring& content);
+  bool recycleBeside(const std::wstring& winner, const boost::filesystem::path& content,
+                     const boost::filesystem::path& area);
   Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser);
   Kept keepOutsideLoser(const std::wstring& winner, const std::wstring& archive);
   void noteGivenUp(const std::wstring& key, const std::wstring& archive, std::int64_t time);
@@ -261,7 +272,9 @@ private:
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing
-  std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
+  std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
+  std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
+  bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;
   bool stateChanged_ = false;

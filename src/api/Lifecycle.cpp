@@ -70,7 +70,10 @@ void kelsync_set_temp_folder(kelsync_pair* h, const wchar_t* path) {
 }
 
 void kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder) {
-  configure(h, __func__, folder != nullptr, [&](SyncPair& pair, CryptoSyncCopyHandler&) { pair.setStatePath(folder); });
+  configure(h, __func__, folder != nullptr, [&](SyncPair& pair, CryptoSyncCopyHandler& handler) {
+    pair.setStatePath(folder);
+    handler.setQuarFolder(quarFolderOf(pair));
+  });
 }
 
 void kelsync_set_log_folder(kelsync_pair* h, const wchar_t* folder) {
