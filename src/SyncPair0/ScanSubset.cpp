@@ -7,6 +7,7 @@
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -22,6 +23,21 @@ std::wstring childOf(const std::wstring& folder, const std::wstring& path) {
 
 }  // namespace
 
+// Whether a scan of the whole side would come to the folder: a watcher tells of what lies in ignored folders, behind
+// links and under short names as well.
+bool SyncPair::isScanned(const Side& side, const std::wstring& folder) {
+  for (std::wstring path = folder; path.size() > side.root.size(); path = parentOf(path)) {
+    const boost::filesystem::path entry = platform::pathOf(path);
+    const platform::Kind kind = platform::stampOf(entry).kind;
+    if (kind != platform::Kind::folder && kind != platform::Kind::unknown) return false;
+    if (keyOf(side, path, true).empty() || handler_->ignore(entry) || platform::hasOtherName(entry)) {
+      PAIR_DEBUG("[subset scan] Ignored: (%d) %s", 1, utf8(path).c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderList) {
   PAIR_DEBUG("folderList size = %d", static_cast<int>(folderList.size()));
   ScanResult result;
@@ -35,6 +51,7 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
       continue;
     }
     requireIntactRoot(scanned);
+    if (!isScanned(scanned, start)) continue;
     Walk walk{scanned, kCheckInterval, kLabel, {}};
     std::deque<std::wstring> queue{start};
     while (!queue.empty()) {

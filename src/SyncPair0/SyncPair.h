@@ -189,6 +189,7 @@ private:
   void settleDest();
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
+  bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
   void noteBusy(Walk& walk, const std::wstring& path, bool changed);
   bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
