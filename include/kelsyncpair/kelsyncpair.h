@@ -41,8 +41,8 @@
  * Threads. The host serialises the calls on one handle. Different handles may
  * be used by different threads at the same time. The only function that may be
  * called while another call on the same handle is running is
- * kelsync_interrupt(); the folder watcher's have a rule of their own. Callbacks run on the thread that called the command and
- * must not call commands of the same handle.
+ * kelsync_interrupt(); the folder watcher's have a rule of their own. Callbacks run on the thread that called the
+ * command and must not call commands of the same handle.
  */
 #ifndef KELSYNCPAIR_KELSYNCPAIR_H
 #define KELSYNCPAIR_KELSYNCPAIR_H
