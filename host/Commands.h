@@ -17,6 +17,7 @@ Exit syncCommand(const Arguments& arguments);
 Exit watchCommand(const Arguments& arguments);
 Exit statusCommand(const Arguments& arguments);
 Exit quarantineCommand(const Arguments& arguments);
+Exit keyCommand(const Arguments& arguments);
 Exit packCommand(const Arguments& arguments);
 Exit unpackCommand(const Arguments& arguments);
 Exit metaCommand(const Arguments& arguments);

@@ -79,17 +79,29 @@ void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
+void Engine::loadState() {
+  const Stop::Command command(handle_);
+  kelsync_init_state(handle_);
+}
+
 void Engine::initState() {
-  {
-    const Stop::Command command(handle_);
-    kelsync_init_state(handle_);
-  }
+  loadState();
   clearOldRecords();
 }
 
 bool Engine::keyFits(const std::wstring& assetId) {
   const Stop::Command command(handle_);
   return kelsync_verify_assetkey(handle_, assetId.c_str()) != 0;
+}
+
+bool Engine::changeKey(const std::wstring& assetId, const wchar_t* newKey) {
+  const Stop::Command command(handle_);
+  return !stopAsked() && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
+}
+
+bool Engine::verifyArchives() {
+  const Stop::Command command(handle_);
+  return !stopAsked() && kelsync_verify_archives(handle_) != 0;
 }
 
 void Engine::clearOldRecords() {

@@ -64,8 +64,14 @@ public:
   /// Reads the state. Quarantine records of paths are cleared: the scan of this run makes those that still hold.
   /// Those of missing keys stay while their archive does.
   void initState();
+  /// Reads the state alone.
+  void loadState();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
+  /// Brings every archive of the asset under the new key. False when some are left.
+  bool changeKey(const std::wstring& assetId, const wchar_t* newKey);
+  /// Tries every archive. False when some do not open.
+  bool verifyArchives();
   /// Runs one cycle.
   void cycle();
   /// The same in steps: both scans, then what they found is carried over, or forgotten.

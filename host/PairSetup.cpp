@@ -1,31 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PairSetup.h"
 
-#include <algorithm>
-
 #include "Failure.h"
+#include "PairKey.h"
 #include "Terminal.h"
 
 namespace Kelta {
 namespace host {
 namespace {
 
-const wchar_t* const kDefaultAsset = L"main";
-constexpr std::size_t kLongestAssetId = 255;
-
-/// The asset under which files are encrypted. Throws Failure (usage) when the engine would not take it.
-std::wstring assetOf(const Options& options) {
+std::wstring checkedAsset(const Options& options) {
   options.refuseOperands();
   if (options.has(L"--names")) throw Failure{Exit::usage, L"encrypted names are not available in this version"};
-  if (!options.has(L"--asset")) return kDefaultAsset;
-  const std::wstring id = options.value(L"--asset");
-  const bool usable = std::all_of(id.begin(), id.end(), [](wchar_t character) {
-    return character != L'"' && character != L'\\' && character >= 0x20 && character != 0x7F;
-  });
-  if (!usable || id.size() > kLongestAssetId) {
-    throw Failure{Exit::usage, L"--asset takes 1 to 255 characters without quotes, backslashes and controls"};
-  }
-  return id;
+  return assetOf(options);
 }
 
 PairFolders foldersOf(const Options& options) {
@@ -41,26 +28,18 @@ std::vector<OptionRule> pairRules() {
 }
 
 PairSetup::PairSetup(const Options& options)
-    : asset_(assetOf(options)),
+    : options_(options),
+      asset_(checkedAsset(options)),
       folders_(foldersOf(options)),
       work_(options.value(L"--work"), folders_),
-      keyFile_(options.value(L"--key-file")),
-      makeKey_(options.has(L"--make-key")),
       compress_(options.has(L"--compress")) {
   folders_.requirePresent();
   work_.open();
 }
 
 void PairSetup::prepare() {
-  KeyWishes wishes;
-  wishes.keyFile = keyFile_;
-  wishes.ownFile = work_.keyFile();
-  wishes.outside = folders_.outside;
-  wishes.make = makeKey_;
-  wishes.archivesExist = folders_.outsideHoldsArchives();
-  key_ = findKey(wishes);
-  const std::wstring doubt = doubtAbout(key_.text.text());
-  if (!doubt.empty()) complain(doubt);
+  work_.requireNoKeyChange();
+  key_ = pairKey(options_, work_, folders_, options_.has(L"--make-key"));
   work_.claim();
   work_.prepareLog();
 }

@@ -35,11 +35,10 @@ public:
 private:
   [[noreturn]] void refuseKey() const;
 
+  Options options_;
   std::wstring asset_;
   PairFolders folders_;
   WorkFolder work_;
-  std::wstring keyFile_;
-  bool makeKey_;
   bool compress_;
   FoundKey key_;
 };

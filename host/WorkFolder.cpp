@@ -114,6 +114,13 @@ void WorkFolder::open() {
   }
 }
 
+bool WorkFolder::keyChangePending() const { return platform::stampOf(newKeyFile()).kind != platform::Kind::missing; }
+
+void WorkFolder::requireNoKeyChange() const {
+  if (!keyChangePending()) return;
+  throw Failure{Exit::failed, L"the pair's key was not changed to the end; run \"kelsync key rotate\" again first"};
+}
+
 bool WorkFolder::hasRecords() const {
   return platform::stampOf(root_ / "state" / "quar").kind == platform::Kind::folder;
 }

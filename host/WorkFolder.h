@@ -15,6 +15,8 @@ namespace host {
 ///     temp/   intermediate files
 ///     log/    log.properties, syncpair.log
 ///     key     the key, when it was made here
+///     key.new the key that is about to replace it, while a change of keys is not finished
+///     key.old the one before
 ///     notifications  what the engine told in the last run, as JSON
 ///     pair    the two folders it belongs to, one on each line
 ///     lock    the number of the process that works with the folder
@@ -51,6 +53,11 @@ public:
   std::wstring temp() const { return genericOf(root_ / "temp"); }
   std::wstring log() const { return genericOf(root_ / "log"); }
   boost::filesystem::path keyFile() const { return root_ / "key"; }
+  boost::filesystem::path newKeyFile() const { return root_ / "key.new"; }
+  boost::filesystem::path oldKeyFile() const { return root_ / "key.old"; }
+  bool keyChangePending() const;
+  /// Throws Failure (failed) while a change of keys is not finished: some archives are under either key.
+  void requireNoKeyChange() const;
 
 private:
   boost::filesystem::path pairFile() const { return root_ / "pair"; }

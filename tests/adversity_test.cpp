@@ -142,13 +142,11 @@ TEST_F(GivenUp, IsQuietUntilTheKeyComes) {
   EXPECT_EQ(b.tree(), "x=0@1");
   b.start();
   b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
-  b.pair().keyArrived();
   for (int i = 0; i < 3; ++i) b.cycle();
   EXPECT_EQ(b.tree(), "x=a's precious work@20");
 }
 TEST_F(GivenUp, ComesWithTheKeyWithoutARestart) {
   b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
-  b.pair().keyArrived();
   for (int i = 0; i < 3; ++i) b.cycle();
   EXPECT_EQ(b.tree(), "x=a's precious work@20");
 }
@@ -161,7 +159,6 @@ TEST_F(Adversity, ANewFileComesWithTheKeyWithoutARestart) {
   b.clock().advance(91000);
   b.cycle();
   b.handler().setAssetKey(L"other", std::wstring(64, L'3'));
-  b.pair().keyArrived();
   for (int i = 0; i < 3; ++i) b.cycle();
   EXPECT_EQ(b.tree(), "x=new@20");
 }

@@ -269,12 +269,12 @@ TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {
   EXPECT_TRUE(fs::exists(out("x.kelta")));
   // A file of that name must not replace the archive that nobody here could read.
   put(in(b, "x"), "unaware", 20);
-  b.handler().setAssetKey(L"main", testKey());
   b.cycle();
   a.cycle();
   EXPECT_EQ(a.tree(), "x=1@10");
-  b.start();
+  b.handler().setAssetKey(L"main", testKey());
   converge();
+  EXPECT_TRUE(b.bin().holds("1"));
   EXPECT_EQ(a.tree(), "x=unaware@20");
 }
 

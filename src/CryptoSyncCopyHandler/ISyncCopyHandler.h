@@ -52,6 +52,10 @@ public:
   /// counterpart goes only when nothing but our own marker is left in it. Returns whether the Inside
   /// entry, and whether the Outside entry, is gone.
   virtual std::pair<bool, bool> doDelete(std::wstring path) = 0;
+
+  /// A scan, a resolution or another operation begins: whatever is remembered about folders and about keys that were
+  /// asked for is looked at anew from here on.
+  virtual void beginOperation() {}
 };
 
 }  // namespace Kelta

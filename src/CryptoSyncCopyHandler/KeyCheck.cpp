@@ -6,6 +6,9 @@
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/Folders.h"
 
@@ -49,6 +52,42 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
   }
   if (tried > 0) HANDLER_ERROR("the key of asset %s opens none of %d archives", id.c_str(), tried);
   return tried == 0;
+}
+
+// "verify" when an installed key opens the archive, "no-key" when none does, "damaged" for anything else.
+std::wstring CryptoSyncCopyHandler::verifyArchive(const fs::path& archive) {
+  try {
+    boost::property_tree::ptree meta;
+    if (!getZipMetaJSON(archive, meta) || wrappedPasswords(meta).empty()) return L"damaged";
+    Secrets passwords;
+    passwords.reset(getPasswordFromMeta(meta));
+    if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
+    if (passwords.texts.empty()) return L"no-key";
+    for (const std::string& password : passwords.texts) {
+      if (archive::opensContent(archive, password)) return L"verify";
+    }
+  } catch (const zip::ArchiveError& error) {
+    HANDLER_ERROR("%s: %s", utf8(archive).c_str(), error.what());
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+  }
+  return L"damaged";
+}
+
+bool CryptoSyncCopyHandler::verifyArchives(const ArchiveProgress& progress) {
+  beginOperation();
+  std::vector<fs::path> archives;
+  bool right = listArchives(archives);
+  std::uint64_t done = 0;
+  for (const fs::path& archive : archives) {
+    interruption().check();
+    ++done;
+    if (!hasExtension(archive)) continue;
+    const std::wstring outcome = verifyArchive(archive);
+    right = right && outcome == L"verify";
+    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), done, archives.size());
+  }
+  return right;
 }
 
 }  // namespace Kelta

@@ -24,6 +24,7 @@ kelsync_pair** kelsync_init(kelsync_pair** out) {
     services.notify = [queue](const std::wstring& type, const std::wstring& message, const std::wstring& more) {
       queue->notify(type, message, more);
     };
+    services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
     pair->setSyncCopyHandler(new CryptoSyncCopyHandler(std::move(services)));
     *out = reinterpret_cast<kelsync_pair*>(pair.release());
     return out;
