@@ -14,6 +14,7 @@ using Arguments = std::vector<std::wstring>;
 
 /// The commands. Each may throw Failure.
 Exit syncCommand(const Arguments& arguments);
+Exit watchCommand(const Arguments& arguments);
 Exit statusCommand(const Arguments& arguments);
 Exit quarantineCommand(const Arguments& arguments);
 Exit namesCommand(const Arguments& arguments);

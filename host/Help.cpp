@@ -10,6 +10,7 @@ namespace {
 const char* const kGeneral = R"(kelsync keeps a plain folder (the Inside) and an encrypted one (the Outside) in step.
 
   kelsync sync --inside DIR --outside DIR    synchronise a pair of folders, once
+  kelsync watch --inside DIR --outside DIR   the same, going on until it is stopped
   kelsync check --inside DIR --outside DIR   show files that would get too long a path on the Outside
   kelsync names on|off --inside DIR --outside DIR
                                              encrypt file names on the Outside, or no more
@@ -106,6 +107,22 @@ and encrypts nothing.
   --work DIR     the work folder of the pair, when it is not the default one
 
 Exit codes: 0 all fit; 1 some do not, or another run uses the work folder; 2 usage; 3 a folder of the pair is missing.
+)";
+
+const char* const kWatch = R"(kelsync watch --inside DIR --outside DIR [options]
+kelsync watch --pairs FILE [-q]
+
+Keeps the folders in step until it is stopped (Ctrl-C, SIGTERM): watches both, and carries a change over a moment after
+it was made. On a terminal it shows what it is doing, elsewhere a line for each entry.
+
+  --pairs FILE     keep several pairs in step: FILE has one a line, each with these options, but for --pairs and
+                   --quiet; double quotes hold together what has spaces in it, and # begins a comment
+  -q, --quiet      show only what cannot be synchronised
+
+The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync".
+
+Exit codes: 0 stopped; 1 something failed or another run uses the work folder; 2 usage; 3 a folder of a pair is missing
+at the start; 4 no key or a wrong one.
 )";
 
 const char* const kStatus = R"(kelsync status --inside DIR --outside DIR [--work DIR] [--json]
@@ -207,10 +224,9 @@ std::string generalHelp() { return kGeneral; }
 
 std::string helpOf(const std::wstring& command) {
   static const std::map<std::wstring, const char*> texts = {
-      {L"sync", kSync},   {L"status", kStatus},   {L"quarantine", kQuarantine},
-      {L"names", kNames}, {L"ls", kLs},           {L"check", kCheck},
-      {L"key", kKey},     {L"pack", kPack},       {L"unpack", kUnpack},
-      {L"meta", kMeta},   {L"set-meta", kSetMeta}};
+      {L"sync", kSync},   {L"watch", kWatch},   {L"status", kStatus}, {L"quarantine", kQuarantine},
+      {L"names", kNames}, {L"ls", kLs},         {L"check", kCheck},   {L"key", kKey},
+      {L"pack", kPack},   {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta}};
   const auto found = texts.find(command);
   return found == texts.end() ? std::string() : found->second;
 }

@@ -44,16 +44,8 @@ void Report::beginCycle() {
   failed_.clear();
 }
 
-// An archive is shown under its plain name.
-std::wstring Report::nameOf(const std::wstring& path, bool isFolder) const {
-  const bool archive = !isFolder && plainName_ && isWithin(path, pair_.outside);
-  const std::wstring plain = archive ? plainName_(path) : std::wstring();
-  const std::wstring folder = path.substr(0, path.rfind(L'/') + 1);
-  return plain.empty() ? pair_.shown(path, isFolder) : pair_.shown(folder + plain, true);
-}
-
 void Report::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
-  const std::wstring name = nameOf(path, operation == L"folder");
+  const std::wstring name = operation == L"folder" ? pair_.shown(path, true) : pair_.shown(path, plainName_);
   ++dealtWith_;
   if (operation == L"failed") {
     failed_.push_back({name, std::wstring(), false});

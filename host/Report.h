@@ -45,7 +45,6 @@ private:
     bool explained = false;
   };
 
-  std::wstring nameOf(const std::wstring& path, bool isFolder) const;
   void showEntry(const std::wstring& operation, const std::wstring& name, std::uint64_t done, std::uint64_t total);
   void listFailures() const;
 

@@ -41,8 +41,8 @@
  * Threads. The host serialises the calls on one handle. Different handles may
  * be used by different threads at the same time. The only functions that may be
  * called while another call on the same handle is running are
- * kelsync_interrupt() and kelsync_set_FNE(). Callbacks run on the thread that called the command and
- * must not call commands of the same handle.
+ * kelsync_interrupt() and kelsync_set_FNE(); the folder watcher's have a rule of their own. Callbacks run on the
+ * thread that called the command and must not call commands of the same handle.
  */
 #ifndef KELSYNCPAIR_KELSYNCPAIR_H
 #define KELSYNCPAIR_KELSYNCPAIR_H
@@ -69,7 +69,7 @@ extern "C" {
 /** One engine: a pair of folders, its state and its keys. */
 typedef struct kelsync_pair kelsync_pair;
 
-/** A list of folders for the sub-scan commands. */
+/** A list of paths: folders for the sub-scan commands, changes that a watcher saw. */
 typedef struct kelsync_folder_list kelsync_folder_list;
 
 /* ------------------------------------------------------------------ */
@@ -302,6 +302,12 @@ KELSYNC_API void KELSYNC_CALL kelsync_vw_new(kelsync_folder_list** out);
 /** Appends a copy of `path`, a folder of either side. */
 KELSYNC_API void KELSYNC_CALL kelsync_vw_add(kelsync_folder_list* list, const wchar_t* path);
 
+/** @return how many paths the list holds; 0 for NULL. */
+KELSYNC_API uint32_t KELSYNC_CALL kelsync_vw_count(kelsync_folder_list* list);
+
+/** @return a path of the list, valid until the list is changed or freed; NULL when there is none of that index. */
+KELSYNC_API const wchar_t* KELSYNC_CALL kelsync_vw_get(kelsync_folder_list* list, uint32_t index);
+
 /** Frees a list that no command consumed. NULL is ignored. */
 KELSYNC_API void KELSYNC_CALL kelsync_vw_delete(kelsync_folder_list* list);
 
@@ -386,6 +392,77 @@ KELSYNC_API int KELSYNC_CALL kelsync_quarantine_get_last_update(kelsync_pair* h)
 
 /** Removes one record; `record` is a record_file of the list. */
 KELSYNC_API void KELSYNC_CALL kelsync_quarantine_clear_rec(kelsync_pair* h, const wchar_t* record);
+
+/* ------------------------------------------------------------------ */
+/* Folder watcher                                                     */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Tells a host that something changed below some folders, without scanning. It knows nothing of an engine. One thread
+ * watches each folder with everything below it.
+ *
+ * Its functions may be called from any thread at any time, kelsync_fw_delete() as the last one, but not from within
+ * the callback. A null handle is ignored with a line in the log; queries then give 0 or NULL.
+ */
+typedef struct kelsync_watcher kelsync_watcher;
+
+/** Stores a new watcher in `*out` (NULL when memory ran out). Release it with kelsync_fw_delete(). */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_init(kelsync_watcher** out);
+
+/**
+ * Adds a folder to watch from the next kelsync_fw_startwatch() on. When none is added, those filters that name
+ * existing folders are watched. Changes are told with this text in front.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_add_folder(kelsync_watcher* handle, const wchar_t* path);
+
+/**
+ * Adds a filter: a change is told when a filter matches its path. A filter names an entry, and matches it and all below
+ * it; one with "*" (any characters, separators too) or "?" (any one) is a pattern over the whole path. Case counts as
+ * it does for files on the system. An empty filter matches nothing, and without filters nothing is told. Paths that end
+ * in ".rid" never are.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_add_filter(kelsync_watcher* handle, const wchar_t* filter);
+
+/** Whether kelsync_fw_get_changes() gives the folders that hold the changes (non-zero) or the changed paths (0). */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_folders_only(kelsync_watcher* handle, int flag);
+
+/**
+ * Receives a changed path, valid during the call, once for each filter that matches. It runs on the thread that saw
+ * the change, with the watcher locked: it must be short and must not call the watcher.
+ */
+typedef void(KELSYNC_CALL* kelsync_fw_cb)(const wchar_t* path);
+
+/** Registers the callback above: changes go to it and are no longer gathered. NULL takes it back. */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_register_cb(kelsync_watcher* handle, kelsync_fw_cb cb);
+
+/**
+ * Starts watching; when it returns, changes are noticed. A folder that cannot be watched is left out without an error.
+ * Folders that are watched already stay so; one that was gone and is back is watched again.
+ *
+ * When more happens at once than the system keeps, and when a watched folder is deleted, moved away or unmounted, the
+ * watched folder itself is told as changed, whatever the filters say: anything below it may have changed. In the
+ * latter case its watch ends.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_startwatch(kelsync_watcher* handle);
+
+/** @return 1 when changes were gathered that kelsync_fw_get_changes() has not handed out yet, otherwise 0. */
+KELSYNC_API int KELSYNC_CALL kelsync_fw_change_occurred(kelsync_watcher* handle);
+
+/**
+ * Hands out what was gathered, sorted and each path once, and forgets it. With kelsync_fw_folders_only(), a watched
+ * folder that is told as changed comes with every folder below it, so that the list is ready for the sub-scan commands.
+ * @param out receives a list, perhaps empty, for a sub-scan command or kelsync_vw_delete(); NULL when memory ran out.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_get_changes(kelsync_watcher* handle, kelsync_folder_list** out);
+
+/**
+ * Ends all watches. With `wait` non-zero it returns when their threads have ended, and no callback runs any more: do
+ * not hold what the callback waits for. Otherwise it returns at once; a callback that is running goes on.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_endwatch(kelsync_watcher* handle, int wait);
+
+/** Ends all watches, waiting for them, and destroys the watcher. NULL is ignored. */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_delete(kelsync_watcher* handle);
 
 /* ------------------------------------------------------------------ */
 /* Single archives, without an engine                                 */

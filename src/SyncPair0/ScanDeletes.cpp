@@ -93,7 +93,7 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("%s", utf8(syncFolder).c_str());
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
   checkRecordsBelow(walk, folderForm(std::move(syncFolder)));
   // A volume that went away during the walk looks like a mass deletion.
   if (walk.result.total() > 0) requireIntactRoot(scanned);

@@ -27,6 +27,7 @@ bool SyncPair::listFolder(const std::wstring& folder, std::vector<boost::filesys
 }
 
 void SyncPair::pauseWithin(Walk& walk) {
+  interruption_->check();
   ++walk.counter;
   if (walk.checkInterval <= 0) return;
   if (walk.counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) sleepWithCheck(1, 1000);
@@ -88,7 +89,6 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
             utf8(hash).c_str());
   stateChanged_ = true;
   walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder};
-  if (isFolder) walk.newFolders.push_back(path);
 }
 
 // A file that another program holds is left for a later cycle; the host hears of it when it has changed.
@@ -152,7 +152,7 @@ SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, St
   PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
   handler_->beginOperation();
   const Side scanned = sideOf(syncFolder);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
   requireIntactRoot(scanned);
   std::deque<std::wstring> queue{folderForm(std::move(syncFolder))};
   std::set<std::wstring> seen(queue.begin(), queue.end());

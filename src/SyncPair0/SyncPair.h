@@ -219,7 +219,6 @@ private:
     int checkInterval;
     const char* label;  ///< prefix of the log lines
     ScanResult result;
-    std::vector<std::wstring> newFolders;
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
@@ -227,6 +226,7 @@ private:
   void settleDest();
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
+  bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
   void noteUnread(const Side& side, const boost::filesystem::path& entry);
   bool mayHaveUnreadName(const StateRecord& record) const;
