@@ -14,8 +14,12 @@ using Arguments = std::vector<std::wstring>;
 
 /// The commands. Each may throw Failure.
 Exit syncCommand(const Arguments& arguments);
+Exit watchCommand(const Arguments& arguments);
 Exit statusCommand(const Arguments& arguments);
 Exit quarantineCommand(const Arguments& arguments);
+Exit namesCommand(const Arguments& arguments);
+Exit lsCommand(const Arguments& arguments);
+Exit checkCommand(const Arguments& arguments);
 Exit keyCommand(const Arguments& arguments);
 Exit packCommand(const Arguments& arguments);
 Exit unpackCommand(const Arguments& arguments);

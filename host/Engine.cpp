@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Engine.h"
 
-#include <atomic>
 #include <boost/property_tree/json_parser.hpp>
-#include <chrono>
 #include <mutex>
 #include <sstream>
-#include <thread>
 
 #include "Failure.h"
-#include "platform/Console.h"
+#include "Stop.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
 
@@ -19,28 +16,7 @@ namespace {
 
 using Tree = boost::property_tree::wptree;
 
-// The request to stop. The running handle is guarded so that it is never interrupted once it is being deleted.
-std::mutex runningMutex;
-kelsync_pair* running = nullptr;
-std::atomic<bool> stopRequested{false};
-
-/// Interrupts the running engine until it has stopped: a request that falls between two commands has no effect.
-void requestStop() {
-  stopRequested = true;
-  for (;;) {
-    {
-      const std::lock_guard<std::mutex> lock(runningMutex);
-      if (running == nullptr) return;
-      kelsync_interrupt(running);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-}
-
-void setRunning(kelsync_pair* handle) {
-  const std::lock_guard<std::mutex> lock(runningMutex);
-  running = handle;
-}
+std::mutex logMutex;  // the log is the process's
 
 void KELSYNC_CALL forwardEntry(void* context, const wchar_t* operation, const wchar_t* path, uint64_t done,
                                uint64_t total) {
@@ -52,6 +28,16 @@ using ReadText = uint32_t(KELSYNC_CALL*)(kelsync_pair*, wchar_t**);
 std::wstring textOf(kelsync_pair* handle, ReadText read) {
   wchar_t* block = nullptr;
   read(handle, &block);
+  const std::wstring text = block == nullptr ? std::wstring() : block;
+  freeme(block);
+  return text;
+}
+
+using MapName = uint32_t(KELSYNC_CALL*)(kelsync_pair*, const wchar_t*, wchar_t**);
+
+std::wstring mappedName(kelsync_pair* handle, MapName map, const std::wstring& name) {
+  wchar_t* block = nullptr;
+  map(handle, name.c_str(), &block);
   const std::wstring text = block == nullptr ? std::wstring() : block;
   freeme(block);
   return text;
@@ -77,14 +63,17 @@ std::wstring member(const Tree& tree, const wchar_t* name) { return tree.get<std
 void Engine::start(const std::wstring& state, const std::wstring& log) {
   kelsync_init(&handle_);
   if (handle_ == nullptr) throw Failure{Exit::failed, L"not enough memory"};
-  kelsync_set_log_folder(handle_, log.c_str());
+  {
+    const std::lock_guard<std::mutex> lock(logMutex);
+    kelsync_set_log_folder(handle_, log.c_str());
+  }
   kelsync_set_state_path(handle_, state.c_str());
 }
 
 Engine::Engine(const std::wstring& state, const std::wstring& log) { start(state, log); }
 
 Engine::Engine(const EngineSettings& settings) {
-  platform::onTerminate(requestStop);
+  Stop::listen();
   start(settings.state, settings.log);
   kelsync_set_source_folder(handle_, settings.inside.c_str());
   kelsync_set_dest_folder(handle_, settings.outside.c_str());
@@ -92,21 +81,28 @@ Engine::Engine(const EngineSettings& settings) {
   kelsync_set_compression_flag(handle_, settings.compress ? 1 : 0);
 }
 
-Engine::~Engine() {
-  setRunning(nullptr);
-  kelsync_delete(handle_);
-}
+Engine::~Engine() { kelsync_delete(handle_); }
 
 void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
   kelsync_set_assetkey(handle_, assetId.c_str(), key);
 }
 
+void Engine::setNames(bool encrypted) { kelsync_set_FNE(handle_, encrypted ? 1 : 0); }
+
+bool Engine::resetNames() {
+  const Stop::Command command(handle_);
+  return !stopAsked() && kelsync_FNE_reset(handle_) != 0;
+}
+
+std::wstring Engine::encryptedName(const std::wstring& plain) { return mappedName(handle_, fn_encrypt, plain); }
+
+std::wstring Engine::plainName(const std::wstring& archive) { return mappedName(handle_, fn_decrypt, archive); }
+
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
 void Engine::loadState() {
-  setRunning(handle_);
+  const Stop::Command command(handle_);
   kelsync_init_state(handle_);
-  setRunning(nullptr);
 }
 
 void Engine::initState() {
@@ -115,24 +111,18 @@ void Engine::initState() {
 }
 
 bool Engine::keyFits(const std::wstring& assetId) {
-  setRunning(handle_);
-  const bool fits = kelsync_verify_assetkey(handle_, assetId.c_str()) != 0;
-  setRunning(nullptr);
-  return fits;
+  const Stop::Command command(handle_);
+  return kelsync_verify_assetkey(handle_, assetId.c_str()) != 0;
 }
 
 bool Engine::changeKey(const std::wstring& assetId, const wchar_t* newKey) {
-  setRunning(handle_);
-  const bool changed = !stopRequested && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
-  setRunning(nullptr);
-  return changed;
+  const Stop::Command command(handle_);
+  return !stopAsked() && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
 }
 
 bool Engine::verifyArchives() {
-  setRunning(handle_);
-  const bool right = !stopRequested && kelsync_verify_archives(handle_) != 0;
-  setRunning(nullptr);
-  return right;
+  const Stop::Command command(handle_);
+  return !stopAsked() && kelsync_verify_archives(handle_) != 0;
 }
 
 void Engine::clearOldRecords() {
@@ -143,14 +133,45 @@ void Engine::clearOldRecords() {
 }
 
 void Engine::cycle() {
-  setRunning(handle_);
-  if (!stopRequested) kelsync_sync_cycle(handle_);
-  setRunning(nullptr);
+  const Stop::Command command(handle_);
+  if (!stopAsked()) kelsync_sync_cycle(handle_);
 }
+
+void Engine::scanInside() {
+  const Stop::Command command(handle_);
+  if (!stopAsked()) kelsync_scan_src_changes(handle_);
+}
+
+void Engine::scanOutside() {
+  const Stop::Command command(handle_);
+  if (!stopAsked() && ok()) kelsync_scan_dest_changes(handle_);
+}
+
+void Engine::carryOver() {
+  const Stop::Command command(handle_);
+  if (stopAsked() || !ok()) return;
+  kelsync_sync_changes(handle_);
+  kelsync_sync_end(handle_);
+}
+
+void Engine::dropScans() { kelsync_sync_end(handle_); }
+
+void Engine::subCycle(const std::set<std::wstring>& folders) {
+  kelsync_folder_list* list = nullptr;
+  kelsync_vw_new(&list);
+  if (list == nullptr) throw Failure{Exit::failed, L"not enough memory"};
+  for (const std::wstring& folder : folders) kelsync_vw_add(list, folder.c_str());
+  const Stop::Command command(handle_);
+  kelsync_sub_scan_resolve(handle_, list);
+}
+
+void Engine::interrupt() { kelsync_interrupt(handle_); }
+
+std::chrono::seconds Engine::pauseBetweenCycles() { return std::chrono::seconds(kelsync_default_sleep_tell(handle_)); }
 
 bool Engine::ok() const { return kelsync_ok(handle_) != 0; }
 
-bool Engine::stopAsked() const { return stopRequested; }
+bool Engine::stopAsked() const { return Stop::asked(); }
 
 std::vector<Notification> notificationsOf(const std::wstring& text) {
   std::vector<Notification> list;

@@ -3,7 +3,9 @@
 
 #include <kelsyncpair/kelsyncpair.h>
 
+#include <chrono>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,7 +47,7 @@ public:
                      std::uint64_t total) = 0;
 };
 
-/// One engine of the library, with a request of the user to stop (Ctrl-C) bound to it. One at a time.
+/// One engine of the library. A request of the user to stop (Ctrl-C) ends its commands early.
 class Engine {
 public:
   /// Throws Failure when memory ran out.
@@ -70,8 +72,25 @@ public:
   bool changeKey(const std::wstring& assetId, const wchar_t* newKey);
   /// Tries every archive. False when some do not open.
   bool verifyArchives();
-  /// Runs one cycle, which a request to stop ends early.
+  void setNames(bool encrypted);
+  /// Brings the names of all archives in line; false when some keep theirs.
+  bool resetNames();
+  /// Between the sides, a full path or a last component; empty when it cannot be told.
+  std::wstring encryptedName(const std::wstring& plain);
+  std::wstring plainName(const std::wstring& archive);
+  /// Runs one cycle.
   void cycle();
+  /// The same in steps: both scans, then what they found is carried over, or forgotten.
+  void scanInside();
+  void scanOutside();
+  void carryOver();
+  void dropScans();
+  /// Runs one cycle for some folders of either side. Throws Failure when memory ran out.
+  void subCycle(const std::set<std::wstring>& folders);
+  /// Makes a running command return early. Any thread.
+  void interrupt();
+  /// How long to wait between two cycles.
+  std::chrono::seconds pauseBetweenCycles();
   bool ok() const;
   bool stopAsked() const;
 
@@ -79,6 +98,9 @@ public:
   std::vector<Notification> takeNotifications();
   /// All notifications taken so far, as a JSON text of the library's form.
   std::wstring notificationsText() const { return L"{\"notifications\":[" + taken_ + L"]}"; }
+  bool toldAnything() const { return !taken_.empty(); }
+  /// Leaves those taken so far out of notificationsText().
+  void forgetTaken() { taken_.clear(); }
   /// What is not synchronised.
   std::vector<Quarantined> quarantined();
   /// The same as the library hands it out.

@@ -10,6 +10,11 @@ namespace {
 const char* const kGeneral = R"(kelsync keeps a plain folder (the Inside) and an encrypted one (the Outside) in step.
 
   kelsync sync --inside DIR --outside DIR    synchronise a pair of folders, once
+  kelsync watch --inside DIR --outside DIR   the same, going on until it is stopped
+  kelsync check --inside DIR --outside DIR   show files that would get too long a path on the Outside
+  kelsync names on|off --inside DIR --outside DIR
+                                             encrypt file names on the Outside, or no more
+  kelsync ls --inside DIR --outside DIR      list the Outside with its plain names
   kelsync status --inside DIR --outside DIR  show what is not synchronised, and what the last run told
   kelsync quarantine clear --inside DIR --outside DIR [PATH...]
                                              clear records of what is not synchronised
@@ -48,7 +53,7 @@ Both folders must exist. The newer version of a file wins, by its last-write tim
   --make-key       make a random key, if there is none yet, in the work folder (or in FILE)
   --asset ID       the id that new archives name as their key's (default: main)
   --compress       compress new archives
-  --names          encrypt file names: not available in this version
+  --names          encrypt file names on the Outside, from now on; see kelsync help names
   -q, --quiet      show only failures and the summary
 
 The key is looked for in --key-file, in the environment variable KELSYNC_KEY, in the file "key" of the
@@ -59,6 +64,65 @@ Keep a copy of the key elsewhere: without it nothing on the Outside can be opene
 Exit codes: 0 done, 1 something could not be synchronised or another run uses the work folder, 2 usage,
 3 a folder of the pair is missing, 4 no key or a wrong one, 130 interrupted (what was finished stays;
 the next run does the rest).
+)";
+
+const char* const kNames = R"(kelsync names on|off --inside DIR --outside DIR [options]
+
+Turns encrypted file names on the Outside on or off, and remembers it for the later runs of this pair on this machine.
+The archives are renamed, not written again. Folder names are never encrypted. Other devices read both kinds of names,
+but write the one that they are set to.
+
+  --inside DIR     the plain files
+  --outside DIR    the encrypted archives
+  --work DIR       the work folder of the pair, when it is not the default one
+  --key-file FILE  a text file that holds the key
+  --asset ID       the id of the key (default: main)
+
+Exit codes: 0 all are in line; 1 some archives keep their names, or another run uses the work folder; 2 usage; 3 a
+folder of the pair is missing; 4 no key or a wrong one; 130 interrupted (run it again).
+)";
+
+const char* const kLs = R"(kelsync ls --inside DIR --outside DIR [options]
+
+Lists the archives of the Outside: whether the name is plain, encrypted or unreadable, the bytes, and the plain name.
+
+  --inside DIR     the plain files
+  --outside DIR    the encrypted archives
+  --work DIR       the work folder of the pair, when it is not the default one
+  --key-file FILE  a text file that holds the key
+  --asset ID       the id of the key (default: main)
+
+Exit codes: 0 listed; 1 a name is unreadable, or another run uses the work folder; 2 usage; 3 a folder of the pair is
+missing; 4 no key.
+)";
+
+const char* const kCheck = R"(kelsync check --inside DIR --outside DIR [--work DIR]
+
+Shows the files of the Inside that could not be encrypted, since the path on the Outside would be longer than 260
+characters or the name longer than 255 bytes: "!" behind the numbers for plain and for encrypted names. Needs no key,
+and encrypts nothing.
+
+  --inside DIR   the plain files
+  --outside DIR  the encrypted archives
+  --work DIR     the work folder of the pair, when it is not the default one
+
+Exit codes: 0 all fit; 1 some do not, or another run uses the work folder; 2 usage; 3 a folder of the pair is missing.
+)";
+
+const char* const kWatch = R"(kelsync watch --inside DIR --outside DIR [options]
+kelsync watch --pairs FILE [-q]
+
+Keeps the folders in step until it is stopped (Ctrl-C, SIGTERM): watches both, and carries a change over a moment after
+it was made. On a terminal it shows what it is doing, elsewhere a line for each entry.
+
+  --pairs FILE     keep several pairs in step: FILE has one a line, each with these options, but for --pairs and
+                   --quiet; double quotes hold together what has spaces in it, and # begins a comment
+  -q, --quiet      show only what cannot be synchronised
+
+The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync".
+
+Exit codes: 0 stopped; 1 something failed or another run uses the work folder; 2 usage; 3 a folder of a pair is missing
+at the start; 4 no key or a wrong one.
 )";
 
 const char* const kStatus = R"(kelsync status --inside DIR --outside DIR [--work DIR] [--json]
@@ -160,8 +224,9 @@ std::string generalHelp() { return kGeneral; }
 
 std::string helpOf(const std::wstring& command) {
   static const std::map<std::wstring, const char*> texts = {
-      {L"sync", kSync},     {L"status", kStatus}, {L"quarantine", kQuarantine}, {L"pack", kPack},
-      {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta},      {L"key", kKey}};
+      {L"sync", kSync},   {L"watch", kWatch},   {L"status", kStatus}, {L"quarantine", kQuarantine},
+      {L"names", kNames}, {L"ls", kLs},         {L"check", kCheck},   {L"key", kKey},
+      {L"pack", kPack},   {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta}};
   const auto found = texts.find(command);
   return found == texts.end() ? std::string() : found->second;
 }

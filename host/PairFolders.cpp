@@ -120,6 +120,13 @@ std::wstring PairFolders::shown(const std::wstring& path, bool isFolderEntry) co
   return name.substr(0, name.size() - kArchiveSuffix.size());
 }
 
+std::wstring PairFolders::shown(const std::wstring& path,
+                                const std::function<std::wstring(const std::wstring& archive)>& plainName) const {
+  const bool archive = plainName && isWithin(genericOf(platform::pathOf(path)), outside);
+  const std::wstring plain = archive ? plainName(path) : std::wstring();
+  return plain.empty() ? shown(path, false) : shown(path.substr(0, path.rfind(L'/') + 1) + plain, true);
+}
+
 bool PairFolders::outsideHoldsArchives() const {
   boost::system::error_code error;
   fs::recursive_directory_iterator entry(platform::pathOf(outside), fs::directory_options::skip_permission_denied,

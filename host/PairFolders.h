@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <string>
 
 namespace Kelta {
@@ -30,6 +31,9 @@ struct PairFolders {
   std::wstring whatIsMissing() const;
   /// `path` as it is shown to the user: relative to the folder that holds it, an archive under its plain name.
   std::wstring shown(const std::wstring& path, bool isFolder) const;
+  /// The same for a file whose archive may have an encrypted name: `plainName` tells the plain one, or empty.
+  std::wstring shown(const std::wstring& path,
+                     const std::function<std::wstring(const std::wstring& archive)>& plainName) const;
   /// Whether the Outside holds any archive; true as well when it cannot be listed to the end.
   bool outsideHoldsArchives() const;
 };

@@ -13,7 +13,18 @@ namespace {
 const wchar_t* const kDefaultAsset = L"main";
 constexpr std::size_t kLongestAssetId = 255;
 
+[[noreturn]] void refuseKey(const FoundKey& key, const WorkFolder& work) {
+  std::wstring message = L"the key opens none of the archives on the Outside; nothing was changed. It came from: ";
+  message += key.source;
+  if (key.overrides) {
+    message += L"\nThat one was used in place of the pair's own, " + printable(genericOf(work.keyFile()));
+  }
+  throw Failure{Exit::noKey, message};
+}
+
 }  // namespace
+
+const std::vector<OptionRule> kKeyRules = {{L"--key-file", L"", true}, {L"--asset", L"", true}};
 
 std::wstring assetOf(const Options& options) {
   if (!options.has(L"--asset")) return kDefaultAsset;
@@ -38,6 +49,12 @@ FoundKey pairKey(const Options& options, const WorkFolder& work, const PairFolde
   const std::wstring doubt = doubtAbout(found.text.text());
   if (!doubt.empty()) complain(doubt);
   return found;
+}
+
+void openWithKey(Engine& engine, const Options& options, const FoundKey& key, const WorkFolder& work) {
+  engine.setKey(assetOf(options), key.text.c_str());
+  engine.initState();
+  if (!engine.keyFits(assetOf(options)) && !engine.stopAsked()) refuseKey(key, work);
 }
 
 }  // namespace host

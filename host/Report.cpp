@@ -45,7 +45,7 @@ void Report::beginCycle() {
 }
 
 void Report::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
-  const std::wstring name = pair_.shown(path, operation == L"folder");
+  const std::wstring name = operation == L"folder" ? pair_.shown(path, true) : pair_.shown(path, plainName_);
   ++dealtWith_;
   if (operation == L"failed") {
     failed_.push_back({name, std::wstring(), false});

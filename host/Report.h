@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,6 +20,8 @@ public:
   /// `quiet`: only the summary is shown.
   Report(const PairFolders& pair, bool quiet) : pair_(pair), quiet_(quiet) {}
 
+  /// What gives an archive's plain name by its path.
+  void setPlainNames(std::function<std::wstring(const std::wstring&)> plainName) { plainName_ = std::move(plainName); }
   void beginCycle();
   void entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) override;
   /// Whether the last cycle carried anything over that did not come back several times already.
@@ -47,6 +50,7 @@ private:
 
   const PairFolders& pair_;
   const bool quiet_;
+  std::function<std::wstring(const std::wstring&)> plainName_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::map<std::wstring, std::uint64_t> totals_;  ///< by operation, but for "failed"
   std::map<std::wstring, int> carried_;           ///< how often each entry was carried over

@@ -125,6 +125,17 @@ bool WorkFolder::hasRecords() const {
   return platform::stampOf(root_ / "state" / "quar").kind == platform::Kind::folder;
 }
 
+bool WorkFolder::namesRemembered() const { return platform::stampOf(root_ / "names").kind == platform::Kind::file; }
+
+void WorkFolder::rememberNames(bool encrypted) const {
+  try {
+    if (encrypted) platform::writeWholeFile(root_ / "names", "encrypted\n", true);
+    if (!encrypted) fs::remove(root_ / "names");
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, L"the wish for names cannot be kept" + reasonOf(error)};
+  }
+}
+
 void WorkFolder::keepNotifications(const std::wstring& text) const {
   try {
     platform::writeWholeFile(root_ / "notifications", platform::utf8(text) + "\n", true);

@@ -18,6 +18,7 @@ namespace host {
 ///     key.new the key that is about to replace it, while a change of keys is not finished
 ///     key.old the one before
 ///     notifications  what the engine told in the last run, as JSON
+///     names   there while archives get encrypted names
 ///     pair    the two folders it belongs to, one on each line
 ///     lock    the number of the process that works with the folder
 ///
@@ -44,6 +45,9 @@ public:
   void refuseOtherPair() const;
   /// Whether quarantine records may lie here: the pair was synchronised with this folder.
   bool hasRecords() const;
+  /// Whether archives of the pair get encrypted names from here.
+  bool namesRemembered() const;
+  void rememberNames(bool encrypted) const;  ///< throws Failure (failed)
   /// Keeps what a run told the host. Throws Failure (failed).
   void keepNotifications(const std::wstring& text) const;
   /// The same of the last run; an empty list when there is none.

@@ -15,9 +15,12 @@ namespace {
 
 using Command = Exit (*)(const Arguments&);
 
-const std::map<std::wstring, Command> kCommands = {
-    {L"sync", syncCommand},     {L"status", statusCommand}, {L"quarantine", quarantineCommand}, {L"pack", packCommand},
-    {L"unpack", unpackCommand}, {L"meta", metaCommand},     {L"set-meta", setMetaCommand},      {L"key", keyCommand}};
+const std::map<std::wstring, Command> kCommands = {{L"sync", syncCommand},     {L"watch", watchCommand},
+                                                   {L"status", statusCommand}, {L"quarantine", quarantineCommand},
+                                                   {L"names", namesCommand},   {L"ls", lsCommand},
+                                                   {L"check", checkCommand},   {L"key", keyCommand},
+                                                   {L"pack", packCommand},     {L"unpack", unpackCommand},
+                                                   {L"meta", metaCommand},     {L"set-meta", setMetaCommand}};
 
 Exit print(const std::string& text) {
   std::fputs(text.c_str(), stdout);

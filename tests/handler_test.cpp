@@ -306,20 +306,4 @@ TEST_F(HandlerTest, AnInterruptionLeavesNothingHalfWritten) {
   EXPECT_FALSE(there("in/y"));
 }
 
-TEST_F(HandlerTest, NamesAreNeverLeakedWhileTheirEncryptionIsWanted) {
-  write("in/x", "text");
-  handler.setFNE(true);
-  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
-  EXPECT_EQ(copy("in/x", "out/x"), kFailed);
-  EXPECT_TRUE(isEmpty("out"));
-  ASSERT_EQ(notifications.size(), 1U);
-  EXPECT_EQ(notifications[0].find(L"ERROR: "), 0U);
-  handler.setFNE(false);
-  EXPECT_TRUE(copy("in/x", "out/x").first);
-  EXPECT_EQ(handler.handleName(L"a.b"), L"a.b.kelta");
-  EXPECT_EQ(handler.handleName(L"a.b.kelta"), L"a.b");
-  EXPECT_EQ(handler.handleName(L"a.KELTA"), L"a.KELTA.kelta");
-  EXPECT_EQ(handler.handleName(L".kelta"), L"");
-}
-
 }  // namespace

@@ -127,7 +127,7 @@ class Usage(Base):
             ((*pair, "--quiet=yes"), "--quiet takes no value"),
             ((*pair, "--inside", "in"), "--inside is given twice"),
             ((*pair, "stray"), "one argument too many: stray"),
-            ((*pair, "--names"), "encrypted names are not available in this version"),
+            (("names", "maybe", "--inside", "in", "--outside", "out"), "names takes on or off"),
             ((*pair, "--asset", 'a"b'), "--asset takes"),
             ((*pair, "--asset", "a" * 256), "--asset takes"),
             (("sync", "--inside", "in", "--outside", "in"), "are the same folder"),
@@ -369,6 +369,27 @@ class Archives(Base):
 
 
 class Sync(Base):
+    def test_encrypted_names(self):
+        (self.inside / "docs").mkdir()
+        (self.inside / "docs" / "a.txt").write_text("first")
+        pair = ("--inside", self.inside, "--outside", self.outside, "--work", self.work)
+        self.assertIn("files: 1; too long with plain names: 0, with encrypted names: 0", self.expect(DONE, "check", *pair)[0])
+        self.sync(DONE, "--make-key")
+        self.assertIn(" encrypt  docs/b.txt", self.sync_new("b.txt", "--names"))
+        self.assertIn(" encrypt  docs/c.txt", self.sync_new("c.txt"))
+        names = [archive.name for archive in self.outside.rglob("*?.kelta")]
+        self.assertFalse({"a.txt.kelta", "b.txt.kelta", "c.txt.kelta"} & set(names), "remembered, and all turned over")
+        self.assertRegex(self.expect(DONE, "ls", *pair)[0], r"(?m)^encrypted +[0-9]+  docs/a\.txt$")
+        self.assertIn("all archives have plain names now", self.expect(DONE, "names", "off", *pair)[0])
+        self.assertTrue((self.outside / "docs" / "c.txt.kelta").exists())
+        self.assertIn(NOTHING, self.sync(DONE)[0])
+        (self.inside / ("l" * 200)).write_text("")
+        self.assertRegex(self.expect(FAILED, "check", *pair)[0], r"206  [0-9 ]+!  l{200}\nfiles: 4; .* names: 0, .* names: 1")
+
+    def sync_new(self, name, *options):
+        (self.inside / "docs" / name).write_text(name)
+        return self.sync(DONE, *options)[0]
+
     def test_two_devices(self):
         (self.inside / "docs").mkdir()
         (self.inside / "docs" / "a.txt").write_text("first")
@@ -578,6 +599,86 @@ class Sync(Base):
         self.sync(DONE, KELSYNC_KEY=HEX_KEY, SYNCPAIRTRACE="")
         self.assertEqual(properties.read_text(), "log4cplus.rootLogger=ERROR\n")
         self.assertNotIn(HEX_KEY, (self.work / "log" / "syncpair.log").read_text())
+
+
+class Watch(Base):
+    """The long run. Nothing here depends on how fast it is."""
+    def watching(self, *options, **variables):
+        """A run that has done its first cycle."""
+        process = self.start("watch", *(options or ("--inside", "in", "--outside", "out", "--work", "work")),
+                             KELSYNC_KEY=HEX_KEY, **variables)
+        self.addCleanup(process.kill)
+        return process
+
+    def until(self, process, condition, what):
+        for _ in range(1200):
+            if condition():
+                return
+            self.assertIsNone(process.poll(), "ended before " + what)
+            time.sleep(0.05)
+        self.fail("did not happen: " + what)
+
+    def end(self, process):
+        process.send_signal(signal.SIGINT if WINDOWS else signal.SIGTERM)
+        output, errors = self.finish(process)
+        self.assertEqual(process.returncode, DONE, output + errors)
+        self.assertEqual([path for path in self.base.rglob("*~kelsync*")], [])
+        return output, errors
+
+    def test_both_sides_are_kept_in_step(self):
+        (self.inside / "a.txt").write_text("first")
+        process = self.watching()
+        self.until(process, (self.outside / "a.txt.kelta").exists, "the first cycle")
+        self.expect(FAILED, "watch", "--inside", "in", "--outside", "out", "--work", "work", KELSYNC_KEY=HEX_KEY)
+        tree = self.inside / "n1" / "n2"
+        tree.mkdir(parents=True)
+        (tree / "b.txt").write_text("below")
+        self.until(process, (self.outside / "n1/n2/b.txt.kelta").exists, "a tree that was made at once")
+        second = self.base / "second"
+        (second / "n1").mkdir(parents=True)
+        (second / "n1" / "c.txt").write_text("from elsewhere")
+        self.sync(DONE, inside=second, work=self.base / "work2", KELSYNC_KEY=HEX_KEY)
+        self.until(process, (self.inside / "n1/c.txt").exists, "an archive of another device")
+        (self.inside / "n1").rename(self.base / "gone")
+        (self.inside / "n1").write_text("a file in its place")
+        self.until(process, (self.outside / "n1.kelta").exists, "a file in the place of a folder")
+        self.assertFalse((self.outside / "n1").exists())
+        output, errors = self.end(process)
+        self.assertEqual(errors, "")
+        self.assertIn("decrypt  n1/c.txt\n", output)
+        self.assertFalse((self.work / "lock").exists())
+        self.assertEqual(self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0].splitlines()[0], NOTHING)
+
+    def test_several_pairs_and_a_folder_that_goes_away(self):
+        pairs = self.base / "pairs.txt"
+        lines = ["# two pairs", ""]
+        for name in ("one", "two words"):
+            for side in ("in", "out"):
+                (self.base / side / name).mkdir()
+            lines.append('--inside "%s" --outside "%s" --work "%s"' % tuple(
+                form(self.base / side / name) for side in ("in", "out", "w")))
+            (self.inside / name / "a.txt").write_text(name)
+        for text, code, reason in (
+            ("# none\n", USAGE, "names no pair"),
+            ('--inside "x\n', USAGE, "line 1, cannot be read"),
+            ("--inside x --frob y\n", USAGE, "unknown option --frob"),
+            (lines[2] + "\n" + lines[2], USAGE, "two pairs have the same work folder"),
+        ):
+            pairs.write_text(text)
+            self.assertIn(reason, self.expect(code, "watch", "--pairs", pairs, KELSYNC_KEY=HEX_KEY)[1])
+        pairs.write_text("\n".join(lines))
+        self.expect(USAGE, "watch", "--pairs", pairs, "--inside", "in")
+        process = self.watching("--pairs", pairs)
+        for name in ("one", "two words"):
+            self.until(process, (self.outside / name / "a.txt.kelta").exists, name)
+        (self.outside / "one").rename(self.base / "unmounted")
+        (self.inside / "two words" / "b.txt").write_text("goes on")
+        self.until(process, (self.outside / "two words/b.txt.kelta").exists, "the other pair")
+        (self.inside / "one" / "c.txt").write_text("later")
+        (self.base / "unmounted").rename(self.outside / "one")
+        self.until(process, (self.outside / "one/c.txt.kelta").exists, "the pair whose folder is back")
+        self.assertTrue((self.inside / "one" / "a.txt").exists())
+        self.end(process)
 
 
 if __name__ == "__main__":

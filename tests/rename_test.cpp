@@ -315,7 +315,7 @@ TEST_P(RenamesOnce, WithinAShareAndAcrossTwo) {
   EXPECT_EQ(writesIn(events), 4) << events;
   EXPECT_EQ(countOf(events, "rename:"), 2U) << events;
   for (const char* archive : {"two/d/x.kelta", "two/y.kelta"}) {
-    const std::string meta = archive::readEntry(a.outside() / archive, "__KELASSET_.json", "");
+    const std::string meta = archive::readEntry(a.archive(archive), "__KELASSET_.json", "");
     EXPECT_NE(meta.find("\"two\""), std::string::npos) << meta;
   }
 }

@@ -26,7 +26,7 @@ protected:
     EXPECT_EQ(a.leftovers() + b.leftovers(), "");
   }
   fs::path in(const Device& device, const std::string& entry) { return device.inside() / pathFrom(entry); }
-  fs::path out(const std::string& entry) { return a.outside() / pathFrom(entry); }
+  fs::path out(const std::string& entry) { return a.archive(pathFrom(entry)); }
 
   TempFolder folder;
   Device a;
@@ -360,19 +360,43 @@ TEST_F(Scenario, AnInterruptionEndsTheCommandAndTheNextCycleFinishes) {
 TEST_F(Scenario, SubFolderScansSeeWhatIsListedAndWhatIsNewOrGoneBelow) {
   put(in(a, "seen/old"), "1", 10);
   put(in(a, "seen/gone/deep/file"), "1", 10);
+  put(in(a, "seen/swapped/deep/file"), "1", 10);
   put(in(a, "unseen/old"), "1", 10);
   converge();
   put(in(a, "seen/old"), "2", 20);
   put(in(a, "seen/new/deep/file"), "n", 20);
   fs::remove_all(in(a, "seen/gone"));
+  fs::remove_all(in(a, "seen/swapped"));
+  put(in(a, "seen/swapped"), "a file", 20);
   put(in(a, "unseen/old"), "2", 20);
-  a.pair().subScanForChanges({platform::wideOf(in(a, "seen")), L"/elsewhere"});
+  const std::wstring seen = platform::wideOf(in(a, "seen"));
+  put(in(a, "sk/secret/key"), "never to leave", 20);
+  const bool linked = makeLink(a.state(), in(a, "seen/link"));
+  a.pair().subScanForChanges({seen, L"/elsewhere", platform::wideOf(in(a, "sk")), platform::wideOf(in(a, "sk/secret")),
+                              linked ? seen + L"/link" : seen});
+  put(in(a, "seen/new/late/file"), "l", 20);
+  a.pair().subScanForChanges({seen});
   a.pair().subResolve();
-  EXPECT_EQ(namesOf(out("seen")), "new/ new/deep/ new/deep/file.kelta old.kelta");
+  EXPECT_EQ(namesOf(out("seen")), "new/ new/deep/ new/deep/file.kelta new/late/ new/late/file.kelta old.kelta");
+  a.pair().subScanForChanges({seen});
+  a.pair().subResolve();
+  EXPECT_FALSE(fs::exists(out("sk")));
+  fs::remove_all(in(a, "sk"));
+  fs::remove(in(a, "seen/link"));
+  EXPECT_EQ(platform::stampOf(out("seen/swapped.kelta")).seconds(), kEpoch + 20);
   EXPECT_EQ(platform::stampOf(out("seen/old.kelta")).seconds(), kEpoch + 20);
   EXPECT_EQ(platform::stampOf(out("unseen/old.kelta")).seconds(), kEpoch + 10);
   converge();
-  EXPECT_EQ(b.tree(), "seen/ seen/new/ seen/new/deep/ seen/new/deep/file=n@20 seen/old=2@20 unseen/ unseen/old=2@20");
+  EXPECT_EQ(b.tree(),
+            "seen/ seen/new/ seen/new/deep/ seen/new/deep/file=n@20 seen/new/late/ seen/new/late/file=l@20 "
+            "seen/old=2@20 seen/swapped=a file@20 unseen/ unseen/old=2@20");
+  const std::string archives = namesOf(a.outside());
+  fs::rename(a.inside(), a.inside().parent_path() / "unmounted");
+  fs::create_directories(a.inside());
+  EXPECT_THROW(a.pair().subScanForChanges({seen}), RootMissing);
+  a.pair().subResolve();
+  EXPECT_FALSE(a.pair().ok());
+  EXPECT_EQ(namesOf(a.outside()), archives);
 }
 
 TEST_F(Scenario, FolderIdentifiersAreKept) {

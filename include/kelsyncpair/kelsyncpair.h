@@ -39,10 +39,10 @@
  * handle or a null string is ignored with a line in the log.
  *
  * Threads. The host serialises the calls on one handle. Different handles may
- * be used by different threads at the same time. The only function that may be
- * called while another call on the same handle is running is
- * kelsync_interrupt(). Callbacks run on the thread that called the command and
- * must not call commands of the same handle.
+ * be used by different threads at the same time. The only functions that may be
+ * called while another call on the same handle is running are
+ * kelsync_interrupt() and kelsync_set_FNE(); the folder watcher's have a rule of their own. Callbacks run on the
+ * thread that called the command and must not call commands of the same handle.
  */
 #ifndef KELSYNCPAIR_KELSYNCPAIR_H
 #define KELSYNCPAIR_KELSYNCPAIR_H
@@ -69,7 +69,7 @@ extern "C" {
 /** One engine: a pair of folders, its state and its keys. */
 typedef struct kelsync_pair kelsync_pair;
 
-/** A list of folders for the sub-scan commands. */
+/** A list of paths: folders for the sub-scan commands, changes that a watcher saw. */
 typedef struct kelsync_folder_list kelsync_folder_list;
 
 /* ------------------------------------------------------------------ */
@@ -141,10 +141,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_log_folder(kelsync_pair* h, const wcha
 KELSYNC_API void KELSYNC_CALL kelsync_set_compression_flag(kelsync_pair* h, int flag);
 
 /**
- * Asks for encrypted file names on the Outside (non-zero). This version does not
- * encrypt names: while the flag is on, nothing is encrypted to the Outside, so
- * that no name leaves the machine in plain form against the host's wish, and
- * an "ERROR" notification says so.
+ * Whether archives that are written from now on get encrypted names (non-zero) or plain ones, "x.kelta" for "x".
+ * Default 0. Both are read whatever the flag says, so that devices may change at different times. A file that is
+ * encrypted again takes the new form and loses the old one; kelsync_FNE_reset() turns all over at once. Folder names
+ * are never encrypted. Callable from any thread, also while a command is running.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
 
@@ -156,9 +156,9 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
  * Shares. A folder of the pair that holds a file ".sid" is a share: its files, and those of the folders below, are
  * encrypted under the asset that the first line of that file names (UTF-8), not under the default one. The marker may
  * lie on either side; where both have one, that of the Outside counts. It is never synchronised, and read again before
- * every file that is encrypted. While a marker holds no usable id, or cannot be read, nothing in its share is encrypted.
- * A file that is moved from one share to another is encrypted anew; one that merely lies in a folder whose marker
- * changes is so with its next change.
+ * every file that is encrypted. While a marker holds no usable id, or cannot be read, nothing in its share is
+ * encrypted. A file that is moved from one share to another is encrypted anew; one that merely lies in a folder whose
+ * marker changes is so with its next change.
  */
 
 /**
@@ -180,10 +180,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_assetkey(kelsync_pair* h, const wchar_
  * Each archive is replaced in one step, so that it opens with the old or the new key at every moment. Whatever ends the
  * call early, it goes on where it was when it is repeated, and has nothing to do once all archives are done.
  *
- * What the host does: keep both keys durably before the first call, and the old one until a call has returned 1. After a
- * restart in between, install the old key with kelsync_set_assetkey() and call this again with the new one. (With the
- * new key installed, archives that are still under the old one are unreadable, unless the keynotfound callback hands the
- * old key out when it is asked for this asset.) Until then the old key stays usable for reading in this handle.
+ * What the host does: keep both keys durably before the first call, and the old one until a call has returned 1. After
+ * a restart in between, install the old key with kelsync_set_assetkey() and call this again with the new one. (With the
+ * new key installed, archives that are still under the old one are unreadable, unless the keynotfound callback hands
+ * the old key out when it is asked for this asset.) Until then the old key stays usable for reading in this handle.
  * @return 1 when every archive of the asset is under the new key. 0, with an "ERROR" notification, when some archive
  *   could not be read or replaced, or opens with neither key; 0 also for null arguments, an id or a key that cannot be
  *   used, when the Outside is missing, and after kelsync_interrupt().
@@ -205,8 +205,28 @@ KELSYNC_API void KELSYNC_CALL kelsync_clear_assets(kelsync_pair* h);
 KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId);
 
 /**
- * Tries the installed keys on every archive of the Outside, without decrypting any content: whether the wrapped password
- * opens, and whether that opens the archive. Progress tells each archive as "verify", "no-key" or "damaged".
+ * Brings the names of all archives on the Outside in line with the flag of kelsync_set_FNE(). They are renamed, not
+ * written again, and the state follows; other devices see renames, whatever their own flag says. Call it after
+ * kelsync_init_state(), with the keys installed. Ended early, it may be called again.
+ * @return 1 when all are in line; 0 when some keep their names (damaged, no key, too long, in use, or the file has a
+ *   second archive, which the next cycle settles), or when it was interrupted.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_FNE_reset(kelsync_pair* h);
+
+/**
+ * The encrypted name of an archive, and back. `path` is a full path on either side of the pair, or a last component
+ * alone, which then belongs to the default asset; nothing needs to be there. fn_encrypt() takes a plain name and does
+ * not ask for the flag; fn_decrypt() takes an archive's name, encrypted or plain. May be called by callbacks.
+ * @param out receives the last component alone in a block for freeme(): empty when the key is missing, or when the
+ *   name is damaged or of another key; NULL when memory ran out.
+ * @return the length in wide characters, without the terminator.
+ */
+KELSYNC_API uint32_t KELSYNC_CALL fn_encrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out);
+KELSYNC_API uint32_t KELSYNC_CALL fn_decrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out);
+
+/**
+ * Tries the installed keys on every archive of the Outside, without decrypting any content: whether the wrapped
+ * password opens, and whether that opens the archive. Progress tells each archive as "verify", "no-key" or "damaged".
  * @return 1 when all of them open, otherwise 0.
  */
 KELSYNC_API int KELSYNC_CALL kelsync_verify_archives(kelsync_pair* h);
@@ -214,7 +234,8 @@ KELSYNC_API int KELSYNC_CALL kelsync_verify_archives(kelsync_pair* h);
 /**
  * Called when an archive or a file needs the key of an asset that is not
  * installed; at most once per asset and operation (a scan, a resolution, a
- * change of keys, a single file), on the thread of the running command, with no lock held. It may install keys with kelsync_set_assetkey().
+ * change of keys, a single file), on the thread of the running command, with no lock held. It may install keys with
+ * kelsync_set_assetkey().
  * @return the key, or NULL. The text stays the host's and must be valid until the next call.
  */
 typedef const wchar_t*(KELSYNC_CALL* kelsync_keynotfound_cb)(const wchar_t* assetId);
@@ -281,6 +302,12 @@ KELSYNC_API void KELSYNC_CALL kelsync_vw_new(kelsync_folder_list** out);
 /** Appends a copy of `path`, a folder of either side. */
 KELSYNC_API void KELSYNC_CALL kelsync_vw_add(kelsync_folder_list* list, const wchar_t* path);
 
+/** @return how many paths the list holds; 0 for NULL. */
+KELSYNC_API uint32_t KELSYNC_CALL kelsync_vw_count(kelsync_folder_list* list);
+
+/** @return a path of the list, valid until the list is changed or freed; NULL when there is none of that index. */
+KELSYNC_API const wchar_t* KELSYNC_CALL kelsync_vw_get(kelsync_folder_list* list, uint32_t index);
+
 /** Frees a list that no command consumed. NULL is ignored. */
 KELSYNC_API void KELSYNC_CALL kelsync_vw_delete(kelsync_folder_list* list);
 
@@ -309,8 +336,8 @@ KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const 
 /**
  * Removes from one side every entry that the state knows to be in sync, and its records from both sides. What changed
  * since, has no counterpart or is not known, stays, as do the two folders themselves and the markers. Nothing of this
- * shows as a deletion afterwards: a later cycle brings everything back from the other side. Files of the Inside go to the
- * recycle bin.
+ * shows as a deletion afterwards: a later cycle brings everything back from the other side. Files of the Inside go to
+ * the recycle bin.
  *
  * Mind the other devices: archives that vanish from the Outside are deletions to them, and they move their own files to
  * their recycle bins, unless a cycle here has put new archives in place before they look.
@@ -327,9 +354,9 @@ KELSYNC_API int KELSYNC_CALL kelsync_remove_all_files(kelsync_pair* h, int side)
  * Encrypts the file `src` into the archive `dst`, or decrypts the archive `src` into the file `dst`, with the installed
  * keys. Neither need lie in a folder of the pair; a Temp folder must be set. `dst` is replaced in one step and gets the
  * last-write time of `src`; its folder must exist unless it lies in the pair. The archive's name gets ".kelta" where it
- * has not; it is made for the asset of its own place on the Outside, or else of that of `src` on the Inside, or else for
- * the default one. Nothing plain is written to the Outside, no archive to the Inside, and no archive is replaced that the
- * installed keys do not open. Progress tells "encrypt", "decrypt", "no-key" or "failed".
+ * has not; it is made for the asset of its own place on the Outside, or else of that of `src` on the Inside, or else
+ * for the default one. Nothing plain is written to the Outside, no archive to the Inside, and no archive is replaced
+ * that the installed keys do not open. Progress tells "encrypt", "decrypt", "no-key" or "failed".
  * @return 1 when it was done, otherwise 0; nothing is left half-written.
  */
 KELSYNC_API int KELSYNC_CALL single_encrypt(kelsync_pair* h, const wchar_t* src, const wchar_t* dst);
@@ -365,6 +392,77 @@ KELSYNC_API int KELSYNC_CALL kelsync_quarantine_get_last_update(kelsync_pair* h)
 
 /** Removes one record; `record` is a record_file of the list. */
 KELSYNC_API void KELSYNC_CALL kelsync_quarantine_clear_rec(kelsync_pair* h, const wchar_t* record);
+
+/* ------------------------------------------------------------------ */
+/* Folder watcher                                                     */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Tells a host that something changed below some folders, without scanning. It knows nothing of an engine. One thread
+ * watches each folder with everything below it.
+ *
+ * Its functions may be called from any thread at any time, kelsync_fw_delete() as the last one, but not from within
+ * the callback. A null handle is ignored with a line in the log; queries then give 0 or NULL.
+ */
+typedef struct kelsync_watcher kelsync_watcher;
+
+/** Stores a new watcher in `*out` (NULL when memory ran out). Release it with kelsync_fw_delete(). */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_init(kelsync_watcher** out);
+
+/**
+ * Adds a folder to watch from the next kelsync_fw_startwatch() on. When none is added, those filters that name
+ * existing folders are watched. Changes are told with this text in front.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_add_folder(kelsync_watcher* handle, const wchar_t* path);
+
+/**
+ * Adds a filter: a change is told when a filter matches its path. A filter names an entry, and matches it and all below
+ * it; one with "*" (any characters, separators too) or "?" (any one) is a pattern over the whole path. Case counts as
+ * it does for files on the system. An empty filter matches nothing, and without filters nothing is told. Paths that end
+ * in ".rid" never are.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_add_filter(kelsync_watcher* handle, const wchar_t* filter);
+
+/** Whether kelsync_fw_get_changes() gives the folders that hold the changes (non-zero) or the changed paths (0). */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_folders_only(kelsync_watcher* handle, int flag);
+
+/**
+ * Receives a changed path, valid during the call, once for each filter that matches. It runs on the thread that saw
+ * the change, with the watcher locked: it must be short and must not call the watcher.
+ */
+typedef void(KELSYNC_CALL* kelsync_fw_cb)(const wchar_t* path);
+
+/** Registers the callback above: changes go to it and are no longer gathered. NULL takes it back. */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_register_cb(kelsync_watcher* handle, kelsync_fw_cb cb);
+
+/**
+ * Starts watching; when it returns, changes are noticed. A folder that cannot be watched is left out without an error.
+ * Folders that are watched already stay so; one that was gone and is back is watched again.
+ *
+ * When more happens at once than the system keeps, and when a watched folder is deleted, moved away or unmounted, the
+ * watched folder itself is told as changed, whatever the filters say: anything below it may have changed. In the
+ * latter case its watch ends.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_startwatch(kelsync_watcher* handle);
+
+/** @return 1 when changes were gathered that kelsync_fw_get_changes() has not handed out yet, otherwise 0. */
+KELSYNC_API int KELSYNC_CALL kelsync_fw_change_occurred(kelsync_watcher* handle);
+
+/**
+ * Hands out what was gathered, sorted and each path once, and forgets it. With kelsync_fw_folders_only(), a watched
+ * folder that is told as changed comes with every folder below it, so that the list is ready for the sub-scan commands.
+ * @param out receives a list, perhaps empty, for a sub-scan command or kelsync_vw_delete(); NULL when memory ran out.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_get_changes(kelsync_watcher* handle, kelsync_folder_list** out);
+
+/**
+ * Ends all watches. With `wait` non-zero it returns when their threads have ended, and no callback runs any more: do
+ * not hold what the callback waits for. Otherwise it returns at once; a callback that is running goes on.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_endwatch(kelsync_watcher* handle, int wait);
+
+/** Ends all watches, waiting for them, and destroys the watcher. NULL is ignored. */
+KELSYNC_API void KELSYNC_CALL kelsync_fw_delete(kelsync_watcher* handle);
 
 /* ------------------------------------------------------------------ */
 /* Single archives, without an engine                                 */

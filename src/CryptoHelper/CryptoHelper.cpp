@@ -171,7 +171,7 @@ unsigned char* CryptoHelper::decryptBufferAES(unsigned char* in, std::string& ke
   return result.release();
 }
 
-bool CryptoHelper::decrypted(const std::string& in, std::string& key, std::string& out) {
+bool CryptoHelper::decrypted(const std::string& in, std::string& key, std::string& out, Trace trace) {
   out.clear();
   if (in.size() < 2 * kBlockBytes || in.size() % kBlockBytes != 0 || in.size() > INT_MAX) return false;
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(in.data());
@@ -182,10 +182,26 @@ bool CryptoHelper::decrypted(const std::string& in, std::string& key, std::strin
   Iv iv{};
   std::copy_n(bytes, kBlockBytes, iv.begin());
   const Run run = runCipher(Direction::decrypt, prepared, iv, bytes + kBlockBytes, cipherLength, result.get());
-  logRun(run, __LINE__, __func__);
+  if (trace == Trace::steps) logRun(run, __LINE__, __func__);
   if (run.right()) out.assign(reinterpret_cast<const char*>(result.get()), static_cast<std::size_t>(run.length));
   OPENSSL_cleanse(result.get(), in.size());
   return run.right();
+}
+
+bool CryptoHelper::encrypted(const std::string& in, std::string& key, const std::string& iv, std::string& out) {
+  out.clear();
+  if (iv.size() != kBlockBytes || in.size() > INT_MAX - 2 * kBlockBytes) return false;
+  const Key prepared(*this, key);
+  const Block result = allocate(in.size() + kBlockBytes);
+  if (!prepared.bytes() || !result) return false;
+  Iv start{};
+  std::copy(iv.begin(), iv.end(), start.begin());
+  const Run run = runCipher(Direction::encrypt, prepared, start, reinterpret_cast<const unsigned char*>(in.data()),
+                            static_cast<int>(in.size()), result.get());
+  if (!run.right()) return false;
+  out = iv;
+  out.append(reinterpret_cast<const char*>(result.get()), static_cast<std::size_t>(run.length));
+  return true;
 }
 
 }  // namespace Kelta

@@ -33,8 +33,15 @@ public:
   /// comes back all the same; use decrypted() where the outcome matters.
   unsigned char* decryptBufferAES(unsigned char* in, std::string& key, int* len);
 
+  /// Whether each step of the cipher leaves a log line. A scan, which meets thousands of names, asks for none.
+  enum class Trace { steps, nothing };
+
   /// As decryptBufferAES, but tells whether every step, the padding included, was right; on false `out` is empty.
-  bool decrypted(const std::string& in, std::string& key, std::string& out);
+  bool decrypted(const std::string& in, std::string& key, std::string& out, Trace trace = Trace::steps);
+
+  /// The same buffer as encryptBufferAES makes under that IV of 16 bytes, without log lines. False when a step failed;
+  /// `out` is then empty.
+  bool encrypted(const std::string& in, std::string& key, const std::string& iv, std::string& out);
 };
 
 }  // namespace Kelta

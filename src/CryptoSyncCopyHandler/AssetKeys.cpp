@@ -85,6 +85,12 @@ const std::string* AssetKeys::find(const std::string& id) const {
   return found == keys_.end() ? nullptr : &found->second;
 }
 
+std::vector<std::string> AssetKeys::ids() const {
+  std::vector<std::string> list;
+  for (const auto& entry : keys_) list.push_back(entry.first);
+  return list;
+}
+
 std::vector<const std::string*> AssetKeys::readers(const std::string& id) const {
   std::vector<const std::string*> keys;
   if (const std::string* const installed = find(id)) keys.push_back(installed);

@@ -30,6 +30,8 @@ public:
   void clear();
   /// The key, or null. Valid until the id's key changes.
   const std::string* find(const std::string& id) const;
+  /// The assets whose keys are installed.
+  std::vector<std::string> ids() const;
   /// All keys to read with, the installed one first, then those from before a change. Valid as long.
   std::vector<const std::string*> readers(const std::string& id) const;
   /// The asset installed first, empty when there was none. It stays the default one until clear(), even while its

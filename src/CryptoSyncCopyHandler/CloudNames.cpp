@@ -65,15 +65,20 @@ bool split(const std::wstring& name, const std::wregex& pattern, std::wstring& f
 
 }  // namespace
 
-bool readCloudCopy(const std::wstring& name, CloudCopy& copy) {
+bool readCloudCopy(const std::wstring& name, const PlainName& plainName, CloudCopy& copy) {
   static const std::wregex certain = added(kCertain);
   static const std::wregex possible = added(kPossible);
   std::wstring file;
   std::wstring text;
   copy.certain = split(name, certain, file, text);
   if (!copy.certain && !split(name, possible, file, text)) return false;
-  const std::size_t start = extensionStart(file);
   copy.original = file + kArchive;
+  const std::wstring own = plainName(copy.original);
+  if (own.empty()) return false;
+  copy.encrypted = own != file;
+  copy.certain = copy.certain || copy.encrypted;
+  file = own;
+  const std::size_t start = extensionStart(file);
   copy.stem = file.substr(0, start) + text;
   copy.extension = file.substr(start);
   const std::wstring plain = copy.plainName();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace Kelta {
@@ -10,13 +11,18 @@ struct CloudCopy {
   std::wstring original;  ///< the archive it is a copy of: "x.txt.kelta"
   std::wstring stem;      ///< what it is to be called on the Inside, without the extension: "x (conflicted copy)"
   std::wstring extension;
-  bool certain = false;  ///< false: the user may have given the name as well, unless the original is there
+  bool encrypted = false;  ///< the original's name is
+  bool certain = false;    ///< false: the user may have given the name as well, unless the original is there
 
   std::wstring plainName() const { return stem + extension; }
 };
 
+/// The plain name of an archive's, empty when it cannot be told.
+using PlainName = std::function<std::wstring(const std::wstring& archive)>;
+
 /// Takes the name of a file of the Outside apart. False when no cloud client added anything, when the added text
-/// stands before the file's own extension already, or when the Inside could not have the name.
-bool readCloudCopy(const std::wstring& name, CloudCopy& copy);
+/// stands before the file's own extension already, or when the Inside could not have the name. An encrypted name to
+/// which a text was added was not given by the user.
+bool readCloudCopy(const std::wstring& name, const PlainName& plainName, CloudCopy& copy);
 
 }  // namespace Kelta

@@ -25,16 +25,16 @@ namespace fs = boost::filesystem;
 using platform::Kind;
 
 constexpr int kNameAttempts = 8;
-constexpr std::size_t kMaxNameBytes = 255;
 
 bool isTaken(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)).kind != Kind::missing; }
 
 }  // namespace
 
-/// Full paths; those of the Outside with the plain name.
+/// Full paths; those of the Outside with the plain name, but for the archive's own.
 struct CryptoSyncCopyHandler::Conflict {
   std::wstring inside;
   std::wstring outside;
+  std::wstring archive;  ///< as it is named
   std::wstring insideCopy;
   std::wstring outsideCopy;
   platform::FileStamp stamp;  ///< of the Inside version when it began
@@ -47,8 +47,7 @@ bool CryptoSyncCopyHandler::nameConflict(Conflict& conflict) {
     conflict.insideCopy = conflict.inside + suffix;
     conflict.outsideCopy = conflict.outside + suffix;
     const std::wstring archive = withMappedName(conflict.outsideCopy);
-    if (archive.size() > kMaxPathCharacters || conflict.insideCopy.size() > kMaxPathCharacters ||
-        utf8(nameOf(archive)).size() > kMaxNameBytes) {
+    if (!nameFits(archive) || !nameFits(conflict.insideCopy)) {
       quarantineOnce(platform::pathOf(conflict.inside), L"Path too long for a conflict copy");
       return false;
     }
@@ -63,7 +62,13 @@ bool CryptoSyncCopyHandler::planConflict(Conflict& conflict) {
     HANDLER_ERROR("no conflict copy can be made of %s", utf8(conflict.inside).c_str());
     return false;
   }
-  if (hasExtension(platform::pathOf(conflict.outside))) conflict.outside = withMappedName(conflict.outside);
+  conflict.archive = conflict.outside;
+  if (hasExtension(platform::pathOf(conflict.outside))) {
+    conflict.outside = withMappedName(conflict.outside);
+  } else {
+    conflict.archive = archiveOf(conflict.outside);
+  }
+  if (conflict.outside.empty() || conflict.archive.empty()) return false;
   conflict.stamp = platform::stampOf(platform::pathOf(conflict.inside));
   if (conflict.stamp.kind == Kind::file && !isConflictName(conflict.inside)) return nameConflict(conflict);
   HANDLER_INFO("no conflict copy is made of %s", utf8(conflict.inside).c_str());
@@ -120,7 +125,7 @@ std::vector<std::wstring> CryptoSyncCopyHandler::conflictCopy(std::wstring& src,
     if (!planConflict(conflict)) return {};
     const TempArea area(tempFolder_, this);
     const fs::path decrypted = area.path() / "content";
-    const auto copied = copyFile(platform::pathOf(withMappedName(conflict.outside)), decrypted);
+    const auto copied = copyFile(platform::pathOf(conflict.archive), decrypted);
     if (!copied.first || copied.second.empty() || !moveAside(conflict) || !fillPlace(conflict, decrypted)) return {};
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());

@@ -49,7 +49,7 @@ void CryptoSyncCopyHandler::sleepWithCheck(int interval, long ms) {
   for (int i = 0; i < interval; ++i) clock().wait(ms, interruption());
 }
 
-// A target over the limit, or of a name that cannot stand there, quarantines the source; the host is told once.
+// A target over a limit, or of a name that cannot stand there, quarantines the source; the host is told once.
 bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
   if (!platform::canStandAsName(nameOf(job.target))) {
     HANDLER_ERROR("not a name for this system: %s", utf8(job.target).c_str());
@@ -57,7 +57,7 @@ bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
     return false;
   }
   // The limit is for what the user sees.
-  if (job.target.size() <= kMaxPathCharacters || isBelow(job.target, tempFolder_)) return true;
+  if (nameFits(job.target) || isBelow(job.target, tempFolder_)) return true;
   HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
   quarantineOnce(job.source, L"Path too long", nameOf(job.target));
   return false;

@@ -34,6 +34,10 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, f
   job.targetRoot = isBelow(job.target, tempFolder_) ? tempFolder_ : insideFolder_;
   HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
   HANDLER_DEBUG("destfn = %s", utf8(nameOf(job.target)).c_str());
+  if (job.target.empty()) {
+    HANDLER_INFO("the name cannot be read now: %s", utf8(src).c_str());
+    return failed;
+  }
   if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return failed;
 
   Secrets passwords;
@@ -69,8 +73,8 @@ bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
   }
   // A name that the Inside never gives away must not come back to it either: it could not be told from another
   // archive's plain name ("x.kelta.kelta"), or would stand in for one of our own markers.
-  const fs::path plain = platform::pathOf(handleName(platform::wideOf(job.source.filename())));
-  if (!job.target.empty() && !hasExtension(plain) && !hasExtension(platform::pathOf(job.target)) &&
+  const fs::path plain = platform::pathOf(untransformName(genericForm(platform::wideOf(job.source))));
+  if (!job.target.empty() && !plain.empty() && !hasExtension(plain) && !hasExtension(platform::pathOf(job.target)) &&
       !isReservedName(nameOf(job.target), false))
     return true;
   HANDLER_ERROR("not a name for the Inside: %s", utf8(job.source).c_str());

@@ -43,19 +43,25 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
   job.targetRoot = outsideFolder_;
   platform::wideOf(dest, job.target);
   job.target = genericForm(job.target);
-  if (!hasExtension(dest)) job.target = withMappedName(job.target);
+  const std::wstring plainTarget = hasExtension(dest) ? std::wstring() : job.target;
+  if (!plainTarget.empty()) job.target = withMappedName(job.target);
   HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
+  if (job.target.empty()) {
+    HANDLER_INFO("no key found for the name, can't encrypt for now");
+    return failed;
+  }
   if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
-  if (!encryptTo(job, src)) return failed;
+  if (!encryptTo(job, src, plainTarget)) return failed;
   return {true, job.target};
 }
 
-// Encrypts for the asset of `shared`, the path that decides whose file it is.
-bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared) {
+// Encrypts for the asset of `shared`, the path that decides whose file it is; `plainTarget` is the plain path of the
+// archive, or empty.
+bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
   const std::string assetId = assetNow(shared);
   HANDLER_DEBUG("assetid = %s", assetId.c_str());
   if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(job.source).c_str());
-  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job)) return false;
+  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job, plainTarget)) return false;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
   HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
@@ -78,12 +84,7 @@ bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
     HANDLER_INFO("won't sync Kelta file from Inside");
     return false;
   }
-  if (!namesAreEncrypted()) return true;
-  const wchar_t* const message = L"File name encryption is not available in this version, nothing is encrypted.";
-  HANDLER_ERROR("%s", utf8(std::wstring(message)).c_str());
-  if (!fneReported_ && services_.notify) services_.notify(L"ERROR", message, std::wstring());
-  fneReported_ = true;
-  return false;
+  return true;
 }
 
 bool CryptoSyncCopyHandler::keyAvailable(const std::string& assetId) {
@@ -92,16 +93,27 @@ bool CryptoSyncCopyHandler::keyAvailable(const std::string& assetId) {
   return false;
 }
 
-// An archive that no key here opens holds something that nobody here has seen.
-bool CryptoSyncCopyHandler::replacesUnread(const CopyJob& job) {
-  if (job.targetStamp.kind != platform::Kind::file) return false;
+// An archive that no key here opens holds something that nobody here has seen. The archive of the plain path may stand
+// under another form of its name as well, which the copy supersedes.
+bool CryptoSyncCopyHandler::replacesUnread(const CopyJob& job, const std::wstring& plainTarget) {
+  if (job.targetStamp.kind == platform::Kind::file && isUnread(job.target)) return true;
+  if (plainTarget.empty()) return false;
+  for (const std::wstring& name : archiveNames(plainTarget)) {
+    const std::wstring other = joinPath(parentOf(plainTarget), name);
+    const bool there = platform::stampOf(platform::pathOf(other)).kind == platform::Kind::file;
+    if (other != job.target && there && isUnread(other)) return true;
+  }
+  return false;
+}
+
+bool CryptoSyncCopyHandler::isUnread(const std::wstring& archive) {
   boost::property_tree::ptree meta;
   Secrets passwords;
-  if (!getZipMetaJSON(platform::pathOf(job.target), meta) || meta.find("assets") == meta.not_found()) return false;
+  if (!getZipMetaJSON(platform::pathOf(archive), meta) || meta.find("assets") == meta.not_found()) return false;
   passwords.reset(getPasswordFromMeta(meta));
   if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
   if (!passwords.texts.empty()) return false;
-  HANDLER_ERROR("the archive there cannot be opened here, not replaced: %s", utf8(job.target).c_str());
+  HANDLER_ERROR("the archive there cannot be opened here, not replaced: %s", utf8(archive).c_str());
   return true;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 
+#include "CryptoSyncCopyHandler/NameCipher.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
@@ -65,7 +66,7 @@ bool CryptoSyncCopyHandler::isOutsideFolder(std::wstring path) { return isUnder(
 bool CryptoSyncCopyHandler::isTempFolder(std::wstring path) { return isUnder(__func__, tempFolder_, path); }
 
 // What no state file, or no other machine, could hold: the message says why.
-bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message) {
+bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message, std::wstring& errorId) {
   std::wstring text;
   const bool exact = platform::wideOf(path, text);
   message = L"Path too long";
@@ -77,8 +78,12 @@ bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& mes
     if (part.native().find(backslash) != fs::path::string_type::npos) return true;
   }
   const std::wstring name = platform::wideOf(path.filename());
-  const bool isArchive = hasExtension(path) && platform::stampOf(path).kind == Kind::file;
-  return !platform::canStandAsName(isArchive ? handleName(name) : name);
+  if (!platform::canStandAsName(name)) return true;
+  if (platform::stampOf(path).kind != Kind::file) return false;
+  text = genericForm(std::move(text));
+  if (hasExtension(path)) return hasNameIssue(text, message, errorId);
+  message = L"Path too long";
+  return isBelow(text, insideFolder_) && utf8(transformName(text)).size() > kMaxNameBytes;
 }
 
 bool CryptoSyncCopyHandler::ignore(fs::path path) {
@@ -103,10 +108,11 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
   if (kind == Kind::other) HANDLER_INFO("neither a file nor a folder: %s", utf8(text).c_str());
   if (!ordinary) return kind == Kind::other || isNeverSynchronised(path);
   std::wstring message;
+  std::wstring errorId = L"path-issue";
   std::wstring name;
   const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, kind == Kind::folder);
-  if (ours || !hasPathIssue(path, message)) return isNeverSynchronised(path);
-  quarantineOnce(path, message);
+  if (ours || !hasPathIssue(path, message, errorId)) return isNeverSynchronised(path);
+  quarantineOnce(path, message, name, errorId);
   return true;
 }
 

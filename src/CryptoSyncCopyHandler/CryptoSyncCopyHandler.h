@@ -38,6 +38,20 @@ struct EngineServices {
 /// Whether an asset's key opens what an archive's metadata holds for it.
 enum class KeyFit { fits, doesNot, otherAsset };
 
+/// What an archive's name is, and the plain name it stands for where that can be told.
+enum class NameForm {
+  plain,            ///< "x.kelta"
+  encrypted,        ///< verified
+  copyOfEncrypted,  ///< an encrypted name to which something was added, by a cloud client, say
+  unreadable,       ///< looks encrypted, but is damaged or of another key
+  noKey,            ///< looks encrypted, and the key is missing
+  none,             ///< no archive's name
+};
+struct NameReading {
+  NameForm form;
+  std::wstring plain;  ///< empty when there is none
+};
+
 /// Turns plain files of the Inside folder into encrypted archives of the Outside folder and back.
 /// Used from the thread that runs the engine's commands; only the last-update value of the
 /// quarantine and the name flag may be touched from others.
@@ -57,7 +71,7 @@ public:
   bool isTempFolder(std::wstring path);
   bool hasExtension(boost::filesystem::path path);
   void setCompressionFlag(int flag) { compressionFlag_ = flag; }
-  void setFNE(bool on);
+  void setFNE(bool on);  ///< from any thread
 
   // ISyncCopyHandler
   std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) override;
@@ -71,6 +85,18 @@ public:
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
   void beginOperation() override;
+  std::vector<std::wstring> archiveNames(std::wstring path) override;
+
+  // Names. Each takes a full path, or a last component alone, and gives a last component.
+  std::wstring transformName(const std::wstring& path);    ///< plain → archive's, by the flag; empty: no key
+  std::wstring untransformName(const std::wstring& path);  ///< archive's, either form → plain; empty: unreadable
+  std::wstring encryptFilename(const std::wstring& path);  ///< plain → archive's, encrypted; empty: no key
+  std::wstring decryptFilename(const std::wstring& path);  ///< archive's, encrypted → plain; empty: none, or damaged
+  NameReading readName(const std::wstring& path);
+  using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
+  /// Brings the names of all archives in line with the flag, by renames alone. False when some keep theirs: unreadable,
+  /// too long, in use, or another file has the name.
+  bool resetStateFNE(const Renamed& renamed);
 
   // Content
   std::pair<bool, std::wstring> copyEncrypt(boost::filesystem::path src, boost::filesystem::path dest);
@@ -96,9 +122,11 @@ public:
   using ArchiveProgress = std::function<void(const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
                                              std::uint64_t total)>;
   /// Installs a new key for the asset and wraps the password of each of its archives anew under it: outcomes "rewrap",
-  /// "kept" for archives of other assets, and "failed". Until all are done, in this call or in a later one, the former
-  /// key is kept for reading. False, with the host told, when some archive is left under another key.
-  bool changeAssetKey(const std::wstring& assetId, const std::wstring& newKey, const ArchiveProgress& progress);
+  /// "kept" for archives of other assets, and "failed". Encrypted names are renewed afterwards. Until all are done, in
+  /// this call or in a later one, the former key is kept for reading. False, with the host told, when some archive is
+  /// left under another key or name.
+  bool changeAssetKey(const std::wstring& assetId, const std::wstring& newKey, const ArchiveProgress& progress,
+                      const Renamed& renamed = {});
   /// Tries every archive of the Outside without decrypting any content: outcomes "verify", "no-key" and "damaged".
   /// True when all of them open.
   bool verifyArchives(const ArchiveProgress& progress);
@@ -144,6 +172,21 @@ private:
   // FileNames.cpp
   bool namesAreEncrypted();
   std::wstring withMappedName(const std::wstring& path);
+  std::wstring archiveOf(const std::wstring& plainPath);
+  NameReading readNameItself(const std::wstring& path);
+  std::string assetOfName(const std::wstring& path);
+  const std::string* keyForName(const std::string& assetId);
+  static std::wstring encryptedUnder(const std::string& keyText, const std::wstring& name);
+  std::size_t readEncrypted(const std::wstring& path, const std::wstring& stem, std::wstring& plain);
+  bool hasNameIssue(const std::wstring& path, std::wstring& message, std::wstring& errorId);
+
+  // NameReset.cpp
+  static bool nameFits(const std::wstring& path);
+  bool forEachArchive(const std::function<bool(const std::wstring& path)>& action);
+  bool resetName(const std::wstring& path, const Renamed& renamed);
+  bool renameArchive(const std::wstring& path, const NameReading& reading, const std::wstring& name,
+                     const Renamed& renamed);
+  bool renewNames(const Renamed& renamed);
 
   // Shares.cpp
   std::string assetNow(const boost::filesystem::path& path);
@@ -180,9 +223,10 @@ private:
   KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
   KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
   bool mayEncrypt(const CopyJob& job);
-  bool encryptTo(const CopyJob& job, const boost::filesystem::path& shared);
+  bool encryptTo(const CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);
   bool keyAvailable(const std::string& assetId);
-  bool replacesUnread(const CopyJob& job);
+  bool replacesUnread(const CopyJob& job, const std::wstring& plainTarget);
+  bool isUnread(const std::wstring& archive);
   bool packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
                   const boost::filesystem::path& archive);
 
@@ -215,6 +259,7 @@ private:
 
   // Deletion.cpp
   struct Deletion;
+  bool nameCounterpart(Deletion& deletion);
   bool planDeletion(const std::wstring& path, Deletion& deletion);
   bool isGone(const Deletion& deletion);
   bool deleteEntry(Deletion& deletion);
@@ -223,11 +268,11 @@ private:
   bool emptyFolder(const boost::filesystem::path& folder, std::size_t& removed);
 
   // Quarantine.cpp
-  bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message);
-  /// Records a path issue and tells the host, with `name` or the path's own name. False when a record was there
-  /// already: it then stays as it is.
+  bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message, std::wstring& errorId);
+  /// Records a path and tells the host, with `name` or the path's own name. False when a record was there already: it
+  /// then stays as it is.
   bool quarantineOnce(const boost::filesystem::path& path, const std::wstring& message,
-                      std::wstring name = std::wstring());
+                      std::wstring name = std::wstring(), const std::wstring& errorId = L"path-issue");
   bool quarantineFolderExists();
   void quarantineChanged();
   bool recordAsJSON(const boost::filesystem::path& record, std::wstring& json);
@@ -240,7 +285,6 @@ private:
   };
   std::map<std::wstring, DecryptFailure> decryptFailures_;  ///< Outside path → first failure for lack of a key
   bool fne_ = false;                                        ///< under fneLock_
-  bool fneReported_ = false;                                ///< the host was told that names cannot be encrypted
   AssetKeys keys_;
   Shares shares_;
   std::set<std::string> asked_;  ///< assets whose key was asked for in this operation

@@ -37,6 +37,16 @@ struct CryptoSyncCopyHandler::Deletion {
   std::size_t removed = 0;  ///< entries
 };
 
+bool CryptoSyncCopyHandler::nameCounterpart(Deletion& deletion) {
+  if (deletion.ownIsInside) {
+    deletion.target = archiveOf(deletion.target);
+    return !deletion.target.empty();
+  }
+  const NameReading reading = readName(deletion.own);
+  deletion.target = joinPath(parentOf(deletion.target), reading.plain);
+  return !reading.plain.empty() || reading.form == NameForm::none;
+}
+
 // False when nothing may be deleted for this path.
 bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& deletion) {
   deletion.isFolder = !path.empty() && path.back() == L'/';
@@ -53,7 +63,10 @@ bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& del
   deletion.target =
       isRoot ? deletion.root : joinPath(deletion.root, deletion.own.substr(joinPath(ownRoot, L"").size()));
   const bool archiveName = hasExtension(platform::pathOf(deletion.own));
-  if (!isRoot && !deletion.isFolder) deletion.target = withMappedName(deletion.target);
+  if (!isRoot && !deletion.isFolder && !nameCounterpart(deletion)) {
+    HANDLER_INFO("its counterpart's name cannot be told now: %s", utf8(path).c_str());
+    return false;
+  }
   HANDLER_DEBUG("delpath: %s", utf8(deletion.target).c_str());
   HANDLER_DEBUG("op: %s", deletion.isFolder ? "folder" : "file");
   if (namesAreEncrypted()) HANDLER_DEBUG("FNE guard, ep: %s", utf8(deletion.target).c_str());

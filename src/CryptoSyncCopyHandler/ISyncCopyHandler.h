@@ -33,8 +33,9 @@ public:
   /// the two paths of the conflict copy, formed like those given, source first; none when nothing was changed.
   virtual std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) = 0;
 
-  /// Maps the name of a file (a last component) to the other side's: a name ending in ".kelta" to the
-  /// plain one, any other to the archive's. Empty when it cannot be mapped now.
+  /// Maps the name of a file to the other side's: one ending in ".kelta" to the plain name, any other to the
+  /// archive's. `name` is a full path of either side, or a last component alone, which then belongs to the default
+  /// asset; the result is a last component. Empty when it cannot be mapped now: no key, or a damaged name.
   virtual std::wstring handleName(std::wstring name) = 0;
 
   /// Is told the outcome of a deletion of `path`, or that what it named was renamed; what it knew of one that is gone it
@@ -53,6 +54,10 @@ public:
   /// counterpart goes only when nothing but our own marker is left in it. Returns whether the Inside
   /// entry, and whether the Outside entry, is gone.
   virtual std::pair<bool, bool> doDelete(std::wstring path) = 0;
+
+  /// All the names that the archive of the plain path `path`, on either side, may have. The one that a new archive gets
+  /// comes first. None when it cannot be told now.
+  virtual std::vector<std::wstring> archiveNames(std::wstring path) = 0;
 
   /// A scan, a resolution or another operation begins: whatever is remembered about folders and about keys that were
   /// asked for is looked at anew from here on.

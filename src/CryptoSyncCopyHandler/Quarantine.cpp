@@ -105,10 +105,11 @@ void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message
   quarantineChanged();
 }
 
-bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message, std::wstring name) {
+bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message, std::wstring name,
+                                           const std::wstring& errorId) {
   if (quarantineFolderExists() && platform::stampOf(genQuarantineRecordPath(path)).kind == Kind::file) return false;
   HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(path).c_str());
-  recordQuarantine(path, message, L"path-issue");
+  recordQuarantine(path, message, errorId);
   if (name.empty()) platform::wideOf(path.filename(), name);
   const bool tooLong = message.compare(0, kPathTooLong.size(), kPathTooLong) == 0;
   notifySync((tooLong ? L"Quarantine, path too long: " : L"Quarantine for ") + jsonEscaped(name));

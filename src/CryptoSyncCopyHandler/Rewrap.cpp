@@ -7,6 +7,7 @@
 //        written beside it
 //     3  one rename puts it in place, if what stands there is still what was read
 //
+// Encrypted names depend on the key as well: once the passwords are done, the archives are renamed one by one.
 // So every archive opens, at every moment, with the old key or the new one, and whoever calls it again goes on where it
 // ended. The former keys are only forgotten when no archive is left that might need them.
 #include <algorithm>
@@ -67,6 +68,9 @@ bool CryptoSyncCopyHandler::listArchives(std::vector<fs::path>& archives) {
     platform::listFolder(folder, entries, error);
     if (error) HANDLER_ERROR("cannot list %s: %s", utf8(folder).c_str(), error.message().c_str());
     whole = whole && !error;
+    const auto plainName = [&](const std::wstring& archive) {
+      return untransformName(joinPath(genericForm(platform::wideOf(folder)), archive));
+    };
     for (const fs::path& entry : entries) {
       const Kind kind = platform::stampOf(entry).kind;
       std::wstring name;
@@ -74,7 +78,8 @@ bool CryptoSyncCopyHandler::listArchives(std::vector<fs::path>& archives) {
       CloudCopy copy;
       whole = whole && kind != Kind::unknown;
       if (kind == Kind::folder) folders.push_back(entry);
-      if (kind == Kind::file && !isReservedName(name, false) && (hasExtension(entry) || readCloudCopy(name, copy)))
+      if (kind == Kind::file && !isReservedName(name, false) &&
+          (hasExtension(entry) || readCloudCopy(name, plainName, copy)))
         archives.push_back(entry);
     }
   }
@@ -177,18 +182,12 @@ std::size_t CryptoSyncCopyHandler::rewrapAll(const KeyChange& change, std::vecto
 }
 
 bool CryptoSyncCopyHandler::changeAssetKey(const std::wstring& assetId, const std::wstring& newKey,
-                                           const ArchiveProgress& progress) {
+                                           const ArchiveProgress& progress, const Renamed& renamed) {
   beginOperation();
   const Secret text(utf8(newKey));
   const std::string id = utf8(assetId);
   if (!AssetKeys::isValidId(id) || text.text.empty() || tempFolder_.empty()) {
     HANDLER_ERROR("key not changed: empty, the asset id cannot be used, or there is no Temp folder");
-    return false;
-  }
-  if (namesAreEncrypted()) {
-    HANDLER_ERROR("key not changed: file names are encrypted under it as well");
-    if (services_.notify)
-      services_.notify(L"ERROR", L"The key cannot be changed while file names are encrypted", std::wstring());
     return false;
   }
   const TempArea area(tempFolder_, this);
@@ -200,7 +199,7 @@ bool CryptoSyncCopyHandler::changeAssetKey(const std::wstring& assetId, const st
   const bool whole = listArchives(archives);
   const std::size_t failed = rewrapAll(change, std::move(archives), progress);
   HANDLER_INFO("key of asset %s changed, %lu archives failed", id.c_str(), static_cast<unsigned long>(failed));
-  if (whole && failed == 0) {
+  if (renewNames(renamed) && whole && failed == 0) {
     keys_.forgetFormer(id);
     return true;
   }

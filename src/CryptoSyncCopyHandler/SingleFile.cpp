@@ -34,7 +34,7 @@ std::wstring CryptoSyncCopyHandler::encryptSingle(const fs::path& src, const fs:
   if (!aimAt(job, archive, outsideFolder_) || isBelow(job.target, insideFolder_)) return L"failed";
   const fs::path shared = isBelow(job.target, outsideFolder_) ? platform::pathOf(job.target) : src;
   try {
-    if (mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, shared)) return L"encrypt";
+    if (mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, shared, std::wstring())) return L"encrypt";
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
     return L"failed";

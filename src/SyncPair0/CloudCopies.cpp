@@ -33,7 +33,8 @@ bool isArchive(const std::wstring& path) {
 
 // Whether the archive at `path`, which no record knows, was named by a cloud client.
 bool SyncPair::isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy) {
-  if (side.inside || side.state.count(path) > 0 || !readCloudCopy(nameOf(path), copy)) return false;
+  const auto plainName = [&](const std::wstring& name) { return handler_->handleName(joinPath(parentOf(path), name)); };
+  if (side.inside || side.state.count(path) > 0 || !readCloudCopy(nameOf(path), plainName, copy)) return false;
   if (!copy.certain && !isFile(joinPath(parentOf(path), copy.original))) return false;
   // What the Inside has under that very name is a name of the user's.
   const std::wstring key = keyOf(side, path, false);
@@ -44,7 +45,7 @@ bool SyncPair::isCloudCopy(const Side& side, const std::wstring& path, CloudCopy
 // What the Inside has, or a record still tells of, is another file, which the archive would pass for.
 bool SyncPair::isFreeForCloudCopy(const Side& side, const std::wstring& archive) {
   const std::wstring key = keyOf(side, archive, false);
-  if (key.empty() || side.state.count(archive) > 0) return false;
+  if (key.empty() || side.state.count(archive) > 0 || !archivesThere(key).empty()) return false;
   const std::wstring inside = joinPath(sourceFolder_, key);
   return srcStateList.count(inside) == 0 && platform::stampOf(platform::pathOf(inside)).kind == platform::Kind::missing;
 }
@@ -58,7 +59,11 @@ boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesys
   try {
     for (int number = 1; number <= kNumbers; ++number) {
       const std::wstring more = number == 1 ? std::wstring() : L" (" + std::to_wstring(number) + L")";
-      const std::wstring name = handler_->handleName(copy.stem + more + copy.extension);
+      const std::wstring plain = joinPath(parentOf(path), copy.stem + more + copy.extension);
+      // Beside an encrypted name the copy's is encrypted as well, whatever is asked for here.
+      const std::vector<std::wstring> names = handler_->archiveNames(plain);
+      const bool asOriginal = copy.encrypted && names.size() > 1 && names.front() == nameOf(plain) + L".kelta";
+      const std::wstring name = names.empty() ? std::wstring() : names[asOriginal ? 1 : 0];
       const std::wstring wanted = joinPath(parentOf(path), name);
       const auto target = platform::pathOf(wanted);
       if (name.empty() || !isFreeForCloudCopy(side, wanted) || !platform::moveFile(entry, target)) continue;

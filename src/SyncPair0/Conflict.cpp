@@ -54,7 +54,7 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   std::vector<std::wstring> names;
   try {
     std::wstring srcFile = src.fullPath;
-    std::wstring destFile = joinPath(destFolder_, key);
+    std::wstring destFile = dest.fullPath;
     names = handler_->conflictCopy(srcFile, destFile);
   } catch (const std::exception& error) {
     PAIR_ERROR("conflict copy exception %s", error.what());

@@ -50,6 +50,7 @@ void SyncPair::endCycle() {
   clearRenameHashes(side(false));
   unreadable_.clear();
   busy_.clear();
+  spares_.clear();
   entriesDone_ = 0;
 }
 

@@ -31,6 +31,7 @@ void SyncPair::syncChanges() {
   try {
     resolveSync(sourceFolder_, srcSyncList, srcStateList, destFolder_, destSyncList, destStateList);
     resolveSync(destFolder_, destSyncList, destStateList, sourceFolder_, srcSyncList, srcStateList);
+    settleSpares();
     writeState();
   } catch (const boost::thread_interrupted&) {
     // What was carried over stays carried over.

@@ -156,7 +156,12 @@ void SyncPair::recordCopy(const Side& from, const Side& to, const std::wstring& 
 void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                          const SyncObject* other) {
   const std::wstring source = so.fullPath;
-  const std::wstring target = pathFor(to, key, false);
+  const bool otherThere = other && !other->deletion;
+  const std::wstring target = otherThere ? other->fullPath : pathFor(to, key, false);
+  if (target.empty()) {
+    copyProblem_ = L"no key for the file's name";
+    return copyFailed(from, key, so);
+  }
   platform::FileStamp loser;  // as it was kept
   const auto mayWrite = [&] {
     const platform::FileStamp now = lookAt(target);
@@ -172,18 +177,22 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
     PAIR_INFO("target changed meanwhile, left for the next cycle: %s", utf8(source).c_str());
     return copyFailed(from, key, so);
   }
-  if (other && !other->deletion && lookAt(target).kind == platform::Kind::file) {
+  const bool two = to.inside && spares_.count(key) > 0;  // devices may have written both without knowing of each other
+  if ((otherThere || two) && lookAt(target).kind == platform::Kind::file) {
     loser = lookAt(target);
     const Kept kept = to.inside ? keepInsideLoser(source, target) : keepOutsideLoser(source, target);
     if (kept == Kept::unreadable) return noteGivenUp(key, source, so.timestamp);
     if (kept == Kept::no) return copyFailed(from, key, so);
   }
+  const Archives before = to.inside ? Archives() : archivesThere(key);
+  if (!to.inside && !keepUnseen(key, source, target, before)) return copyFailed(from, key, so);
   std::int64_t time = 0;
   std::wstring written;
   if (!copyUnchanged(source, joinPath(to.root, key), time, written, mayWrite)) return copyFailed(from, key, so);
   if (written.empty()) return noteGivenUp(key, source, time);
   keptLosers_.erase(target);
   recordCopy(from, to, key, source, time, written);
+  if (!to.inside) dropOtherArchives(key, written, before);
   ++successfulEvents_;
   refreshParent(key);
   report(to.inside ? L"decrypt" : L"encrypt", written);
@@ -200,6 +209,10 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   requireIntactRoot(from);
   requireIntactRoot(to);
   const std::wstring target = pathFor(to, key, so.isFolder);
+  if (target.empty()) return;  // found again when there is a key
+  // The archive goes on under another name: that is no deletion, or a newer one has come that nobody has seen.
+  const Archives archives = so.isFolder ? Archives() : archivesThere(key);
+  if (archives.size() > (from.inside ? 1U : 0U)) return carryArchiveBack(from, to, key, archives);
   const platform::FileStamp stamp = lookAt(target);
   const auto record = to.state.find(target);
   const bool asRecorded = record != to.state.end() && stamp.seconds() == recordedTime(record->second);

@@ -2,6 +2,8 @@
 // Deletions of one side: records whose entry is gone. Only an entry that the system says is not there counts as gone;
 // one that it refuses to tell about (no right to look, an I/O error) is left alone, since taking it for deleted
 // would delete its counterpart.
+#include <algorithm>
+
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -53,12 +55,22 @@ bool SyncPair::liesBelowOtherName(const Side& side, const std::wstring& path) {
   return false;
 }
 
+// Whether a vanished archive may be one of those whose names cannot be read: renaming keeps its time.
+bool SyncPair::mayHaveUnreadName(const StateRecord& record) const {
+  return std::any_of(unreadNames_.begin(), unreadNames_.end(),
+                     [&](const auto& folder) { return folder.second.count(recordedTime(record)) > 0; });
+}
+
 void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record) {
   const bool isFolder = recordedAsFolder(walk.side.inside, path, record);
   const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
   const bool kindChanged = (kind == platform::Kind::file && isFolder) || (kind == platform::Kind::folder && !isFolder);
   if (kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (kind == platform::Kind::missing && liesBehindLink(walk.side, path)) return;
+  if (kind == platform::Kind::missing && !walk.side.inside && !isFolder && mayHaveUnreadName(record)) {
+    PAIR_INFO("perhaps under a name that cannot be read here, not deleted: %s", utf8(path).c_str());
+    return;
+  }
   const bool renamed = walk.renamed.count(parentOf(path)) > 0 || platform::hasOtherName(platform::pathOf(path));
   if (renamed && isFolder) walk.renamed.insert(path);
   if (kind == platform::Kind::missing || kindChanged || renamed) noteDeletion(walk, path, record, isFolder);
@@ -83,7 +95,7 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("%s", utf8(syncFolder).c_str());
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
   checkRecordsBelow(walk, folderForm(std::move(syncFolder)));
   // A volume that went away during the walk looks like a mass deletion.
   if (walk.result.total() > 0) requireIntactRoot(scanned);

@@ -7,6 +7,7 @@
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -22,6 +23,21 @@ std::wstring childOf(const std::wstring& folder, const std::wstring& path) {
 
 }  // namespace
 
+// Whether a scan of the whole side would come to the folder: a watcher tells of what lies in ignored folders, behind
+// links and under short names as well.
+bool SyncPair::isScanned(const Side& side, const std::wstring& folder) {
+  for (std::wstring path = folder; path.size() > side.root.size(); path = parentOf(path)) {
+    const boost::filesystem::path entry = platform::pathOf(path);
+    const platform::Kind kind = platform::stampOf(entry).kind;
+    if (kind != platform::Kind::folder && kind != platform::Kind::unknown) return false;
+    if (keyOf(side, path, true).empty() || handler_->ignore(entry) || platform::hasOtherName(entry)) {
+      PAIR_DEBUG("[subset scan] Ignored: (%d) %s", 1, utf8(path).c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderList) {
   PAIR_DEBUG("folderList size = %d", static_cast<int>(folderList.size()));
   handler_->beginOperation();
@@ -36,7 +52,8 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
       continue;
     }
     requireIntactRoot(scanned);
-    Walk walk{scanned, kCheckInterval, kLabel, {}, {}};
+    if (!isScanned(scanned, start)) continue;
+    Walk walk{scanned, kCheckInterval, kLabel, {}};
     std::deque<std::wstring> queue{start};
     while (!queue.empty()) {
       interruption_->check();
@@ -45,11 +62,15 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
       const auto stamp = platform::stampOf(platform::pathOf(folder));
       if (!seen.insert(folder).second || stamp.kind == platform::Kind::missing) continue;
       requireRoots();
+      // Somebody waits for the listed folder; only what is below a new one is as large as it likes.
+      walk.checkInterval = folder == start ? 0 : kCheckInterval;
       std::vector<std::wstring> folders;
       scanFolder(walk, folder, folders);
-      PAIR_DEBUG("any subfolders to scan? %d", static_cast<int>(walk.newFolders.size()));
-      queue.insert(queue.end(), walk.newFolders.begin(), walk.newFolders.end());
-      walk.newFolders.clear();
+      const std::size_t before = queue.size();
+      for (const auto& found : folders) {
+        if (scanned.state.count(found) == 0) queue.push_back(found);
+      }
+      PAIR_DEBUG("any subfolders to scan? %d", static_cast<int>(queue.size() - before));
     }
     result += walk.result;
   }
@@ -61,7 +82,7 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("folderList.size() %d", static_cast<int>(folderList.size()));
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, kLabel, {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, kLabel, {}};
   PAIR_DEBUG("stateList size() = %d", static_cast<int>(stateList.size()));
   std::size_t logged = 0;
   for (const auto& listed : folderList) {
@@ -74,9 +95,9 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
       const std::wstring path = record->first;
       PAIR_DEBUG("[subset scan] does this entry from state exist on disk? %s", utf8(path).c_str());
       checkRecord(walk, path, record->second);
-      const bool gone = platform::stampOf(platform::pathOf(path)).kind == platform::Kind::missing;
-      PAIR_DEBUG("Exists on disk? %s", log::truth(!gone));
-      if (gone) checkRecordsBelow(walk, path);
+      const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
+      PAIR_DEBUG("Exists on disk? %s", log::truth(kind != platform::Kind::missing));
+      if (kind != platform::Kind::folder || walk.renamed.count(path) > 0) checkRecordsBelow(walk, path);
       // Names such as "d.txt" sort between "d" and "d/x".
       record = std::next(record);
       while (record != below.second && parentOf(record->first) != listed.first &&

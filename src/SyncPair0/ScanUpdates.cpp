@@ -27,16 +27,28 @@ bool SyncPair::listFolder(const std::wstring& folder, std::vector<boost::filesys
 }
 
 void SyncPair::pauseWithin(Walk& walk) {
+  interruption_->check();
   ++walk.counter;
   if (walk.checkInterval <= 0) return;
   if (walk.counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) sleepWithCheck(1, 1000);
   if (walk.counter % kShortPauseInterval == 0) clock_->wait(1, *interruption_);
 }
 
+// An archive whose name cannot be read may be a known one: another device has changed the key of the names.
+void SyncPair::noteUnread(const Side& side, const boost::filesystem::path& entry) {
+  std::wstring path;
+  if (side.inside || !platform::wideOf(entry, path) || entry.extension() != ".kelta") return;
+  path = genericForm(std::move(path));
+  const platform::FileStamp stamp = platform::stampOf(entry);
+  if (stamp.kind == platform::Kind::file && handler_->handleName(path).empty())
+    unreadNames_[parentOf(path)].insert(stamp.seconds());
+}
+
 // Whether the entry takes no part in the synchronisation; otherwise its path and what it is.
 bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path,
                        platform::FileStamp& stamp) {
   if (handler_->ignore(entry)) {
+    noteUnread(walk.side, entry);
     PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
     return true;
   }
@@ -46,6 +58,7 @@ bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, s
   if (stamp.kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
   if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
+  noteUnread(walk.side, entry);
   PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
   return true;
 }
@@ -77,7 +90,6 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
             utf8(hash).c_str());
   stateChanged_ = true;
   walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder};
-  if (isFolder) walk.newFolders.push_back(path);
 }
 
 // A file that another program holds is left for a later cycle; the host hears of it when it has changed.
@@ -91,10 +103,15 @@ void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
 // False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.
 bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp) {
   const bool isFolder = stamp.kind == platform::Kind::folder;
-  const auto record = walk.side.state.find(path);
-  const bool known = record != walk.side.state.end();
-  if (known && recordedAsFolder(walk.side.inside, path, record->second) != isFolder) return false;
+  auto record = walk.side.state.find(path);
+  if (record != walk.side.state.end() && recordedAsFolder(walk.side.inside, path, record->second) != isFolder)
+    return false;
   const std::wstring key = keyOf(walk.side, path, isFolder);
+  if (!walk.side.inside && !isFolder && record == walk.side.state.end()) {
+    if (!countsForKey(key, path, stamp)) return true;
+    record = walk.side.state.find(path);
+  }
+  const bool known = record != walk.side.state.end();
   if (walk.side.list.count(key) > 0) return true;
   if (!isFolder && isFileLocked(path)) {
     noteBusy(walk, path, !known || stamp.seconds() > recordedTime(record->second));
@@ -110,6 +127,7 @@ bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform
 
 void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<std::wstring>& folders) {
   std::vector<boost::filesystem::path> entries;
+  if (!walk.side.inside) unreadNames_.erase(folder);
   const bool gone = platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::missing;
   if (!gone && !listFolder(folder, entries) && unreadable_.insert(folder).second) {
     notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
@@ -135,7 +153,7 @@ SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, St
   PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
   handler_->beginOperation();
   const Side scanned = sideOf(syncFolder);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
   requireIntactRoot(scanned);
   std::deque<std::wstring> queue{folderForm(std::move(syncFolder))};
   std::set<std::wstring> seen(queue.begin(), queue.end());

@@ -38,6 +38,19 @@ void SyncPair::generateDirList(StateList& list, std::wstring folder) {
   }
 }
 
+// Where a file has two archives, none: both sides are merged.
+StateList::const_iterator SyncPair::counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder) {
+  if (isFolder) return outside.find(pathFor(side(false), key, true));
+  auto found = outside.end();
+  for (const std::wstring& path : archivePaths(key)) {
+    const auto match = outside.find(path);
+    if (match == outside.end()) continue;
+    if (found != outside.end()) return outside.end();
+    found = match;
+  }
+  return found;
+}
+
 void SyncPair::stateMissingIndex() {
   placeMarkers();
   StateList inside;
@@ -50,7 +63,7 @@ void SyncPair::stateMissingIndex() {
     PAIR_DEBUG("stateMissingIndex() src: %s %s", utf8(entry.first).c_str(), utf8(entry.second[0]).c_str());
     const bool isFolder = recordedAsFolder(true, entry.first, entry.second);
     const std::wstring key = keyOf(side(true), entry.first, isFolder);
-    const auto match = outside.find(pathFor(side(false), key, isFolder));
+    const auto match = counterpartIn(outside, key, isFolder);
     if (match == outside.end()) continue;
     if (!isFolder && match->second[0] != entry.second[0]) continue;
     PAIR_DEBUG("stateMissingIndex() match: %s %s", utf8(match->first).c_str(), utf8(match->second[0]).c_str());

@@ -101,16 +101,16 @@ std::wstring SyncPair::keyOf(const Side& side, const std::wstring& path, bool is
   if (side.inside) return key;
   if (hasArchiveExtension(nameOf(key)) == isFolder) return std::wstring();
   if (isFolder) return key;
-  const std::wstring plain = handler_->handleName(nameOf(key));
+  const std::wstring plain = handler_->handleName(path);
   if (plain.empty()) return std::wstring();
   const std::wstring parent = parentOf(key);
   return parent.empty() ? plain : joinPath(parent, plain);
 }
 
+// Empty for an archive whose name cannot be told now.
 std::wstring SyncPair::pathFor(const Side& side, const std::wstring& key, bool isFolder) {
   const std::wstring path = joinPath(side.root, key);
-  if (side.inside || isFolder) return path;
-  return joinPath(parentOf(path), handler_->handleName(nameOf(path)));
+  return side.inside || isFolder ? path : archiveFor(key);
 }
 
 // A folder of the Inside carries an identifier, which begins with "+"; on the Outside whatever is no archive is one.

@@ -138,6 +138,11 @@ public:
   Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void touch(std::wstring path, std::int64_t timestamp);
 
+  // Names: NameForms.cpp, Spares.cpp ---------------------------------------------
+  /// Runs a renaming of archives, which tells of each; the records follow, and the state is written at the end.
+  using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
+  bool renameArchives(const std::function<bool(const Renamed&)>& rename);
+
   // The whole Outside: WholeSide.cpp ---------------------------------------------
   /// Throws RootMissing unless the folder is the one that the state knows.
   void requireIntactRoot(bool inside) { requireIntactRoot(side(inside)); }
@@ -176,6 +181,26 @@ private:
   std::wstring pathFor(const Side& side, const std::wstring& key, bool isFolder);
   static bool recordedAsFolder(bool inside, const std::wstring& path, const StateRecord& record);
 
+  // NameForms.cpp, Spares.cpp
+  using Archives = std::map<std::wstring, platform::FileStamp>;
+  /// An archive beside the one that counts for its key.
+  struct Spare {
+    platform::FileStamp stamp;
+    bool known;  ///< it was recorded as it is
+  };
+  std::vector<std::wstring> archivePaths(const std::wstring& key);
+  std::wstring archiveFor(const std::wstring& key);
+  Archives archivesThere(const std::wstring& key);
+  void takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to, std::int64_t time);
+  bool countsForKey(const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
+  void removeSpare(const std::wstring& path, const platform::FileStamp& stamp);
+  bool keepUnseen(const std::wstring& key, const std::wstring& source, const std::wstring& counted,
+                  const Archives& archives);
+  void dropOtherArchives(const std::wstring& key, const std::wstring& written, const Archives& before);
+  void carryArchiveBack(const Side& from, const Side& to, const std::wstring& key, const Archives& archives);
+  void settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare);
+  void settleSpares();
+
   // Roots.cpp
   std::wstring markerOf(const Side& side) const;
   std::string rootIdOf(const Side& side) const;
@@ -191,6 +216,7 @@ private:
 
   // State
   StateRecord makeRecord(const std::wstring& path, std::int64_t time);
+  StateList::const_iterator counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder);
   bool rebuildNeeded();
   void dropUnpairedRecords();
   void dropRetriedRecords();
@@ -204,7 +230,6 @@ private:
     int checkInterval;
     const char* label;  ///< prefix of the log lines
     ScanResult result;
-    std::vector<std::wstring> newFolders;
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
@@ -212,7 +237,10 @@ private:
   void settleDest();
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
+  bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
+  void noteUnread(const Side& side, const boost::filesystem::path& entry);
+  bool mayHaveUnreadName(const StateRecord& record) const;
   void noteBusy(Walk& walk, const std::wstring& path, bool changed);
   bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
   bool isFreeForCloudCopy(const Side& side, const std::wstring& archive);
@@ -331,9 +359,11 @@ private:
   std::unique_ptr<platform::File> journal_;  ///< null: no rename since the state was written
   std::set<std::wstring> renamedIn_;         ///< folders with renames that may not be on the disk yet
   std::set<std::wstring> unreadable_;        ///< folders that the host was told about in this cycle
-  std::set<std::wstring> busy_;              ///< changed files in use that the host was told about in this cycle
-  std::set<std::wstring> givenUp_;           ///< archives whose key is missing
-  std::set<std::wstring> retry_;             ///< of these, perhaps, it has arrived
+  std::map<std::wstring, std::set<std::int64_t>> unreadNames_;  ///< folder → times of archives without a plain name
+  std::set<std::wstring> busy_;  ///< changed files in use that the host was told about in this cycle
+  std::map<std::wstring, std::map<std::wstring, Spare>> spares_;  ///< key → path, as the scans of this cycle found them
+  std::set<std::wstring> givenUp_;                                ///< archives whose key is missing
+  std::set<std::wstring> retry_;                                  ///< of these, perhaps, it has arrived
   std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
   std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
   bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that

@@ -24,6 +24,14 @@ void kelsync_vw_add(kelsync_folder_list* list, const wchar_t* path) {
   });
 }
 
+uint32_t kelsync_vw_count(kelsync_folder_list* list) {
+  return list ? static_cast<uint32_t>(folderList(list)->size()) : 0;
+}
+
+const wchar_t* kelsync_vw_get(kelsync_folder_list* list, uint32_t index) {
+  return index < kelsync_vw_count(list) ? (*folderList(list))[index].c_str() : nullptr;
+}
+
 void kelsync_vw_delete(kelsync_folder_list* list) { delete folderList(list); }
 
 }  // extern "C"

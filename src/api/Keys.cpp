@@ -20,15 +20,15 @@ int kelsync_change_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar
   }
   bool changed = false;
   command(h, __func__, [&](SyncPair& pair) {
-    pair.requireIntactRoot(false);
     const WideSecret key(newKey);
-    changed = handlerOf(pair)->changeAssetKey(
-        assetId, key.text,
-        [&](const std::wstring& outcome, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
-          if (outcome == L"rewrap") pair.refreshHash(path);
-          pair.tell(outcome, path, done, total);
-        });
-    pair.writeState();
+    const auto progress = [&](const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
+                              std::uint64_t total) {
+      if (outcome == L"rewrap") pair.refreshHash(path);
+      pair.tell(outcome, path, done, total);
+    };
+    changed = pair.renameArchives([&](const SyncPair::Renamed& renamed) {
+      return handlerOf(pair)->changeAssetKey(assetId, key.text, progress, renamed);
+    });
   });
   return changed ? 1 : 0;
 }
@@ -57,6 +57,16 @@ int kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId) {
   bool right = false;
   if (assetId) command(h, __func__, [&](SyncPair& pair) { right = handlerOf(pair)->verifyAssetKey(assetId); });
   return right ? 1 : 0;
+}
+
+int kelsync_FNE_reset(kelsync_pair* h) {
+  bool done = false;
+  command(h, __func__, [&](SyncPair& pair) {
+    CryptoSyncCopyHandler* const handler = handlerOf(pair);
+    if (!handler) return;
+    done = pair.renameArchives([&](const SyncPair::Renamed& renamed) { return handler->resetStateFNE(renamed); });
+  });
+  return done ? 1 : 0;
 }
 
 void kelsync_cb_register_keynotfound(kelsync_pair* h, kelsync_keynotfound_cb cb) {

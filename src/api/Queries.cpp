@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "api/Guard.h"
+#include "base/GenericPath.h"
 #include "base/HostBlock.h"
 
 using namespace Kelta;
@@ -36,6 +37,20 @@ uint32_t kelsync_quarantine_get_JSON(kelsync_pair* h, wchar_t** out) {
   return handOut(h, __func__, out, [](SyncPair& pair) {
     CryptoSyncCopyHandler* const handler = handlerOf(pair);
     return handler ? handler->getQuarantineAsJSON() : std::wstring(L"{\"quarantined\":[]}");
+  });
+}
+
+uint32_t fn_encrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out) {
+  return handOut(h, __func__, out, [&](SyncPair& pair) {
+    CryptoSyncCopyHandler* const handler = handlerOf(pair);
+    return handler && path ? handler->encryptFilename(genericForm(path)) : std::wstring();
+  });
+}
+
+uint32_t fn_decrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out) {
+  return handOut(h, __func__, out, [&](SyncPair& pair) {
+    CryptoSyncCopyHandler* const handler = handlerOf(pair);
+    return handler && path ? handler->untransformName(genericForm(path)) : std::wstring();
   });
 }
 

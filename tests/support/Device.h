@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/operations.hpp>
+#include <cstdlib>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -51,14 +52,29 @@ inline std::string treeOf(const fs::path& root) {
   return text;
 }
 
-/// The names below a folder, sorted: "a.txt.kelta dir/ …", markers left out.
+inline const wchar_t* testKey() { return L"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"; }
+
+/// Whether devices encrypt file names unless a test says otherwise: the scenarios run both ways.
+inline bool namesByDefault() { return std::getenv("KELSYNC_TEST_NAMES") != nullptr; }
+
+/// An archive's name as "x.kelta", whatever form it has; any other name as it is.
+inline std::string plainForm(const std::string& name) {
+  CryptoSyncCopyHandler reader({std::make_shared<VirtualClock>(), std::make_shared<Interruption>(), {}});
+  reader.setAssetKey(L"main", testKey());
+  const std::wstring plain = reader.decryptFilename(platform::wideOf(pathFrom(name)));
+  return plain.empty() ? name : platform::utf8(plain) + ".kelta";
+}
+
+/// The names below a folder, sorted: "a.txt.kelta dir/ …", markers left out, encrypted names in plain form.
 inline std::string namesOf(const fs::path& root) {
   std::set<std::string> names;
   for (fs::recursive_directory_iterator it(root), end; it != end; ++it) {
     const std::string name = platform::utf8(it->path().filename());
     if (name == ".rid" || name == ".kelta") continue;
     const bool folder = platform::stampOf(it->path()).kind == platform::Kind::folder;
-    names.insert(platform::utf8(it->path().lexically_relative(root).generic_path()) + (folder ? "/" : ""));
+    const fs::path parent = it->path().parent_path().lexically_relative(root);
+    const std::string prefix = parent == "." ? "" : platform::utf8(parent.generic_path()) + "/";
+    names.insert(prefix + (namesByDefault() ? plainForm(name) : name) + (folder ? "/" : ""));
   }
   std::string text;
   for (const auto& name : names) text += (text.empty() ? "" : " ") + name;
@@ -73,8 +89,6 @@ inline std::string withShortConflicts(std::string text) {
   }
   return text;
 }
-
-inline const wchar_t* testKey() { return L"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"; }
 
 /// One computer: an Inside and a work folder of its own, an Outside that it shares with others.
 class Device {
@@ -111,10 +125,11 @@ public:
     pair_->setStatePath(wide(state()));
     handler_->setQuarFolder(wide(state() / "quar"));
     handler_->setAssetKey(L"main", testKey());
+    handler_->setFNE(names_);
     handler_->sweepTempFolder();
     pair_->setProgress([this](const std::wstring& operation, const std::wstring& path, std::uint64_t, std::uint64_t) {
-      events_ += (events_.empty() ? "" : " ") + platform::utf8(operation) + ":" +
-                 platform::utf8(platform::pathOf(path).filename());
+      const std::string name = platform::utf8(platform::pathOf(path).filename());
+      events_ += (events_.empty() ? "" : " ") + platform::utf8(operation) + ":" + (names_ ? plainForm(name) : name);
     });
     pair_->initState();
   }
@@ -124,6 +139,23 @@ public:
     events_.clear();
     pair_->syncCycle();
     return events_;
+  }
+
+  /// Encrypted names on or off, from now on.
+  void setNames(bool on) { handler_->setFNE(names_ = on); }
+  bool resetNames() {
+    return pair_->renameArchives([&](const SyncPair::Renamed& renamed) { return handler_->resetStateFNE(renamed); });
+  }
+  /// The archive of "x" for the entry "x.kelta" of the Outside, under the name it has; any other entry as it is.
+  fs::path archive(const fs::path& entry) {
+    const std::wstring plain = platform::wideOf((outside_ / entry).replace_extension());
+    if (!names_ || entry.extension() != ".kelta" || entry.stem().empty()) return outside_ / entry;
+    const std::vector<std::wstring> names = handler_->archiveNames(plain);
+    for (const std::wstring& name : names) {
+      const fs::path path = platform::pathOf(plain).parent_path() / platform::pathOf(name);
+      if (fs::exists(path)) return path;
+    }
+    return platform::pathOf(plain).parent_path() / platform::pathOf(names.front());
   }
 
   SyncPair& pair() { return *pair_; }
@@ -146,6 +178,7 @@ private:
   RecycleBin bin_;
   std::unique_ptr<SyncPair> pair_;
   CryptoSyncCopyHandler* handler_ = nullptr;
+  bool names_ = namesByDefault();
   std::string events_;
 };
 

@@ -27,6 +27,9 @@ std::vector<std::string> unusableNames();
 /// A name that can be synchronised and is a strain on those who quote, escape or recode it.
 std::string awkwardName();
 
+/// Whether the system only stands for Windows.
+bool runsUnderWine();
+
 /// A program that has a file open for itself.
 class HeldFile {
 public:

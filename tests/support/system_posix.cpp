@@ -24,6 +24,8 @@ bool makePipe(const fs::path& path) { return ::mkfifo(path.c_str(), 0600) == 0; 
 
 std::vector<std::string> unusableNames() { return {"tab\there", "back\\slash", "return\r", "bad\xFF\xFE", "bad\xFE"}; }
 
+bool runsUnderWine() { return false; }
+
 std::string awkwardName() { return "quo\"te 's \xC3\xA4 %d.txt"; }
 
 struct HeldFile::Impl {

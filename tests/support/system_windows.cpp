@@ -48,6 +48,8 @@ bool makePipe(const fs::path&) { return false; }
 // There is one kind, half a surrogate pair, and Wine does not take that either.
 std::vector<std::string> unusableNames() { return {}; }
 
+bool runsUnderWine() { return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr; }
+
 std::string awkwardName() { return "'quote' \xC3\xA4 %TEMP% %d.txt"; }
 
 struct HeldFile::Impl {

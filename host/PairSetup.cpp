@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PairSetup.h"
+
+#include "Failure.h"
+#include "PairKey.h"
+#include "Terminal.h"
+
+namespace Kelta {
+namespace host {
+namespace {
+
+const Options& checked(const Options& options) {
+  options.refuseOperands();
+  assetOf(options);
+  return options;
+}
+
+PairFolders foldersOf(const Options& options) {
+  const std::wstring inside = options.required(L"--inside");
+  return PairFolders(inside, options.required(L"--outside"));
+}
+
+}  // namespace
+
+std::vector<OptionRule> pairRules() {
+  return {{L"--inside", L"", true}, {L"--outside", L"", true},   {L"--work", L"", true},   {L"--key-file", L"", true},
+          {L"--asset", L"", true},  {L"--make-key", L"", false}, {L"--names", L"", false}, {L"--compress", L"", false}};
+}
+
+PairSetup::PairSetup(const Options& options)
+    : options_(checked(options)),
+      folders_(foldersOf(options)),
+      work_(options.value(L"--work"), folders_),
+      compress_(options.has(L"--compress")) {
+  folders_.requirePresent();
+  work_.open();
+}
+
+void PairSetup::prepare() {
+  work_.requireNoKeyChange();
+  key_ = pairKey(options_, work_, folders_, options_.has(L"--make-key"));
+  work_.claim();
+  work_.prepareLog();
+}
+
+std::unique_ptr<Engine> PairSetup::engine(EntryListener& listener, const std::wstring& log) const {
+  auto engine = std::make_unique<Engine>(
+      EngineSettings{folders_.inside, folders_.outside, work_.state(), work_.temp(), log, compress_});
+  engine->setListener(listener);
+  openWithKey(*engine, options_, key_, work_);
+  turnNamesOver(*engine);
+  return engine;
+}
+
+// Encrypted names, asked for now or earlier. Archives that are there already are turned over once.
+void PairSetup::turnNamesOver(Engine& engine) const {
+  const bool before = work_.namesRemembered();
+  const bool on = before || options_.has(L"--names");
+  engine.setNames(on);
+  if (on == before) return;
+  work_.rememberNames(on);
+  engine.resetNames();
+}
+
+}  // namespace host
+}  // namespace Kelta

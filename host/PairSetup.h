@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Engine.h"
+#include "Key.h"
+#include "Options.h"
+#include "PairFolders.h"
+#include "WorkFolder.h"
+
+namespace Kelta {
+namespace host {
+
+/// The options that say which pair is meant and how it is synchronised.
+std::vector<OptionRule> pairRules();
+
+/// One pair as the user wants it synchronised. While an object lives, no other run works with the pair.
+class PairSetup {
+public:
+  /// Throws Failure: usage, folderMissing, or what WorkFolder::open() throws.
+  explicit PairSetup(const Options& options);
+
+  const PairFolders& folders() const { return folders_; }
+  const WorkFolder& work() const { return work_; }
+  /// Finds the key, asking the user for it if need be, and gets the work folder ready. Throws Failure.
+  void prepare();
+  const std::wstring& keySource() const { return key_.source; }
+  /// A new engine of the pair with its key, tied to `listener`, that has read its state. `log` takes the log.
+  /// Throws Failure (noKey) when the key does not fit.
+  std::unique_ptr<Engine> engine(EntryListener& listener, const std::wstring& log) const;
+
+private:
+  void turnNamesOver(Engine& engine) const;
+
+  Options options_;
+  PairFolders folders_;
+  WorkFolder work_;
+  bool compress_;
+  FoundKey key_;
+};
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PairWatch.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "Failure.h"
+#include "Stop.h"
+#include "Terminal.h"
+#include "platform/Files.h"
+#include "platform/Folders.h"
+#include "platform/Text.h"
+
+namespace Kelta {
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using State = StatusBoard::State;
+
+constexpr std::chrono::seconds kShortestPause{10};
+constexpr std::chrono::seconds kLongestRetryPause{600};
+// A full cycle takes at most a tenth of the time, however large the pair is.
+constexpr int kPauseFactor = 10;
+// So often a change may end a long full scan that is needed; then one is done to the end.
+constexpr int kMostInterruptions = 10;
+constexpr std::chrono::seconds kMissingPause{5};
+
+std::wstring parentOf(const std::wstring& path) { return genericOf(platform::pathOf(path).parent_path()); }
+
+bool isFolder(const std::wstring& path) {
+  return platform::kindBehindLinks(platform::pathOf(path)) == platform::Kind::folder;
+}
+
+}  // namespace
+
+PairWatch::PairWatch(const PairSetup& setup, StatusBoard& board, std::size_t number, std::wstring log)
+    : setup_(setup), board_(board), number_(number), log_(std::move(log)) {}
+
+bool PairWatch::foldersStand() const { return isFolder(setup_.folders().inside) && isFolder(setup_.folders().outside); }
+
+void PairWatch::run() {
+  std::chrono::seconds pause = kMissingPause;
+  while (!Stop::asked()) {
+    const Moment start = Clock::now();
+    runUntilMissing();
+    if (Stop::asked()) break;
+    board_.setState(number_, State::missing);
+    board_.complainAbout(number_, setup_.folders().whatIsMissing());
+    // A folder that stands but is not the one that it was is looked at less and less often.
+    pause = Clock::now() - start > std::chrono::minutes(1) ? kMissingPause : std::min(pause * 2, kLongestRetryPause);
+    do {
+      Stop::pause(pause);
+    } while (!Stop::asked() && !foldersStand());
+  }
+  board_.setState(number_, State::ended);
+}
+
+void PairWatch::runUntilMissing() {
+  board_.setState(number_, State::starting);
+  const std::unique_ptr<Engine> engine = setup_.engine(*this, log_);
+  engine_ = engine.get();
+  folders_.clear();
+  retried_.clear();
+  needFull();
+  Changes changes(setup_.folders(), [this](const std::wstring& path) { noticed(path); });
+  while (!Stop::asked() && engine->ok()) {
+    const Moment now = Clock::now();
+    if (now >= retryDue_) {
+      folders_.insert(retried_.begin(), retried_.end());
+      retryDue_ = Moment::max();
+    }
+    if (now >= fullDue_) {
+      fullCycle(changes);
+    } else if (!folders_.empty()) {
+      subCycle();
+    } else {
+      board_.setState(number_, State::idle);
+      changes.wait(std::min(fullDue_, retryDue_));
+    }
+    changes.wait(Clock::now());  // for the end of a burst
+    takeChanges(changes);
+  }
+}
+
+void PairWatch::needFull() {
+  fullNeeded_ = true;
+  interruptions_ = 0;
+  fullDue_ = Clock::now();
+}
+
+void PairWatch::takeChanges(Changes& changes) {
+  bool anything = false;
+  const std::size_t former = folders_.size();
+  for (const std::wstring& path : changes.take(anything)) {
+    if (!own_.isAsLeft(path)) folders_.insert(parentOf(path));
+  }
+  if (folders_.size() != former) retryPause_ = std::chrono::seconds(0);
+  if (anything) needFull();
+  board_.setPending(number_, folders_.size());
+}
+
+void PairWatch::beginCycle(State state) {
+  board_.setState(number_, state);
+  own_.beginCycle();
+  carried_ = 0;
+  failed_.clear();
+  engine_->forgetTaken();
+}
+
+// A long scan gives way to a file that the user saves; false when it did.
+bool PairWatch::scan() {
+  setInterruptible(!fullNeeded_ || interruptions_ < kMostInterruptions);
+  engine_->scanInside();
+  if (!interrupted()) engine_->scanOutside();
+  setInterruptible(false);
+  return !interrupted();
+}
+
+void PairWatch::fullCycle(Changes& changes) {
+  beginCycle(State::scanning);
+  takeChanges(changes);  // those that come from now on may come too late for the scan
+  const std::set<std::wstring> pending = std::exchange(folders_, {});
+  const Moment start = Clock::now();
+  const bool scanned = scan();
+  if (scanned) {
+    engine_->carryOver();
+  } else {
+    engine_->dropScans();
+  }
+  const std::chrono::seconds pause = std::max(engine_->pauseBetweenCycles(), kShortestPause);
+  const Moment now = Clock::now();
+  if (!scanned) {
+    ++interruptions_;
+    folders_ = pending;
+    fullDue_ = now + pause * interruptions_;
+  } else {
+    interruptions_ = 0;
+    fullNeeded_ = false;
+    fullDue_ =
+        now + (carried_ > 0 ? Clock::duration(pause) : std::max<Clock::duration>(pause, kPauseFactor * (now - start)));
+  }
+  endCycle(nullptr);
+}
+
+// What was carried over may have cleared the way for more (a folder in the place of a file): the same folders are
+// looked at once more, until there is nothing.
+void PairWatch::subCycle() {
+  beginCycle(State::synchronising);
+  const std::set<std::wstring> folders = std::exchange(folders_, {});
+  engine_->subCycle(folders);
+  if (carried_ > 0) folders_ = folders;
+  endCycle(&folders);
+}
+
+void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
+  std::map<std::wstring, std::wstring> reasons;
+  for (const Notification& told : engine_->takeNotifications()) {
+    if (told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
+    if (!told.more.empty()) reasons[told.message] = told.more;
+  }
+  if (engine_->toldAnything()) setup_.work().keepNotifications(engine_->notificationsText());
+  for (auto told = told_.begin(); told != told_.end();) {
+    const bool lookedAt = scanned == nullptr || scanned->count(parentOf(*told)) > 0;
+    told = lookedAt && failed_.count(*told) == 0 ? told_.erase(told) : std::next(told);
+  }
+  for (const auto& failure : failed_) {
+    if (!told_.insert(failure.first).second) continue;
+    const auto reason = reasons.find(L"Could not copy " + failure.first.substr(failure.first.rfind(L'/') + 1));
+    board_.complainAbout(number_, L"not synchronised yet: " + printable(failure.second) +
+                                      (reason == reasons.end() ? L"" : L": " + printable(reason->second)));
+  }
+  board_.setErrors(number_, told_.size());
+  planRetry();
+}
+
+// Failures are tried again after a pause that grows as long as nothing else happens.
+void PairWatch::planRetry() {
+  if (failed_.empty()) {
+    if (retryDue_ == Moment::max()) retried_.clear();
+    return;
+  }
+  for (const auto& failure : failed_) retried_.insert(parentOf(failure.first));
+  retryPause_ = std::min(std::max(retryPause_ * 2, kShortestPause), kLongestRetryPause);
+  retryDue_ = Clock::now() + retryPause_;
+}
+
+void PairWatch::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
+                      std::uint64_t total) {
+  const std::wstring generic = genericOf(platform::pathOf(path));
+  const auto plainName = [this](const std::wstring& archive) { return engine_->plainName(archive); };
+  const bool isFolder = operation == L"folder";
+  const std::wstring name = isFolder ? setup_.folders().shown(path, true) : setup_.folders().shown(path, plainName);
+  if (operation == L"failed") {
+    failed_[generic] = name;
+    return;
+  }
+  own_.note(generic);
+  ++carried_;
+  board_.setState(number_, State::synchronising);
+  board_.setPending(number_, static_cast<std::size_t>(total - done));
+  board_.entry(number_, operation, name);
+}
+
+void PairWatch::setInterruptible(bool interruptible) {
+  const std::lock_guard<std::mutex> lock(interruptMutex_);
+  interruptible_ = interruptible;
+  if (interruptible) interrupted_ = false;
+}
+
+bool PairWatch::interrupted() {
+  const std::lock_guard<std::mutex> lock(interruptMutex_);
+  return interrupted_;
+}
+
+void PairWatch::noticed(const std::wstring& path) {
+  const std::lock_guard<std::mutex> lock(interruptMutex_);
+  if (!interruptible_ || isFolder(path)) return;
+  interruptible_ = false;
+  interrupted_ = true;
+  engine_->interrupt();
+}
+
+}  // namespace host
+}  // namespace Kelta

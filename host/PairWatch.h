@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "Changes.h"
+#include "OwnWrites.h"
+#include "PairSetup.h"
+#include "StatusBoard.h"
+
+namespace Kelta {
+namespace host {
+
+/// Keeps one pair in step until the user stops it: a sub-folder cycle for what the watcher saw, a full one at the
+/// start, when the watcher lost track, and now and then. All but the constructor runs on one thread.
+class PairWatch : public EntryListener {
+public:
+  /// `setup` and `board` are the caller's. `log` takes the log of the process.
+  PairWatch(const PairSetup& setup, StatusBoard& board, std::size_t number, std::wstring log);
+
+  /// Returns when the user stops it. A folder of the pair that goes missing is waited for. Throws Failure (noKey).
+  void run();
+  void entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) override;
+
+private:
+  using Moment = Changes::Moment;
+
+  void runUntilMissing();
+  void takeChanges(Changes& changes);
+  void needFull();
+  bool scan();
+  void fullCycle(Changes& changes);
+  void subCycle();
+  void beginCycle(StatusBoard::State state);
+  /// `scanned`: the folders of a sub-folder cycle; null for a full one.
+  void endCycle(const std::set<std::wstring>* scanned);
+  void planRetry();
+  void noticed(const std::wstring& path);
+  void setInterruptible(bool interruptible);
+  bool interrupted();
+  bool foldersStand() const;
+
+  const PairSetup& setup_;
+  StatusBoard& board_;
+  const std::size_t number_;
+  const std::wstring log_;
+
+  Engine* engine_ = nullptr;
+  OwnWrites own_;
+  std::set<std::wstring> folders_;  ///< to be scanned by the next sub-folder cycle
+  std::set<std::wstring> retried_;  ///< folders of entries that failed, for later
+  std::chrono::seconds retryPause_{0};
+  Moment retryDue_ = Moment::max();
+  Moment fullDue_;
+  bool fullNeeded_ = false;                      ///< there may be changes that nobody has seen
+  std::size_t carried_ = 0;                      ///< in the latest cycle
+  std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown
+  std::set<std::wstring> told_;                  ///< failures that last, which the user has seen
+  int interruptions_ = 0;                        ///< of full cycles, since the latest whole one
+
+  std::mutex interruptMutex_;  ///< guards what follows, which the watcher's threads use
+  bool interruptible_ = false;
+  bool interrupted_ = false;
+};
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "PairsFile.h"
+
+#include <boost/filesystem/exception.hpp>
+#include <sstream>
+
+#include "Failure.h"
+#include "Terminal.h"
+#include "platform/Files.h"
+#include "platform/Text.h"
+
+namespace Kelta {
+namespace host {
+namespace {
+
+constexpr std::uint64_t kLongestFile = 1024 * 1024;
+
+std::string contentOf(const std::wstring& path) {
+  try {
+    platform::File file(platform::pathOf(path), platform::File::Mode::read);
+    if (file.size() > kLongestFile) throw Failure{Exit::usage, printable(path) + L" is too long for a list of pairs"};
+    std::string text(static_cast<std::size_t>(file.size()), '\0');
+    text.resize(file.read(&text[0], text.size()));
+    return text;
+  } catch (const boost::filesystem::filesystem_error&) {
+    throw Failure{Exit::failed, printable(path) + L" cannot be read"};
+  }
+}
+
+/// False when a quote is not closed.
+bool takeApart(const std::wstring& line, std::vector<std::wstring>& arguments) {
+  bool quoted = false;
+  bool inside = false;
+  for (const wchar_t character : line) {
+    const bool space = character == L' ' || character == L'\t';
+    if (space && !quoted) {
+      inside = false;
+      continue;
+    }
+    if (!inside) arguments.emplace_back();
+    inside = true;
+    if (character == L'"')
+      quoted = !quoted;
+    else
+      arguments.back() += character;
+  }
+  return !quoted;
+}
+
+}  // namespace
+
+std::vector<std::vector<std::wstring>> readPairs(const std::wstring& file) {
+  std::vector<std::vector<std::wstring>> pairs;
+  std::istringstream lines(contentOf(file));
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    std::wstring wide;
+    std::vector<std::wstring> arguments;
+    if (!platform::wideFromUtf8(line, wide) || !takeApart(wide, arguments)) {
+      throw Failure{Exit::usage, printable(file) + L", line " + std::to_wstring(number) + L", cannot be read"};
+    }
+    if (!arguments.empty() && arguments.front()[0] != L'#') pairs.push_back(std::move(arguments));
+  }
+  if (pairs.empty()) throw Failure{Exit::usage, printable(file) + L" names no pair"};
+  return pairs;
+}
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "StatusBoard.h"
+
+#include <cstdio>
+#include <map>
+
+#include "Terminal.h"
+#include "platform/Console.h"
+#include "platform/Text.h"
+
+namespace Kelta {
+namespace host {
+namespace {
+
+constexpr std::size_t kLineWidth = 79;  // of the narrowest usual terminal
+
+using Lock = std::lock_guard<std::mutex>;
+
+const wchar_t* textOf(StatusBoard::State state) {
+  switch (state) {
+    case StatusBoard::State::starting:
+      return L"starting";
+    case StatusBoard::State::scanning:
+      return L"scanning";
+    case StatusBoard::State::synchronising:
+      return L"synchronising";
+    case StatusBoard::State::idle:
+      return L"idle";
+    case StatusBoard::State::missing:
+      return L"folder missing";
+    case StatusBoard::State::ended:
+      break;
+  }
+  return L"ended";
+}
+
+void put(const std::wstring& text) {
+  const std::string bytes = platform::utf8(text);
+  std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+StatusBoard::StatusBoard(std::vector<std::wstring> names, bool quiet)
+    : terminal_(platform::outputIsTerminal()), quiet_(quiet) {
+  for (std::wstring& name : names) pairs_.push_back({names.size() > 1 ? std::move(name) : std::wstring()});
+}
+
+std::wstring StatusBoard::labelled(std::size_t pair, const std::wstring& line) const {
+  const std::wstring& name = pairs_[pair].name;
+  return name.empty() ? line : L"[" + printable(name) + L"] " + line;
+}
+
+std::wstring StatusBoard::liveLine() const {
+  std::map<State, int> states;
+  std::size_t pending = 0;
+  std::size_t errors = 0;
+  for (const Pair& pair : pairs_) {
+    ++states[pair.state];
+    pending += pair.pending;
+    errors += pair.errors;
+  }
+  std::wstring line;
+  for (const auto& state : states) {
+    line += (line.empty() ? L"" : L", ") + (pairs_.size() > 1 ? std::to_wstring(state.second) + L" " : std::wstring());
+    line += textOf(state.first);
+  }
+  line += L" | pending " + std::to_wstring(pending) + L" | errors " + std::to_wstring(errors);
+  if (!last_.empty()) line += L" | " + last_;
+  return line.substr(0, kLineWidth);
+}
+
+void StatusBoard::erase() {
+  if (shown_ > 0) put(L"\r" + std::wstring(shown_, L' ') + L"\r");
+  shown_ = 0;
+}
+
+void StatusBoard::draw() {
+  if (!terminal_ || quiet_) return;
+  const std::wstring line = liveLine();
+  const std::size_t former = shown_;
+  shown_ = line.size();
+  put(L"\r" + line + std::wstring(former > shown_ ? former - shown_ : 0, L' '));
+}
+
+void StatusBoard::setState(std::size_t pair, State state) {
+  const Lock lock(mutex_);
+  if (pairs_[pair].state == state) return;
+  pairs_[pair].state = state;
+  draw();
+}
+
+void StatusBoard::setPending(std::size_t pair, std::size_t count) {
+  const Lock lock(mutex_);
+  if (pairs_[pair].pending == count) return;
+  pairs_[pair].pending = count;
+  draw();
+}
+
+void StatusBoard::setErrors(std::size_t pair, std::size_t count) {
+  const Lock lock(mutex_);
+  pairs_[pair].errors = count;
+  draw();
+}
+
+void StatusBoard::entry(std::size_t pair, const std::wstring& operation, const std::wstring& name) {
+  const Lock lock(mutex_);
+  last_ = labelled(pair, operation + L"  " + printable(name));
+  if (terminal_) return draw();
+  if (!quiet_) say(last_);
+}
+
+void StatusBoard::tell(std::size_t pair, const std::wstring& line) {
+  const Lock lock(mutex_);
+  if (quiet_) return;
+  erase();
+  say(labelled(pair, line));
+  draw();
+}
+
+void StatusBoard::complainAbout(std::size_t pair, const std::wstring& line) {
+  const Lock lock(mutex_);
+  erase();
+  complain(labelled(pair, line));
+  draw();
+}
+
+void StatusBoard::close() {
+  const Lock lock(mutex_);
+  erase();
+}
+
+}  // namespace host
+}  // namespace Kelta

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <exception>
+#include <thread>
+
+#include "Commands.h"
+#include "PairSetup.h"
+#include "PairWatch.h"
+#include "PairsFile.h"
+#include "StatusBoard.h"
+#include "Stop.h"
+#include "Terminal.h"
+#include "platform/Files.h"
+#include "platform/Text.h"
+#include "platform/Utf8.h"
+
+namespace Kelta {
+namespace host {
+namespace {
+
+using Setups = std::vector<std::unique_ptr<PairSetup>>;
+
+std::vector<OptionRule> withRules(std::vector<OptionRule> rules, const std::vector<OptionRule>& more) {
+  rules.insert(rules.end(), more.begin(), more.end());
+  return rules;
+}
+
+void addSetup(Setups& setups, const Options& options) {
+  auto setup = std::make_unique<PairSetup>(options);
+  // The lock of the work folder only keeps other processes out.
+  for (const auto& other : setups) {
+    if (platform::samePath(other->work().state(), setup->work().state())) {
+      throw Failure{Exit::usage, L"two pairs have the same work folder: " + printable(setup->work().state())};
+    }
+  }
+  setups.push_back(std::move(setup));
+}
+
+Setups setupsOf(const Options& options) {
+  Setups setups;
+  if (!options.has(L"--pairs")) {
+    addSetup(setups, options);
+    return setups;
+  }
+  for (const OptionRule& rule : pairRules()) {
+    if (options.has(rule.name)) throw Failure{Exit::usage, rule.name + L" goes into the lines of the --pairs file"};
+  }
+  options.refuseOperands();
+  for (const auto& arguments : readPairs(options.value(L"--pairs"))) addSetup(setups, Options(arguments, pairRules()));
+  return setups;
+}
+
+std::vector<std::wstring> namesOf(const Setups& setups) {
+  std::vector<std::wstring> names;
+  for (const auto& setup : setups) {
+    const std::wstring& inside = setup->folders().inside;
+    names.push_back(inside.substr(inside.rfind(L'/') + 1));
+  }
+  return names;
+}
+
+/// Serves one pair to the end; what the command returns for it.
+Exit serve(PairWatch& watch, StatusBoard& board, std::size_t number) {
+  try {
+    watch.run();
+    return Exit::done;
+  } catch (const Failure& failure) {
+    board.complainAbout(number, failure.message);
+    board.setState(number, StatusBoard::State::ended);
+    return failure.code;
+  } catch (const std::exception& error) {
+    board.complainAbout(number, printable(platform::readableFromUtf8(error.what())));
+    board.setState(number, StatusBoard::State::ended);
+    return Exit::failed;
+  }
+}
+
+}  // namespace
+
+Exit watchCommand(const Arguments& arguments) {
+  const Options options(arguments, withRules(pairRules(), {{L"--pairs", L"", true}, {L"--quiet", L"-q", false}}));
+  const Setups setups = setupsOf(options);
+  for (const auto& setup : setups) setup->prepare();
+  Stop::listen();
+  StatusBoard board(namesOf(setups), options.has(L"--quiet"));
+  std::vector<Exit> results(setups.size(), Exit::done);
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < setups.size(); ++i) {
+    board.tell(i, L"watching " + printable(setups[i]->folders().inside) + L", key: " + setups[i]->keySource());
+    threads.emplace_back([&, i] {
+      PairWatch watch(*setups[i], board, i, setups[0]->work().log());
+      results[i] = serve(watch, board, i);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  board.close();
+  for (const Exit result : results) {
+    if (result != Exit::done) return result;
+  }
+  return Exit::done;
+}
+
+}  // namespace host
+}  // namespace Kelta

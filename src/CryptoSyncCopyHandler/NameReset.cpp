@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// Bringing the names of all archives in line with the flag. Each is renamed by itself and replaces nothing, so that an
+// end at any moment leaves a mixture that every device reads; the next call does the rest.
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/NameCipher.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+using platform::Kind;
+
+}  // namespace
+
+bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
+  return path.size() <= kMaxPathCharacters && utf8(nameOf(path)).size() <= kMaxNameBytes;
+}
+
+// False when the archive keeps a name that is not in line.
+bool CryptoSyncCopyHandler::resetName(const std::wstring& path, const Renamed& renamed) {
+  const NameReading reading = readName(path);
+  if (reading.plain.empty()) return false;
+  return renameArchive(path, reading, transformName(joinPath(parentOf(path), reading.plain)), renamed);
+}
+
+bool CryptoSyncCopyHandler::renameArchive(const std::wstring& path, const NameReading& reading,
+                                          const std::wstring& name, const Renamed& renamed) {
+  if (name == nameOf(path)) return true;
+  const std::wstring target = joinPath(parentOf(path), name);
+  if (name.empty() || !nameFits(target)) {
+    if (!name.empty()) quarantineOnce(platform::pathOf(path), L"Path too long", reading.plain);
+    return false;
+  }
+  try {
+    if (!platform::moveFile(platform::pathOf(path), platform::pathOf(target))) return false;
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+    return false;
+  }
+  HANDLER_INFO("renamed to %s", utf8(target).c_str());
+  if (renamed) renamed(path, target);
+  return true;
+}
+
+bool CryptoSyncCopyHandler::resetStateFNE(const Renamed& renamed) {
+  const bool allDone = forEachArchive([&](const std::wstring& path) { return resetName(path, renamed); });
+  HANDLER_INFO("all names in line with the flag? %s", log::truth(allDone));
+  return allDone;
+}
+
+// After a change of keys: what is encrypted under a former one is encrypted under the one that is installed now.
+bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
+  return forEachArchive([&](const std::wstring& path) {
+    const NameReading reading = readName(path);
+    if (reading.form != NameForm::encrypted) return true;
+    return renameArchive(path, reading, encryptFilename(joinPath(parentOf(path), reading.plain)), renamed);
+  });
+}
+
+bool CryptoSyncCopyHandler::forEachArchive(const std::function<bool(const std::wstring& path)>& action) {
+  bool allDone = !outsideFolder_.empty();
+  std::vector<std::wstring> folders{outsideFolder_};
+  while (!folders.empty()) {
+    const std::wstring folder = folders.back();
+    folders.pop_back();
+    std::vector<fs::path> entries;
+    boost::system::error_code error;
+    platform::listFolder(platform::pathOf(folder), entries, error);
+    if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(folder).c_str(), error.message().c_str());
+    allDone = allDone && !error;
+    for (const fs::path& entry : entries) {
+      interruption().check();
+      std::wstring path;
+      const bool named = platform::wideOf(entry, path);
+      const Kind kind = platform::stampOf(entry).kind;
+      path = genericForm(std::move(path));
+      if (named && kind == Kind::folder) folders.push_back(path);
+      const bool archive = named && kind == Kind::file && hasExtension(entry) && !ignore(entry);
+      if (archive && !action(path)) allDone = false;
+    }
+    platform::syncFolder(platform::pathOf(folder));
+  }
+  return allDone;
+}
+
+}  // namespace Kelta

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+// The names that the archive of one key may have: plain or encrypted, since devices turn encrypted names on at
+// different times. There is one record for a key, that of the archive which counts; another one beside it is a spare.
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+namespace {
+
+platform::FileStamp lookAt(const std::wstring& path) {
+  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
+  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::missing;
+  return stamp;
+}
+
+}  // namespace
+
+// The one that a new archive gets comes first; none when that cannot be told now.
+std::vector<std::wstring> SyncPair::archivePaths(const std::wstring& key) {
+  const std::wstring plain = joinPath(destFolder_, key);
+  std::vector<std::wstring> paths = handler_->archiveNames(plain);
+  for (std::wstring& path : paths) path = joinPath(parentOf(plain), path);
+  return paths;
+}
+
+// The archive that is recorded for the key, else one that is there, else the one to be made. Empty: it cannot be told
+// now.
+std::wstring SyncPair::archiveFor(const std::wstring& key) {
+  const std::vector<std::wstring> paths = archivePaths(key);
+  for (const std::wstring& path : paths) {
+    if (destStateList.count(path) > 0) return path;
+  }
+  for (const std::wstring& path : paths) {
+    if (lookAt(path).kind == platform::Kind::file) return path;
+  }
+  return paths.empty() ? std::wstring() : paths.front();
+}
+
+SyncPair::Archives SyncPair::archivesThere(const std::wstring& key) {
+  Archives archives;
+  for (const std::wstring& path : archivePaths(key)) {
+    const platform::FileStamp stamp = lookAt(path);
+    if (stamp.kind == platform::Kind::file) archives[path] = stamp;
+  }
+  return archives;
+}
+
+// A recorded archive is found under another name. A newer version shows as an update then; when it is another version,
+// older or of the same time, nothing is known of the key, and both sides are merged.
+void SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to,
+                              std::int64_t time) {
+  const StateRecord record = destStateList[from];
+  destStateList.erase(from);
+  stateChanged_ = renameOccurred_ = true;
+  const auto pending = destSyncList.find(key);
+  if (pending != destSyncList.end() && pending->second.fullPath == from) destSyncList.erase(pending);
+  PAIR_INFO("renamed: %s, now %s", utf8(from).c_str(), utf8(nameOf(to)).c_str());
+  const bool sameTime = time == recordedTime(record);
+  if (sameTime ? generateFileHash(to) == record[1] : time > recordedTime(record)) {
+    destStateList[to] = record;
+    return;
+  }
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  srcStateList.erase(inside);
+  const platform::FileStamp stamp = lookAt(inside);
+  if (stamp.kind == platform::Kind::file)
+    srcSyncList[key] = SyncObject{false, stamp.seconds(), inside, std::wstring(), false};
+}
+
+// Whether an archive that has no record is the one that counts for its key. One that was only renamed takes its record
+// along. Of two the newer counts, of equally old ones that with the encrypted name: every device must come to the same
+// choice, or each would remove what the other keeps.
+bool SyncPair::countsForKey(const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp) {
+  const std::wstring plainForm = joinPath(destFolder_, key) + L".kelta";
+  bool counts = true;
+  for (const std::wstring& other : archivePaths(key)) {
+    if (other == path) continue;
+    const auto record = destStateList.find(other);
+    const bool recorded = record != destStateList.end();
+    const platform::FileStamp otherStamp = lookAt(other);
+    if (otherStamp.kind != platform::Kind::file) {
+      if (recorded && otherStamp.kind == platform::Kind::missing) takeOverRecord(key, other, path, stamp.seconds());
+      continue;
+    }
+    const bool first = other == plainForm || (path != plainForm && path < other);
+    const bool wins = stamp.seconds() != otherStamp.seconds() ? stamp.seconds() > otherStamp.seconds() : first;
+    const bool known = recorded && recordedTime(record->second) == otherStamp.seconds() &&
+                       srcStateList.count(joinPath(sourceFolder_, key)) > 0;
+    PAIR_INFO("two archives of one file, %s counts", utf8(nameOf(wins ? path : other)).c_str());
+    spares_[key].emplace(wins ? other : path, Spare{wins ? otherStamp : stamp, wins && known});
+    const auto pending = destSyncList.find(key);
+    if (wins && pending != destSyncList.end() && pending->second.fullPath == other) destSyncList.erase(pending);
+    if (wins && recorded) takeOverRecord(key, other, path, stamp.seconds());
+    counts = counts && wins;
+  }
+  return counts;
+}
+
+bool SyncPair::renameArchives(const std::function<bool(const Renamed&)>& rename) {
+  requireIntactRoot(side(true));
+  requireIntactRoot(side(false));
+  const auto follow = [&](const std::wstring& from, const std::wstring& to) {
+    const auto record = destStateList.find(from);
+    if (record == destStateList.end()) return;
+    destStateList[to] = record->second;
+    destStateList.erase(from);
+    stateChanged_ = renameOccurred_ = true;
+  };
+  try {
+    const bool done = rename(follow);
+    writeState();
+    return done;
+  } catch (const boost::thread_interrupted&) {
+    writeState();
+    throw;
+  }
+}
+
+}  // namespace Kelta
