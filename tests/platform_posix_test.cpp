@@ -21,20 +21,23 @@
 #include "platform/Files.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
+#include "support/Content.h"
+#include "support/System.h"
 #include "support/TempFolder.h"
 
 namespace {
 
 namespace fs = boost::filesystem;
 using namespace Kelta::platform;
+using Kelta::test::readFile;
+using Kelta::test::RecycleBin;
 using Kelta::test::TempFolder;
 
 /// A child process that does something, tells so, and lives until it is released.
 class Child {
 public:
   explicit Child(const std::function<void(int told)>& action) {
-    EXPECT_EQ(pipe(told_), 0);
-    EXPECT_EQ(pipe(release_), 0);
+    EXPECT_EQ(pipe(told_) + pipe(release_), 0);
     id = fork();
     if (id != 0) return;
     close(release_[1]);
@@ -50,13 +53,11 @@ public:
     char byte = 0;
     return read(told_[0], &byte, 1) == 1 ? byte : '?';
   }
-  int end() {
-    if (release_[1] < 0) return -1;
+  void end() {
+    if (release_[1] < 0) return;
     close(release_[1]);
     release_[1] = -1;
-    int status = 0;
-    waitpid(id, &status, 0);
-    return status;
+    waitpid(id, nullptr, 0);
   }
   pid_t id = 0;
 
@@ -72,13 +73,6 @@ void tell(int descriptor, char byte) {
 mode_t modeOf(const fs::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
-std::string contentOf(const fs::path& path) {
-  File file(path, File::Mode::read);
-  std::string content(4096, '\0');
-  content.resize(file.read(&content[0], content.size()));
-  return content;
 }
 
 std::size_t countIn(const fs::path& folder) {
@@ -132,22 +126,6 @@ TEST(PosixFiles, EntriesAreToldApartWithoutFollowingLinks) {
   EXPECT_FALSE(liesBelow(L"/A/b", L"/a"));
 }
 
-TEST(PosixFiles, PositionsHave64Bits) {
-  const TempFolder temp;
-  constexpr std::uint64_t far = 5000000000;
-  File file(temp / "sparse", File::Mode::createNew);
-  file.seek(far);
-  file.write("end", 3);
-  EXPECT_EQ(file.size(), far + 3);
-  EXPECT_EQ(file.position(), far + 3);
-  EXPECT_EQ(file.stamp().size, far + 3);
-  file.seek(far);
-  char buffer[4] = {};
-  EXPECT_EQ(file.read(buffer, 4), 3u);
-  EXPECT_STREQ(buffer, "end");
-  EXPECT_THROW(file.seek(UINT64_MAX), fs::filesystem_error);
-}
-
 TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
   const TempFolder temp;
   const mode_t mask = umask(027);
@@ -173,7 +151,7 @@ TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
   fs::create_symlink(temp / "secret", temp / "link");
   writeWholeFile(temp / "link", "y");
   EXPECT_EQ(stampOf(temp / "link").kind, Kind::file);
-  EXPECT_EQ(contentOf(temp / "secret"), "x");
+  EXPECT_EQ(readFile(temp / "secret"), "x");
 }
 
 TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {
@@ -181,38 +159,19 @@ TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {
   writeWholeFile(temp / "target", "old");
   struct rlimit former {};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
-  struct rlimit tight = former;
-  tight.rlim_cur = 1000;
+  const struct rlimit tight { 1000, former.rlim_max };
   const auto handler = signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-  bool failed = false;
-  try {
-    writeWholeFile(temp / "target", std::string(100000, 'n'));
-  } catch (const fs::filesystem_error&) {
-    failed = true;
-  }
+  EXPECT_THROW(writeWholeFile(temp / "target", std::string(100000, 'n')), fs::filesystem_error);
   setrlimit(RLIMIT_FSIZE, &former);
   signal(SIGXFSZ, handler);
-  EXPECT_TRUE(failed);
-  EXPECT_EQ(contentOf(temp / "target"), "old");
+  EXPECT_EQ(readFile(temp / "target"), "old");
   EXPECT_EQ(countIn(temp.path()), 1u);
 }
 
-/// The user's data folder, for as long as the object lives.
-class DataHome {
-public:
-  explicit DataHome(const fs::path& folder) : former_(getenv("XDG_DATA_HOME") ? getenv("XDG_DATA_HOME") : "") {
-    setenv("XDG_DATA_HOME", folder.c_str(), 1);
-  }
-  ~DataHome() { former_.empty() ? unsetenv("XDG_DATA_HOME") : setenv("XDG_DATA_HOME", former_.c_str(), 1); }
-
-private:
-  std::string former_;
-};
-
 TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
   const TempFolder temp;
-  const DataHome home(temp / "data");
+  const RecycleBin bin(temp.path());
   const fs::path trash = temp / "data/Trash";
   fs::create_directory(temp / "in");
   fs::create_symlink("in", temp / "way");
@@ -222,9 +181,9 @@ TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
     ASSERT_TRUE(recycle(temp / "way" / name));
     ASSERT_EQ(stampOf(temp / "in" / name).kind, Kind::missing);
   }
-  EXPECT_EQ(contentOf(trash / "files" / name), "first");
-  EXPECT_EQ(contentOf(trash / "files" / (name + ".2")), "second");
-  const std::string info = contentOf(trash / "info" / (name + ".2.trashinfo"));
+  EXPECT_EQ(readFile(trash / "files" / name), "first");
+  EXPECT_EQ(readFile(trash / "files" / (name + ".2")), "second");
+  const std::string info = readFile(trash / "info" / (name + ".2.trashinfo"));
   const std::string start =
       "[Trash Info]\nPath=" + fs::canonical(temp / "in").native() + "/r%C3%A9sum%C3%A9%20100%25.txt\nDeletionDate=";
   EXPECT_EQ(info.substr(0, start.size()), start);
@@ -234,32 +193,28 @@ TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
   writeWholeFile(trash / "files/orphan", "kept");
   writeWholeFile(temp / "orphan", "thrown away");
   ASSERT_TRUE(recycle(temp / "orphan"));
-  EXPECT_EQ(contentOf(trash / "files/orphan"), "kept");
-  EXPECT_EQ(contentOf(trash / "files/orphan.2"), "thrown away");
+  EXPECT_EQ(readFile(trash / "files/orphan"), "kept");
+  EXPECT_EQ(readFile(trash / "files/orphan.2"), "thrown away");
   EXPECT_EQ(stampOf(trash / "info/orphan.trashinfo").kind, Kind::missing);
   std::string longName = "x";
   while (longName.size() < 253) longName += "\xC3\xA9";
   writeWholeFile(temp / longName, "long");
   ASSERT_TRUE(recycle(temp / longName));
-  EXPECT_EQ(contentOf(trash / "files" / longName.substr(0, 229)), "long");
+  EXPECT_EQ(readFile(trash / "files" / longName.substr(0, 229)), "long");
   EXPECT_EQ(countIn(trash / "files"), countIn(trash / "info") + 1);
 }
 
 TEST(PosixRecycle, WithoutATrashAFileIsRemovedAndALinkIsNotFollowed) {
   const TempFolder temp;
-  writeWholeFile(temp / "no folder", "x");
-  writeWholeFile(temp / "file", "x");
-  writeWholeFile(temp / "pointed at", "x");
-  {
-    const DataHome home(temp / "no folder");
-    EXPECT_TRUE(recycle(temp / "file"));
-    EXPECT_EQ(stampOf(temp / "file").kind, Kind::missing);
-  }
-  const DataHome home(temp / "data");
+  const RecycleBin bin(temp.path());
+  for (const char* name : {"data", "file", "pointed at"}) writeWholeFile(temp / name, "x");
+  EXPECT_TRUE(recycle(temp / "file"));
+  EXPECT_EQ(stampOf(temp / "file").kind, Kind::missing);
+  fs::remove(temp / "data");
   fs::create_symlink(temp / "pointed at", temp / "link");
   EXPECT_TRUE(recycle(temp / "link"));
   EXPECT_EQ(stampOf(temp / "link").kind, Kind::missing);
-  EXPECT_EQ(contentOf(temp / "pointed at"), "x");
+  EXPECT_EQ(readFile(temp / "pointed at"), "x");
   EXPECT_EQ(stampOf(temp / "data/Trash/files/link").kind, Kind::symlink);
 }
 
@@ -278,20 +233,6 @@ TEST(PosixText, NamesThatAreNoUtf8AreReadableButNotExact) {
   EXPECT_FALSE(environment("KELSYNC_TEST_NOT_SET", wide));
 }
 
-TEST(PosixProcess, OneThatEndedIsGone) {
-  Child child([](int told) { tell(told, 'k'); });
-  ASSERT_EQ(child.awaitWord(), 'k');
-  const std::string name = temporaryName();
-  const std::string start = name.substr(0, 19);
-  const std::string childs = start + std::to_string(child.id) + name.substr(name.size() - 9);
-  EXPECT_FALSE(isAbandoned(childs));
-  child.end();
-  EXPECT_TRUE(isAbandoned(childs));
-  EXPECT_TRUE(processRuns(processId()));
-  EXPECT_TRUE(processRuns(1));
-  forgetTemporaryName(name);
-}
-
 int toldAtTermination = -1;
 std::thread::id mainThread;
 
@@ -305,11 +246,17 @@ TEST(PosixConsole, TheFirstSignalIsHandledOnAThreadAndTheSecondEndsTheProcess) {
   ASSERT_EQ(child.awaitWord(), 'r');
   kill(child.id, SIGINT);
   EXPECT_EQ(child.awaitWord(), 't');
+  const std::string name = temporaryName();
+  const std::string childs = name.substr(0, 19) + std::to_string(child.id) + name.substr(name.size() - 9);
+  EXPECT_FALSE(isAbandoned(childs));
   kill(child.id, SIGTERM);
   int status = 0;
   ASSERT_EQ(waitpid(child.id, &status, 0), child.id);
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
+  EXPECT_TRUE(isAbandoned(childs));
+  EXPECT_TRUE(processRuns(processId()) && processRuns(1));
+  forgetTemporaryName(name);
 }
 
 TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {
