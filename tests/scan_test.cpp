@@ -69,16 +69,6 @@ TEST_F(Scan, EmptyFilesAndOddEntries) {
   EXPECT_EQ(a.pair().srcSyncList.count(L"empty"), 1u);
 }
 
-TEST_F(Scan, PausesFollowTheNumberOfEntries) {
-  for (int i = 0; i < 1200; ++i) put(a.inside() / std::to_string(i % 7) / std::to_string(i), "", 10);
-  int longPauses = 0;
-  int shortPauses = 0;
-  clock->onPause = [&](std::int64_t milliseconds) { ++(milliseconds == 1 ? shortPauses : longPauses); };
-  updates();
-  EXPECT_EQ(longPauses, 2);
-  EXPECT_EQ(shortPauses, 121) << "1200 files, 7 folders and their 7 identifiers";
-}
-
 TEST_F(Scan, PaceBetweenCycles) {
   const auto tell = [&] {
     int seconds = -1;

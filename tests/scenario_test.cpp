@@ -188,51 +188,6 @@ TEST_F(Scenario, ForeignFilesOnTheOutsideAreLeftAlone) {
   EXPECT_NE(a.notifications().find("Could not copy rubbish.kelta"), std::string::npos);
 }
 
-TEST_F(Scenario, OneBadEntryDoesNotStopTheOthers) {
-  put(in(a, "good"), "1", 10);
-  put(in(a, "archive.kelta"), "not for the Inside", 10);
-  for (const std::string& name : unusableNames()) put(in(a, name), "1", 10);
-  makeLink("good", in(a, "link"));
-  std::string lane = "long";
-  while (platform::wideOf(in(a, lane) / "f").size() < 262) lane += "/" + std::string(60, 'l');
-  put(in(a, lane + "/f"), "1", 10);
-  a.cycle();
-  EXPECT_EQ(a.cycle(), "");
-  EXPECT_TRUE(fs::exists(out("good.kelta")));
-  EXPECT_EQ(namesOf(a.outside()).find("archive"), std::string::npos);
-  EXPECT_EQ(namesOf(a.outside()).find("link"), std::string::npos);
-  const std::string quarantine = platform::utf8(a.handler().getQuarantineAsJSON());
-  EXPECT_NE(quarantine.find("Path too long"), std::string::npos) << quarantine;
-  std::size_t unusable = 0;
-  for (std::size_t at = 0; (at = quarantine.find("Name cannot be stored", at)) != std::string::npos; ++at) ++unusable;
-  EXPECT_EQ(unusable, unusableNames().size()) << quarantine;
-}
-
-TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {
-  put(in(a, "x"), "1", 10);
-  a.handler().clearAssets();
-  EXPECT_EQ(a.cycle(), "failed:x");
-  EXPECT_EQ(namesOf(a.outside()), "");
-  a.handler().setAssetKey(L"main", testKey());
-  a.cycle();
-  b.handler().clearAssets();
-  EXPECT_EQ(b.cycle(), "failed:x");
-  b.clock().advance(91000);
-  b.cycle();
-  EXPECT_NE(platform::utf8(b.handler().getQuarantineAsJSON()).find("no-key"), std::string::npos);
-  EXPECT_EQ(b.cycle(), "") << "given up until something changes";
-  EXPECT_TRUE(fs::exists(out("x.kelta")));
-  // A file of that name must not replace the archive that nobody here could read.
-  put(in(b, "x"), "unaware", 20);
-  b.handler().setAssetKey(L"main", testKey());
-  b.cycle();
-  a.cycle();
-  EXPECT_EQ(a.tree(), "x=1@10");
-  b.start();
-  converge();
-  EXPECT_EQ(a.tree(), "x=unaware@20");
-}
-
 TEST_F(Scenario, WhatStandsInTheWayIsLeftAndTheOthersGoOn) {
   put(in(a, "x"), "1", 10);
   put(in(a, "dir/y"), "1", 10);
