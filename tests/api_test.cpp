@@ -195,12 +195,6 @@ TEST_F(Api, TheLogFollowsItsFolderAndItsProperties) {
   std::wstring whole;
   EXPECT_TRUE(platform::wideFromUtf8(logIn("properties"), whole)) << "an over-long line was cut within a character";
   EXPECT_EQ(logIn("log"), info);
-  setVariable("SYNCPAIRTRACE", "");
-  fs::create_directory(folder / "trace");
-  shownWhenSet("trace");
-  clearVariable("SYNCPAIRTRACE");
-  kelsync_set_state_path(h, folder.wide("state").c_str());
-  EXPECT_NE(logIn("trace").find("DEBUG"), std::string::npos);
   log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
 }
 

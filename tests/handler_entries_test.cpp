@@ -113,13 +113,6 @@ TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
   CryptoSyncCopyHandler restarted(services());
   restarted.setQuarFolder(folder.wide("quar"));
   EXPECT_EQ(restarted.getQuarantineAsJSON(), handler.getQuarantineAsJSON());
-  write("in/x", "content");
-  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
-  EXPECT_EQ(quarantine().size(), 3U);
-  changed = handler.quarantineLastUpdate();
-  ASSERT_TRUE(copy("in/x", "out/x").first);
-  EXPECT_EQ(quarantine().size(), 2U);
-  EXPECT_GT(handler.quarantineLastUpdate(), changed);
 }
 
 TEST_F(HandlerTest, DeletesTheCounterpartOfAFile) {

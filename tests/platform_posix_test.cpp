@@ -34,43 +34,6 @@ using Kelta::test::readFile;
 using Kelta::test::RecycleBin;
 using Kelta::test::TempFolder;
 
-/// A child process that does something, tells so, and lives until it is released.
-class Child {
-public:
-  explicit Child(const std::function<void(int told)>& action) {
-    EXPECT_EQ(pipe(told_) + pipe(release_), 0);
-    id = fork();
-    if (id != 0) return;
-    close(release_[1]);
-    action(told_[1]);
-    char byte = 0;
-    _exit(read(release_[0], &byte, 1) < 0 ? 1 : 0);
-  }
-  ~Child() {
-    end();
-    for (const int descriptor : {told_[0], told_[1], release_[0]}) close(descriptor);
-  }
-  char awaitWord() const {
-    char byte = 0;
-    return read(told_[0], &byte, 1) == 1 ? byte : '?';
-  }
-  void end() {
-    if (release_[1] < 0) return;
-    close(release_[1]);
-    release_[1] = -1;
-    waitpid(id, nullptr, 0);
-  }
-  pid_t id = 0;
-
-private:
-  int told_[2] = {-1, -1};
-  int release_[2] = {-1, -1};
-};
-
-void tell(int descriptor, char byte) {
-  if (write(descriptor, &byte, 1) != 1) _exit(2);
-}
-
 mode_t modeOf(const fs::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
@@ -84,21 +47,15 @@ TEST(PosixFiles, LocksOfOthersAreSeen) {
   const TempFolder temp;
   writeWholeFile(temp / "file", "content");
   const fs::path path = temp / "file";
-  for (const short type : {static_cast<short>(F_WRLCK), static_cast<short>(F_RDLCK)}) {
-    Child child([&](int told) {
-      struct flock lock {};
-      lock.l_type = type;
-      lock.l_start = 3;
-      lock.l_len = 1;
-      const int descriptor = open(path.c_str(), O_RDWR);
-      tell(told, fcntl(descriptor, F_SETLK, &lock) == 0 ? 'k' : 'x');
-    });
-    ASSERT_EQ(child.awaitWord(), 'k');
+  const int holder = open(path.c_str(), O_RDWR);
+  for (const int type : {F_WRLCK, F_RDLCK, F_UNLCK}) {
+    struct flock lock {};
+    lock.l_type = static_cast<short>(type);
+    lock.l_start = 3;
+    lock.l_len = 1;
+    ASSERT_EQ(fcntl(holder, F_OFD_SETLK, &lock), 0) << "as another process's: it belongs to the open file";
     EXPECT_EQ(isLocked(path), type == F_WRLCK);
-    child.end();
-    EXPECT_FALSE(isLocked(path));
   }
-  const int holder = open(path.c_str(), O_RDONLY);
   ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
   EXPECT_TRUE(isLocked(path));
   ASSERT_EQ(flock(holder, LOCK_SH | LOCK_NB), 0);
@@ -234,30 +191,42 @@ TEST(PosixText, NamesThatAreNoUtf8AreReadableButNotExact) {
   EXPECT_FALSE(environment("KELSYNC_TEST_NOT_SET", wide));
 }
 
-int toldAtTermination = -1;
+std::array<int, 2> words{};
 std::thread::id mainThread;
 
+void tell(char word) {
+  if (write(words[1], &word, 1) != 1) _exit(2);
+}
+
+char awaitWord() {
+  char word = 0;
+  return read(words[0], &word, 1) == 1 ? word : '?';
+}
+
 TEST(PosixConsole, TheFirstSignalIsHandledOnAThreadAndTheSecondEndsTheProcess) {
-  Child child([](int told) {
-    toldAtTermination = told;
+  ASSERT_EQ(pipe(words.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
     mainThread = std::this_thread::get_id();
-    onTerminate([] { tell(toldAtTermination, std::this_thread::get_id() == mainThread ? 'm' : 't'); });
-    tell(told, 'r');
-  });
-  ASSERT_EQ(child.awaitWord(), 'r');
-  kill(child.id, SIGINT);
-  EXPECT_EQ(child.awaitWord(), 't');
+    onTerminate([] { tell(std::this_thread::get_id() == mainThread ? 'm' : 't'); });
+    tell('r');
+    for (;;) pause();
+  }
+  ASSERT_EQ(awaitWord(), 'r');
+  kill(child, SIGINT);
+  EXPECT_EQ(awaitWord(), 't');
   const std::string name = temporaryName();
-  const std::string childs = name.substr(0, 19) + std::to_string(child.id) + name.substr(name.size() - 9);
+  const std::string childs = name.substr(0, 19) + std::to_string(child) + name.substr(name.size() - 9);
   EXPECT_FALSE(isAbandoned(childs));
-  kill(child.id, SIGTERM);
+  kill(child, SIGTERM);
   int status = 0;
-  ASSERT_EQ(waitpid(child.id, &status, 0), child.id);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
   EXPECT_TRUE(isAbandoned(childs));
   EXPECT_TRUE(processRuns(processId()) && processRuns(1));
   forgetTemporaryName(name);
+  for (const int descriptor : words) close(descriptor);
 }
 
 TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {

@@ -5,12 +5,10 @@
 
 #include <algorithm>
 
-#include "CryptoHelper/CryptoHelper.h"
 #include "base/GenericPath.h"
 #include "platform/AtomicFile.h"
 #include "platform/Console.h"
 #include "platform/Folders.h"
-#include "platform/Random.h"
 #include "support/TwoDevices.h"
 #include "support/faults_windows.h"
 
@@ -311,25 +309,6 @@ TEST_F(Windows, MarkersAreHiddenAndStaySoWhenTheyAreWrittenAgain) {
   put(a.inside() / "f", "text", 1);
   a.cycle();
   EXPECT_EQ(contentOf(marker).substr(0, 1), "+");
-}
-
-TEST_F(Windows, RandomBytesComeFromTheProviderOrElseFromTheGenerator) {
-  const auto draw = [](bool& drawn) {
-    unsigned char* buffer = nullptr;
-    drawn = CryptoHelper().genRandomBuffer(&buffer, 32);
-    const std::string bytes(reinterpret_cast<char*>(buffer), 32);
-    std::free(buffer);
-    return bytes;
-  };
-  bool drawn = false;
-  EXPECT_TRUE(platform::StrongRandom().acquired());
-  std::set<std::string> different{draw(drawn), std::string(32, '\0')};
-  EXPECT_TRUE(drawn);
-  const NoProvider gone;
-  EXPECT_FALSE(platform::StrongRandom().acquired());
-  for (int i = 0; i < 2; ++i) different.insert(draw(drawn));
-  EXPECT_TRUE(drawn);
-  EXPECT_EQ(different.size(), 4U);
 }
 
 TEST_F(Windows, WithoutAConsoleThereIsNoPrompt) {
