@@ -162,9 +162,11 @@ TEST(ArchiveDamage, UnsafeNamesAreRefusedBeforeAnythingIsWritten) {
         "..\\x",  "a\\b", "a\nb",      "NUL",  "a/con.txt", "com1.tar.gz",   "LPT\xC2\xB2", "aux .",
         "CONIN$", "a//b", "a.",        "a ",   ".. /x",     "//server/share"})
     names.emplace_back(name);
-  if (!Kelta::platform::canStandAsName(L"?")) names.insert(names.end(), {"a?b", "x/a|b", "q\"q", "s*/f", "<f>"});
   for (const std::string& name : names)
     expectFailure(ArchiveFailure::unsafeName, archiveOf({partOf("good", "content"), partOf(name, "x")}), name);
+  const bool everyName = Kelta::platform::canStandAsName(L"?");  // these are refused only where they cannot stand
+  for (const char* name : {"a?b", "x/a|b", "q\"q", "s*/f", "<f>"})
+    if (!everyName) expectFailure(ArchiveFailure::unsafeName, archiveOf({partOf(name, "x")}), name);
   for (const char* name :
        {"a", "a/b/c.txt", "folder/", ".hidden", "a..b", "console", "com", "com10", "lpt.x", "nulls", "\xE6\x97\xA5"})
     EXPECT_NO_THROW(checkEntryName(name)) << name;

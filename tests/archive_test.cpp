@@ -74,10 +74,16 @@ TEST(Archive, HeadersCarryTheMarksOfTheFormat) {
     EXPECT_EQ(0U, (content.compressedSize - 2 - 16 - 4 - 8 - 2 - 40 - 4 - 2) % 16);
     EXPECT_EQ(compress ? 8 : 0, reader.entries()[1].method);
     EXPECT_EQ(0, reader.entries()[1].flags & 0x0041);
-    const std::string once = readFile(made.target);
+    made.target = folder / "b.zip";
     pack(made);
-    EXPECT_NE(once.substr(60, 100), readFile(made.target).substr(60, 100)) << "the same content, the same archive";
+    EXPECT_NE(readFile(folder / "a.zip").substr(60, 100), readFile(made.target).substr(60, 100))
+        << "the same content, the same archive";
   }
+  writeFile(folder / "\xC3\xA4", "text");
+  PackRequest named = request(folder / "\xC3\xA4", folder / "c.zip");
+  named.keepSourceName = true;
+  pack(named);
+  EXPECT_EQ(0x0800, ArchiveReader(named.target).entries()[0].flags & 0x0800) << "a name in UTF-8";
 }
 
 TEST(Archive, MetadataIsReadWithoutThePasswordAndContentIsNot) {
