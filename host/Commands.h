@@ -16,6 +16,7 @@ using Arguments = std::vector<std::wstring>;
 Exit syncCommand(const Arguments& arguments);
 Exit statusCommand(const Arguments& arguments);
 Exit quarantineCommand(const Arguments& arguments);
+Exit keyCommand(const Arguments& arguments);
 Exit packCommand(const Arguments& arguments);
 Exit unpackCommand(const Arguments& arguments);
 Exit metaCommand(const Arguments& arguments);

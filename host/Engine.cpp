@@ -74,15 +74,21 @@ std::wstring member(const Tree& tree, const wchar_t* name) { return tree.get<std
 
 }  // namespace
 
-Engine::Engine(const EngineSettings& settings) {
-  platform::onTerminate(requestStop);
+void Engine::start(const std::wstring& state, const std::wstring& log) {
   kelsync_init(&handle_);
   if (handle_ == nullptr) throw Failure{Exit::failed, L"not enough memory"};
-  kelsync_set_log_folder(handle_, settings.log.c_str());
+  kelsync_set_log_folder(handle_, log.c_str());
+  kelsync_set_state_path(handle_, state.c_str());
+}
+
+Engine::Engine(const std::wstring& state, const std::wstring& log) { start(state, log); }
+
+Engine::Engine(const EngineSettings& settings) {
+  platform::onTerminate(requestStop);
+  start(settings.state, settings.log);
   kelsync_set_source_folder(handle_, settings.inside.c_str());
   kelsync_set_dest_folder(handle_, settings.outside.c_str());
   kelsync_set_temp_folder(handle_, settings.temp.c_str());
-  kelsync_set_state_path(handle_, settings.state.c_str());
   kelsync_set_compression_flag(handle_, settings.compress ? 1 : 0);
 }
 
@@ -97,14 +103,14 @@ void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 
-void Engine::openRecords() {
+void Engine::loadState() {
   setRunning(handle_);
   kelsync_init_state(handle_);
   setRunning(nullptr);
 }
 
 void Engine::initState() {
-  openRecords();
+  loadState();
   clearOldRecords();
 }
 
@@ -113,6 +119,20 @@ bool Engine::keyFits(const std::wstring& assetId) {
   const bool fits = kelsync_verify_assetkey(handle_, assetId.c_str()) != 0;
   setRunning(nullptr);
   return fits;
+}
+
+bool Engine::changeKey(const std::wstring& assetId, const wchar_t* newKey) {
+  setRunning(handle_);
+  const bool changed = !stopRequested && kelsync_change_assetkey(handle_, assetId.c_str(), newKey) != 0;
+  setRunning(nullptr);
+  return changed;
+}
+
+bool Engine::verifyArchives() {
+  setRunning(handle_);
+  const bool right = !stopRequested && kelsync_verify_archives(handle_) != 0;
+  setRunning(nullptr);
+  return right;
 }
 
 void Engine::clearOldRecords() {

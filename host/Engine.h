@@ -50,6 +50,8 @@ class Engine {
 public:
   /// Throws Failure when memory ran out.
   explicit Engine(const EngineSettings& settings);
+  /// One that only lists and clears the quarantine records of a state folder; nothing else is touched.
+  Engine(const std::wstring& state, const std::wstring& log);
   ~Engine();
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -60,10 +62,14 @@ public:
   /// Reads the state. Quarantine records of paths are cleared: the scan of this run makes those that still hold.
   /// Those of missing keys stay while their archive does.
   void initState();
-  /// Reads the state only to get at the quarantine records, which stay as they are.
-  void openRecords();
+  /// Reads the state alone.
+  void loadState();
   /// False when the Outside holds archives of the asset and the key that was set opens none of them.
   bool keyFits(const std::wstring& assetId);
+  /// Brings every archive of the asset under the new key. False when some are left.
+  bool changeKey(const std::wstring& assetId, const wchar_t* newKey);
+  /// Tries every archive. False when some do not open.
+  bool verifyArchives();
   /// Runs one cycle, which a request to stop ends early.
   void cycle();
   bool ok() const;
@@ -80,6 +86,7 @@ public:
   void clearRecord(const Quarantined& record);
 
 private:
+  void start(const std::wstring& state, const std::wstring& log);
   void clearOldRecords();
 
   kelsync_pair* handle_ = nullptr;

@@ -13,6 +13,11 @@ const char* const kGeneral = R"(kelsync keeps a plain folder (the Inside) and an
   kelsync status --inside DIR --outside DIR  show what is not synchronised, and what the last run told
   kelsync quarantine clear --inside DIR --outside DIR [PATH...]
                                              clear records of what is not synchronised
+  kelsync key rotate --inside DIR --outside DIR
+                                             bring the pair's archives under a new key
+  kelsync key verify --inside DIR --outside DIR
+                                             try the key on every archive
+  kelsync key recover ARCHIVE -o FILE        decrypt one archive of a pair with its key
   kelsync pack FILE -o ARCHIVE               encrypt one file into an archive
   kelsync unpack ARCHIVE -o DIR              decrypt an archive
   kelsync meta ARCHIVE                       print the metadata of an archive
@@ -66,8 +71,7 @@ nothing on either side.
   --work DIR     the work folder of the pair, when it is not the default one
   --json         both as the library hands them out: the quarantine on one line, the notifications on the next
 
-Exit codes: 0 shown, whether anything is quarantined or not; 1 another run uses the work folder, or it cannot be read;
-2 usage.
+Exit codes: 0 shown, whether anything is quarantined or not; 1 the work folder cannot be read; 2 usage.
 )";
 
 const char* const kQuarantine = R"(kelsync quarantine clear --inside DIR --outside DIR [--work DIR] [PATH...]
@@ -81,6 +85,33 @@ file whose reason still holds is recorded again by the next run.
 
 Exit codes: 0 cleared; 1 a PATH has no record, a record could not be removed, or another run uses the work folder;
 2 usage.
+)";
+
+const char* const kKey = R"(kelsync key rotate --inside DIR --outside DIR [options]
+kelsync key verify --inside DIR --outside DIR [options]
+kelsync key recover ARCHIVE -o FILE [--key-file FILE] [--work DIR]
+
+rotate brings every archive on the Outside under a new key, on one device only; the files in them are not encrypted
+anew. Keep the old key until it says that it is done. Interrupted or failed, it goes on where it was when it is run
+again, and until then "kelsync sync" refuses to run. Afterwards the other devices need the new key.
+verify tries the key on every archive without decrypting the files.
+recover decrypts one archive into FILE, which must not exist yet. It needs no pair: nothing but the archive and its key.
+
+  --inside DIR         the plain files
+  --outside DIR        the encrypted archives
+  --work DIR           the work folder of the pair, when it is not the default one
+  --key-file FILE      a text file that holds the key (rotate: the old one)
+  --new-key-file FILE  rotate: a text file that holds the new key
+  --make-key           rotate: make a new random key, in the work folder (or in the file of --new-key-file)
+  --asset ID           the id that the archives name as their key's (default: main)
+  -o, --output FILE    recover: the file to write
+
+The key is looked for as by "kelsync sync". The new one is taken from --new-key-file, from the environment variable
+KELSYNC_NEW_KEY, or is asked for on a terminal. When the pair's own key, in the work folder, was the old one, the new
+one takes its place and the old one is kept beside it as "key.old".
+
+Exit codes: 0 done; 1 some archives could not be read or replaced, or are damaged; 2 usage; 3 a folder of the pair is
+missing; 4 no key, or one that does not open an archive; 130 interrupted.
 )";
 
 const char* const kPack = R"(kelsync pack FILE -o ARCHIVE [--meta FILE] [--compress | --store]
@@ -130,7 +161,7 @@ std::string generalHelp() { return kGeneral; }
 std::string helpOf(const std::wstring& command) {
   static const std::map<std::wstring, const char*> texts = {
       {L"sync", kSync},     {L"status", kStatus}, {L"quarantine", kQuarantine}, {L"pack", kPack},
-      {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta}};
+      {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta},      {L"key", kKey}};
   const auto found = texts.find(command);
   return found == texts.end() ? std::string() : found->second;
 }

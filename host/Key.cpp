@@ -5,11 +5,13 @@
 #include <array>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <cstring>
 
 #include "Failure.h"
 #include "PairFolders.h"
 #include "Prompt.h"
 #include "Terminal.h"
+#include "platform/AtomicFile.h"
 #include "platform/Files.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
@@ -31,6 +33,9 @@ const wchar_t* const kNoKey =
 const wchar_t* const kKeyMissing =
     L"no key was given: give the one that the archives on the Outside were made with, by --key-file FILE, by "
     L"KELSYNC_KEY, or on a terminal to be asked for it";
+const wchar_t* const kNoNewKey =
+    L"no new key was given: give --new-key-file FILE, set KELSYNC_NEW_KEY, let --make-key make one, or run on a "
+    L"terminal to be asked for it";
 const wchar_t* const kArchivesExist =
     L"the Outside already holds archives, which a new key could not open: give the key that they were made with "
     L"(--key-file FILE or KELSYNC_KEY)";
@@ -127,11 +132,13 @@ void requireTheSameAgain(const std::wstring& key) {
 
 FoundKey askForKey(const KeyWishes& wishes) {
   FoundKey found{Secret(), L"typed in", false};
-  const wchar_t* const question = wishes.archivesExist
-                                      ? L"The key of this pair: "
-                                      : L"This pair has no key yet. Type or paste one, or press Enter to have a random "
-                                        L"one made: ";
+  const wchar_t* const question =
+      wishes.successor       ? L"The new key. Type or paste it, or press Enter to have a random one made: "
+      : wishes.archivesExist ? L"The key of this pair: "
+                             : L"This pair has no key yet. Type or paste one, or press Enter to have a random "
+                               L"one made: ";
   const Answer answer = askSecret(question, found.text);
+  if (answer == Answer::noTerminal && wishes.successor) refuse(kNoNewKey);
   if (answer == Answer::noTerminal) refuse(wishes.archivesExist ? kKeyMissing : kNoKey);
   if (answer == Answer::cancelled) refuse(L"no key was given");
   if (!found.text.text().empty()) {
@@ -142,13 +149,14 @@ FoundKey askForKey(const KeyWishes& wishes) {
   return makeKey(wishes.ownFile);
 }
 
-bool keyFromEnvironment(Secret& key) {
+bool keyFromEnvironment(const char* variable, Secret& key) {
   std::wstring value;
-  if (!platform::environment("KELSYNC_KEY", value)) return false;
-  if (value.size() > Secret::kLongest) refuse(L"KELSYNC_KEY is longer than 4096 characters");
+  if (!platform::environment(variable, value)) return false;
+  const std::wstring name(variable, variable + std::strlen(variable));
+  if (value.size() > Secret::kLongest) refuse(name + L" is longer than 4096 characters");
   key.text().assign(value);
   wipe(value);
-  if (key.text().empty()) refuse(L"KELSYNC_KEY is set, but empty");
+  if (key.text().empty()) refuse(name + L" is set, but empty");
   return true;
 }
 
@@ -165,7 +173,8 @@ FoundKey keyOfFile(const KeyWishes& wishes) {
 FoundKey keyByOrder(const KeyWishes& wishes) {
   if (!wishes.keyFile.empty()) return keyOfFile(wishes);
   FoundKey found{Secret(), L"the environment variable KELSYNC_KEY", false};
-  if (keyFromEnvironment(found.text)) return found;
+  if (wishes.successor) found.source = L"the environment variable KELSYNC_NEW_KEY";
+  if (keyFromEnvironment(wishes.successor ? "KELSYNC_NEW_KEY" : "KELSYNC_KEY", found.text)) return found;
   if (isThere(wishes.ownFile)) return {readKeyFile(wishes.ownFile), printable(genericOf(wishes.ownFile)), false};
   if (!wishes.make) return askForKey(wishes);
   if (wishes.archivesExist) refuse(kArchivesExist);
@@ -178,6 +187,18 @@ FoundKey findKey(const KeyWishes& wishes) {
   FoundKey found = keyByOrder(wishes);
   found.overrides = isThere(wishes.ownFile) && found.source != printable(genericOf(wishes.ownFile));
   return found;
+}
+
+void keepKey(const fs::path& file, const Secret& key) {
+  NarrowSecret content;
+  std::string text = platform::utf8(key.text());
+  content.text().assign(text).push_back('\n');
+  wipe(text);
+  try {
+    platform::writeWholeFile(file, content.text(), true);
+  } catch (const fs::filesystem_error&) {
+    throw Failure{Exit::failed, L"the key cannot be written to " + printable(genericOf(file))};
+  }
 }
 
 std::wstring doubtAbout(const std::wstring& key) {

@@ -16,6 +16,7 @@ struct KeyWishes {
   std::wstring outside;             ///< no key is put there
   bool make = false;                ///< --make-key
   bool archivesExist = false;       ///< a new key would not open them
+  bool successor = false;           ///< the key that is to replace the pair's: KELSYNC_NEW_KEY, --new-key-file
 };
 
 struct FoundKey {
@@ -28,6 +29,9 @@ struct FoundKey {
 /// is set, else what the user types on the terminal, who may ask for a new one there.
 /// Throws Failure: noKey when none of these gives one or a file cannot be used.
 FoundKey findKey(const KeyWishes& wishes);
+
+/// Writes a key into a file of its own, for its owner alone, in place of one that is there. Throws Failure (failed).
+void keepKey(const boost::filesystem::path& file, const Secret& key);
 
 /// A warning about a key that is weak or looks mistyped; empty when there is none.
 std::wstring doubtAbout(const std::wstring& key);

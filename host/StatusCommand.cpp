@@ -15,27 +15,32 @@ namespace Kelta {
 namespace host {
 namespace {
 
-const std::wstring kNoRecords = L"{\"quarantined\":[]}";
-
-/// The engine of a pair that was synchronised before, opened only to look at its records; null when it never was.
+/// The records of a pair; none when it was never synchronised.
 class Records {
 public:
-  Records(const PairFolders& pair, const std::wstring& workText) : work_(workText, pair) {
-    if (!work_.hasState()) return;
-    work_.open();
-    work_.prepareLog();
-    engine_ = std::make_unique<Engine>(
-        EngineSettings{pair.inside, pair.outside, work_.state(), work_.temp(), work_.log(), false});
-    engine_->openRecords();
+  explicit Records(const WorkFolder& work) {
+    if (work.hasRecords()) engine_ = std::make_unique<Engine>(work.state(), work.log());
   }
-  Engine* engine() { return engine_.get(); }
-  const WorkFolder& work() const { return work_; }
+  std::wstring text() { return engine_ ? engine_->quarantineText() : L"{\"quarantined\":[]}"; }
   std::vector<Quarantined> list() { return engine_ ? engine_->quarantined() : std::vector<Quarantined>(); }
+  void clear(const Quarantined& record) { engine_->clearRecord(record); }
 
 private:
-  WorkFolder work_;
   std::unique_ptr<Engine> engine_;
 };
+
+/// What the last run left, when that is what it wrote.
+std::wstring notificationsIn(const WorkFolder& work) {
+  const std::wstring start = L"{\"notifications\":[";
+  const std::wstring text = work.notifications();
+  try {
+    notificationsOf(text);
+    if (text.compare(0, start.size(), start) == 0) return text;
+  } catch (const Failure&) {
+  }
+  complain(L"the notifications of the last run are damaged and left out");
+  return start + L"]}";
+}
 
 std::wstring padded(const std::wstring& text, std::size_t width) {
   return text + std::wstring(text.size() < width ? width - text.size() : 0, L' ');
@@ -75,14 +80,16 @@ Exit statusCommand(const Arguments& arguments) {
       {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}, {L"--json", L"", false}});
   options.refuseOperands();
   const PairFolders pair = pairOf(options);
-  Records records(pair, options.value(L"--work"));
-  const std::wstring notifications = records.work().notifications();
+  const WorkFolder work(options.value(L"--work"), pair);
+  work.refuseOtherPair();
+  Records records(work);
+  const std::wstring notifications = notificationsIn(work);
   if (!options.has(L"--json")) {
     showQuarantined(pair, records.list());
     showNotifications(notificationsOf(notifications));
     return Exit::done;
   }
-  say(records.engine() ? records.engine()->quarantineText() : kNoRecords);
+  say(records.text());
   say(notifications);
   return Exit::done;
 }
@@ -93,7 +100,9 @@ Exit quarantineCommand(const Arguments& arguments) {
   if (paths.empty() || paths.front() != L"clear") throw Failure{Exit::usage, L"what to do is missing: clear"};
   paths.erase(paths.begin());
   const PairFolders pair = pairOf(options);
-  Records records(pair, options.value(L"--work"));
+  WorkFolder work(options.value(L"--work"), pair);
+  if (work.hasRecords()) work.open();
+  Records records(work);
   const std::vector<Quarantined> list = records.list();
   Exit result = Exit::done;
   for (const std::wstring& path : paths) {
@@ -106,7 +115,7 @@ Exit quarantineCommand(const Arguments& arguments) {
   for (const Quarantined& record : list) {
     const auto isMeant = [&](const std::wstring& path) { return names(pair, record, path); };
     if (!paths.empty() && std::none_of(paths.begin(), paths.end(), isMeant)) continue;
-    records.engine()->clearRecord(record);
+    records.clear(record);
     ++cleared;
   }
   const std::size_t left = records.list().size();

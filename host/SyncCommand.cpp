@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
-
 #include "Commands.h"
 #include "Engine.h"
-#include "Key.h"
 #include "Options.h"
 #include "PairFolders.h"
+#include "PairKey.h"
 #include "Report.h"
 #include "Terminal.h"
 #include "WorkFolder.h"
@@ -14,40 +12,11 @@ namespace Kelta {
 namespace host {
 namespace {
 
-const wchar_t* const kDefaultAsset = L"main";
-constexpr std::size_t kLongestAssetId = 255;
-
 const std::vector<OptionRule> kRules = {
     {L"--inside", L"", true},   {L"--outside", L"", true},   {L"--work", L"", true},
     {L"--key-file", L"", true}, {L"--asset", L"", true},     {L"--make-key", L"", false},
     {L"--names", L"", false},   {L"--compress", L"", false}, {L"--quiet", L"-q", false},
 };
-
-/// The asset under which files are encrypted. Throws Failure (usage) when the engine would not take it.
-std::wstring assetOf(const Options& options) {
-  if (!options.has(L"--asset")) return kDefaultAsset;
-  const std::wstring id = options.value(L"--asset");
-  const bool usable = std::all_of(id.begin(), id.end(), [](wchar_t character) {
-    return character != L'"' && character != L'\\' && character >= 0x20 && character != 0x7F;
-  });
-  if (!usable || id.size() > kLongestAssetId) {
-    throw Failure{Exit::usage, L"--asset takes 1 to 255 characters without quotes, backslashes and controls"};
-  }
-  return id;
-}
-
-FoundKey keyFor(const Options& options, const WorkFolder& work, const PairFolders& pair) {
-  KeyWishes wishes;
-  wishes.keyFile = options.value(L"--key-file");
-  wishes.ownFile = work.keyFile();
-  wishes.outside = pair.outside;
-  wishes.make = options.has(L"--make-key");
-  wishes.archivesExist = pair.outsideHoldsArchives();
-  FoundKey found = findKey(wishes);
-  const std::wstring doubt = doubtAbout(found.text.text());
-  if (!doubt.empty()) complain(doubt);
-  return found;
-}
 
 void passOn(const std::vector<Notification>& notifications, Report& report) {
   for (const Notification& notification : notifications) {
@@ -84,7 +53,8 @@ Exit runCycles(Engine& engine, Report& report, const PairFolders& pair) {
 }
 
 Exit synchronise(const Options& options, const PairFolders& pair, const WorkFolder& work) {
-  const FoundKey key = keyFor(options, work, pair);
+  work.requireNoKeyChange();
+  const FoundKey key = pairKey(options, work, pair, options.has(L"--make-key"));
   work.claim();
   work.prepareLog();
   Report report(pair, options.has(L"--quiet"));

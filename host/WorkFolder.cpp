@@ -114,11 +114,15 @@ void WorkFolder::open() {
   }
 }
 
-bool WorkFolder::hasState() const {
-  for (const char* const name : {"Kelta_sync_state_0.txt", "Kelta_sync_state_1.txt"}) {
-    if (platform::stampOf(root_ / "state" / name).kind != platform::Kind::file) return false;
-  }
-  return true;
+bool WorkFolder::keyChangePending() const { return platform::stampOf(newKeyFile()).kind != platform::Kind::missing; }
+
+void WorkFolder::requireNoKeyChange() const {
+  if (!keyChangePending()) return;
+  throw Failure{Exit::failed, L"the pair's key was not changed to the end; run \"kelsync key rotate\" again first"};
+}
+
+bool WorkFolder::hasRecords() const {
+  return platform::stampOf(root_ / "state" / "quar").kind == platform::Kind::folder;
 }
 
 void WorkFolder::keepNotifications(const std::wstring& text) const {

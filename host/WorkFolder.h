@@ -15,11 +15,13 @@ namespace host {
 ///     temp/   intermediate files
 ///     log/    log.properties, syncpair.log
 ///     key     the key, when it was made here
+///     key.new the key that is about to replace it, while a change of keys is not finished
+///     key.old the one before
 ///     notifications  what the engine told in the last run, as JSON
 ///     pair    the two folders it belongs to, one on each line
 ///     lock    the number of the process that works with the folder
 ///
-/// While an object lives, no other run uses the folder.
+/// From open() to the end of the object no other run uses the folder.
 class WorkFolder {
 public:
   /// `text` as the user gave it; empty for the default, which is derived from the two folders of the pair.
@@ -38,8 +40,10 @@ public:
   /// (the library then traces). A file that the user changed stays.
   void prepareLog() const;
 
-  /// Whether the pair was ever synchronised with this folder.
-  bool hasState() const;
+  /// Throws Failure (usage) when the folder belongs to another pair.
+  void refuseOtherPair() const;
+  /// Whether quarantine records may lie here: the pair was synchronised with this folder.
+  bool hasRecords() const;
   /// Keeps what a run told the host. Throws Failure (failed).
   void keepNotifications(const std::wstring& text) const;
   /// The same of the last run; an empty list when there is none.
@@ -49,9 +53,13 @@ public:
   std::wstring temp() const { return genericOf(root_ / "temp"); }
   std::wstring log() const { return genericOf(root_ / "log"); }
   boost::filesystem::path keyFile() const { return root_ / "key"; }
+  boost::filesystem::path newKeyFile() const { return root_ / "key.new"; }
+  boost::filesystem::path oldKeyFile() const { return root_ / "key.old"; }
+  bool keyChangePending() const;
+  /// Throws Failure (failed) while a change of keys is not finished: some archives are under either key.
+  void requireNoKeyChange() const;
 
 private:
-  void refuseOtherPair() const;
   boost::filesystem::path pairFile() const { return root_ / "pair"; }
   boost::filesystem::path lockFile() const { return root_ / "lock"; }
   bool takeLock() const;

@@ -17,7 +17,7 @@ using Command = Exit (*)(const Arguments&);
 
 const std::map<std::wstring, Command> kCommands = {
     {L"sync", syncCommand},     {L"status", statusCommand}, {L"quarantine", quarantineCommand}, {L"pack", packCommand},
-    {L"unpack", unpackCommand}, {L"meta", metaCommand},     {L"set-meta", setMetaCommand}};
+    {L"unpack", unpackCommand}, {L"meta", metaCommand},     {L"set-meta", setMetaCommand},      {L"key", keyCommand}};
 
 Exit print(const std::string& text) {
   std::fputs(text.c_str(), stdout);

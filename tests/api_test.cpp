@@ -145,9 +145,31 @@ TEST_F(Api, AKeyMayArriveThroughTheCallback) {
     kelsync_set_assetkey(engine, L"unrelated", L"some other key");
     return testKey();
   });
-  scanAndResolve({"outside"});
-  EXPECT_EQ(asked, "main main ") << "once an archive; the first time there was none";
-  EXPECT_EQ(treeOf(folder / "inside"), "y=content@10");
+  for (const char* const expected : {"", "x=content@10 y=content@10"}) {
+    scanAndResolve({"outside"});
+    EXPECT_EQ(treeOf(folder / "inside"), expected);
+  }
+  EXPECT_EQ(asked, "main main ") << "once an operation, however many archives there are";
+}
+
+TEST_F(Api, KeysAndSingleFilesThroughTheExports) {
+  EXPECT_EQ(kelsync_change_assetkey(nullptr, L"main", L"x") + kelsync_change_assetkey(h, nullptr, L"x") +
+                kelsync_change_assetkey(h, L"main", nullptr) + kelsync_verify_archives(nullptr) +
+                single_encrypt(h, nullptr, L"x") + single_decrypt(h, L"x", L"") + kelsync_remove_all_files(h, 2) +
+                kelsync_remove_all_files(nullptr, 0),
+            0);
+  configure();
+  put(folder / "x", "content", 10);
+  const std::wstring archive = folder.wide("outside/x.kelta");
+  EXPECT_EQ(single_encrypt(h, folder.wide("x").c_str(), archive.c_str()), 1);
+  EXPECT_EQ(kelsync_change_assetkey(h, L"main", L"another key"), 1);
+  EXPECT_EQ(kelsync_verify_archives(h), 1);
+  EXPECT_EQ(single_decrypt(h, archive.c_str(), folder.wide("y").c_str()), 1);
+  EXPECT_EQ(contentOf(folder / "y"), "content");
+  kelsync_set_assetkey(h, L"main", testKey());
+  EXPECT_EQ(kelsync_verify_archives(h), 0);
+  EXPECT_EQ(kelsync_remove_all_files(h, 1), 1);
+  EXPECT_TRUE(fs::exists(folder / "outside/x.kelta")) << "known to no state";
 }
 
 TEST_F(Api, AnInterruptionFromAnotherThreadEndsASleep) {

@@ -12,7 +12,7 @@ using Kelta::zip::ArchiveReader;
 
 namespace {
 
-const fs::path kFixtures = fs::path(__FILE__).parent_path() / "fixtures" / "archives";
+const fs::path kFixtures = fs::path(KELSYNC_FIXTURES) / "archives";
 
 std::string quoted(const fs::path& path) { return "\"" + Kelta::platform::utf8(path) + "\""; }
 

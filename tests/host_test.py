@@ -148,6 +148,9 @@ class Usage(Base):
             (("meta",), "the archive is missing"),
             (("meta", "x", "--password", "y"), "unknown option --password"),
             (("set-meta", "x"), "--meta is missing"),
+            (("key",), "rotate, verify or recover"),
+            (("key", "recover", "x"), "--output is missing"),
+            (("key", "rotate", "--inside", "in"), "--outside is missing"),
         ):
             with self.subTest(arguments):
                 output, errors = self.expect(USAGE, *arguments)
@@ -223,6 +226,49 @@ class Keys(Base):
         self.assertEqual(made.read_bytes(), kept)
         self.sync(DONE, "--make-key", "--key-file", "other")
         self.assertNotEqual((self.base / "other").read_bytes(), kept)
+
+    def test_changing_verifying_and_recovering(self):
+        def key(code, action, *options, **variables):
+            return self.expect(code, "key", action, "--inside", self.inside, "--outside", self.outside,
+                               "--work", self.work, *options, **variables)
+        for name in ("x", "y"):
+            (self.inside / name).write_text("content of " + name)
+        self.sync(DONE, "--make-key", "--quiet")
+        old = (self.work / "key").read_bytes()
+        (self.base / "old").write_bytes(old)
+        archive = self.outside / "x.kelta"
+        self.assertIn("opened 2, not opened 0", key(DONE, "verify")[0])
+        output, errors = key(NO_KEY, "verify", KELSYNC_KEY="f" * 64)
+        self.assertIn("not opened 2", output)
+        self.assertIn("does not open it: x", errors)
+        key(NO_KEY, "rotate")
+        key(NO_KEY, "rotate", "--make-key", KELSYNC_KEY="f" * 64)
+        before = archive.stat().st_mtime_ns
+
+        whole = (self.outside / "y.kelta").read_bytes()
+        (self.outside / "y.kelta").write_bytes(whole[:300])
+        output, errors = key(FAILED, "rotate", "--make-key")
+        self.assertIn("under the new key 1, failed 1", output)
+        self.assertIn("keep both keys", errors)
+        self.assertIn("key rotate", self.sync(FAILED)[1])
+        (self.outside / "y.kelta").write_bytes(whole)
+        self.assertIn("under the new key 2, failed 0", key(DONE, "rotate")[0])
+        fresh = (self.work / "key").read_bytes()
+        self.assertNotEqual(fresh, old)
+        self.assertEqual((self.work / "key.old").read_bytes(), old)
+        self.assertFalse((self.work / "key.new").exists())
+        self.expect_modes((self.work / "key", 0o600), (self.work / "key.old", 0o600))
+        self.assertEqual(archive.stat().st_mtime_ns, before)
+        self.assertIn("opened 2", key(DONE, "verify")[0])
+
+        self.expect(NO_KEY, "key", "recover", archive, "-o", "r", "--key-file", "old")
+        self.assertFalse((self.base / "r").exists())
+        self.expect(DONE, "key", "recover", archive, "-o", "r", KELSYNC_KEY=fresh.decode().strip())
+        self.assertEqual((self.base / "r").read_text(), "content of x")
+        self.assertIn("exists already", self.expect(FAILED, "key", "recover", archive, "-o", "r",
+                                                    "--key-file", "old")[1])
+        (self.base / "torn.kelta").write_bytes(whole[:300])
+        self.expect(FAILED, "key", "recover", "torn.kelta", "-o", "s", "--key-file", "old")
 
     def test_none_is_made_where_it_could_not_open_the_archives(self):
         (self.outside / "deep").mkdir()
@@ -481,6 +527,10 @@ class Sync(Base):
         def seen():
             places = (self.inside, self.outside, self.work / "state")
             return sorted((path, path.stat().st_mtime_ns) for place in places for path in place.rglob("*"))
+        # A run goes on, and has left what a start would mend.
+        (self.work / "lock").write_text("1 elsewhere\n")
+        (self.work / "state/Kelta_sync_state_0.txt").write_text("rubbish\n")
+        (self.outside / ".kelta").unlink()
         before = seen()
         output = self.expect(DONE, "status", *pair)[0]
         self.assertRegex(output, r"(?m)^quarantined: 2$")
@@ -491,7 +541,12 @@ class Sync(Base):
         self.assertEqual(sorted(record["quarantine_path"] for record in quarantine["quarantined"]),
                          sorted(form(self.inside / name) for name in (other, awkward)))
         self.assertIn("Encrypted good.txt successfully", [told["message"] for told in notifications["notifications"]])
+        (self.work / "notifications").write_text('{"notifications":[{"ty')
+        output, errors = self.expect(DONE, "status", *pair, "--json")
+        self.assertEqual(output.splitlines()[1], '{"notifications":[]}')
+        self.assertIn("damaged", errors)
         self.assertEqual(seen(), before)
+        (self.work / "lock").unlink()
         errors = self.expect(FAILED, "quarantine", "clear", *pair, "good.txt")[1]
         self.assertIn("good.txt: not quarantined", errors)
         self.assertIn("cleared 1, left 1", self.expect(DONE, "quarantine", "clear", *pair, other)[0])

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <random>
 
+#include "CryptoSyncCopyHandler/ConflictName.h"
 #include "archive/Archive.h"
 #include "support/Device.h"
 
@@ -36,6 +37,16 @@ protected:
     return WIFSIGNALED(status);
   }
 
+  // Kills a life at a random moment; true when it was hit. Aims at the length of a cycle on this machine: longer while
+  // cycles are hit, down to what they took when not.
+  bool killAtRandom() {
+    const auto start = Stopwatch::now();
+    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest));
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
+    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    return hit;
+  }
+
   // Every file of the Inside must be one of the whole versions that were written.
   void expectWholeFiles() {
     for (const auto& name : names) {
@@ -51,15 +62,15 @@ protected:
   }
 
   TempFolder folder;
+  std::mt19937 random{20240501};
+  unsigned longest = 50000;  // microseconds
   std::vector<std::string> names{"a", "b", "dir/c", "dir/deep/d", "dir/deep/e", "big", "f", "g"};
   std::map<std::string, std::set<std::string>> versions;
 };
 
 TEST_F(Killed, FiftyTimesInARow) {
-  std::mt19937 random(20240501);
   Device b(folder / "b", folder / "outside");
   std::map<std::string, std::pair<std::string, int>> expected;
-  unsigned longest = 50000;  // microseconds
   int killed = 0;
   for (int round = 1; killed < 50; ++round) {
     ASSERT_LT(round, 200) << "cycles end before they can be killed";
@@ -78,12 +89,7 @@ TEST_F(Killed, FiftyTimesInARow) {
       }
     }
     b.cycle();
-    const auto start = Stopwatch::now();
-    const bool hit = runAndKillAfter(std::chrono::microseconds(random() % longest));
-    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Stopwatch::now() - start).count();
-    killed += hit ? 1 : 0;
-    // Aim at the length of a cycle on this machine: longer while cycles are hit, down to what it took when not.
-    longest = hit ? longest + longest / 4 : std::max<unsigned>(2000, static_cast<unsigned>(took) / 2);
+    killed += killAtRandom() ? 1 : 0;
     expectWholeFiles();
 
     Device a(folder / "a", folder / "outside");
@@ -102,6 +108,39 @@ TEST_F(Killed, FiftyTimesInARow) {
     EXPECT_EQ(files, expected.size());
     EXPECT_EQ(namesOf(a.outside()).find(".~"), std::string::npos);
     EXPECT_EQ(namesOf(a.inside()).find(".~"), std::string::npos);
+    ASSERT_FALSE(HasFailure()) << "round " << round;
+  }
+}
+
+// Both devices write the same files, at equal times and at different ones.
+TEST_F(Killed, WhileConflictsAreSettled) {
+  Device b(folder / "b", folder / "outside");
+  Device(folder / "a", folder / "outside").cycle();
+  int killed = 0;
+  for (int round = 1; killed < 30; ++round) {
+    ASSERT_LT(round, 120) << "cycles end before they can be killed";
+    std::set<std::string> written;
+    for (int i = 0; i < 6; ++i) {
+      for (const std::string device : {"a", "b"}) {
+        const std::string content = device + " " + std::to_string(round) + " " + std::to_string(i);
+        put(folder / (device + "/inside/x" + std::to_string(i)), content, 10 * round + static_cast<int>(random() % 2));
+        written.insert(content);
+      }
+    }
+    b.cycle();
+    killed += killAtRandom() ? 1 : 0;
+    Device a(folder / "a", folder / "outside");
+    std::string events = "?";
+    for (int i = 0; i < 6 && !events.empty(); ++i) events = a.cycle() + b.cycle();
+    EXPECT_EQ(events + a.leftovers() + b.leftovers(), "");
+    EXPECT_EQ(a.tree(), b.tree());
+    std::set<std::string> found;
+    for (const char* place : {"a/inside", "a/data/Trash/files", "b/data/Trash/files"})
+      if (fs::exists(folder / place))
+        for (const fs::path& file : fs::directory_iterator(folder / place)) found.insert(contentOf(file));
+    for (const std::string& content : written) EXPECT_EQ(found.count(content), 1U) << content << " was lost";
+    for (const fs::path& file : fs::directory_iterator(a.inside()))
+      if (isConflictName(file.wstring())) fs::remove(file);
     ASSERT_FALSE(HasFailure()) << "round " << round;
   }
 }

@@ -181,6 +181,19 @@ TEST(PlatformFiles, ReplacingKeepsOneOfTheTwo) {
   EXPECT_FALSE(isLocked(temp.path()));
 }
 
+TEST(PlatformFiles, MovingReplacesNothing) {
+  const TempFolder temp;
+  for (const char* name : {"from", "to"}) writeWholeFile(temp / name, name);
+  EXPECT_FALSE(moveFile(temp / "from", temp / "to"));
+  EXPECT_FALSE(AtomicFile(temp / "to").commitNew());
+  EXPECT_EQ(readFile(temp / "from") + readFile(temp / "to"), "fromto");
+  fs::remove(temp / "to");
+  EXPECT_TRUE(moveFile(temp / "from", temp / "to"));
+  EXPECT_EQ(readFile(temp / "to"), "from");
+  EXPECT_TRUE(errorOf([&] { moveFile(temp / "from", temp / "to"); }));
+  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"to"});
+}
+
 TEST(PlatformFiles, OnlyAnEmptyFolderIsRecycled) {
   const TempFolder temp;
   fs::create_directory(temp / "folder");

@@ -84,6 +84,7 @@ TEST_F(Scenario, AVanishedRootStopsTheEngineAndDeletesNothing) {
   fs::create_directory(a.inside());  // an unmounted volume leaves an empty folder
   EXPECT_EQ(a.cycle(), "");
   EXPECT_FALSE(a.pair().ok());
+  EXPECT_NE(a.notifications().find("One or more pair folder missing"), std::string::npos);
   EXPECT_EQ(namesOf(a.outside()), outside);
   fs::remove(a.inside());
   fs::rename(parked, a.inside());
@@ -186,6 +187,31 @@ TEST_F(Scenario, ForeignFilesOnTheOutsideAreLeftAlone) {
   EXPECT_EQ(a.tree(), "mine=1@10");
   EXPECT_EQ(contentOf(out("rubbish.kelta")), "no archive");
   EXPECT_NE(a.notifications().find("Could not copy rubbish.kelta"), std::string::npos);
+}
+
+TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {
+  put(in(a, "x"), "1", 10);
+  a.handler().clearAssets();
+  EXPECT_EQ(a.cycle(), "failed:x");
+  EXPECT_EQ(namesOf(a.outside()), "");
+  a.handler().setAssetKey(L"main", testKey());
+  a.cycle();
+  b.handler().clearAssets();
+  EXPECT_EQ(b.cycle(), "failed:x");
+  b.clock().advance(91000);
+  b.cycle();
+  EXPECT_NE(platform::utf8(b.handler().getQuarantineAsJSON()).find("no-key"), std::string::npos);
+  EXPECT_EQ(b.cycle(), "") << "given up until something changes";
+  EXPECT_TRUE(fs::exists(out("x.kelta")));
+  // A file of that name must not replace the archive that nobody here could read.
+  put(in(b, "x"), "unaware", 20);
+  b.cycle();
+  a.cycle();
+  EXPECT_EQ(a.tree(), "x=1@10");
+  b.handler().setAssetKey(L"main", testKey());
+  converge();
+  EXPECT_TRUE(b.bin().holds("1"));
+  EXPECT_EQ(a.tree(), "x=unaware@20");
 }
 
 TEST_F(Scenario, WhatStandsInTheWayIsLeftAndTheOthersGoOn) {

@@ -123,7 +123,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_dest_folder(kelsync_pair* h, const wch
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_temp_folder(kelsync_pair* h, const wchar_t* path);
 
-/** Sets the folder of the state files and, below it, of the quarantine records. One per pair. */
+/**
+ * Sets the folder of the state files and, below it, of the quarantine records, both created if missing. One per pair.
+ * The records can be listed and cleared from then on, also without kelsync_init_state().
+ */
 KELSYNC_API void KELSYNC_CALL kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder);
 
 /**
@@ -149,6 +152,15 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
 /* Keys                                                               */
 /* ------------------------------------------------------------------ */
 
+/*
+ * Shares. A folder of the pair that holds a file ".sid" is a share: its files, and those of the folders below, are
+ * encrypted under the asset that the first line of that file names (UTF-8), not under the default one. The marker may
+ * lie on either side; where both have one, that of the Outside counts. It is never synchronised, and read again before
+ * every file that is encrypted. While a marker holds no usable id, or cannot be read, nothing in its share is encrypted.
+ * A file that is moved from one share to another is encrypted anew; one that merely lies in a folder whose marker
+ * changes is so with its next change.
+ */
+
 /**
  * Installs the key of an asset (a key domain), replacing an earlier one. The
  * asset that is installed first is the default one, under which files are encrypted.
@@ -158,6 +170,25 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
  *   it must be long and random to be worth anything.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* key);
+
+/**
+ * Changes the key of an asset: installs the new one, and wraps the password of every archive of that asset on the
+ * Outside anew under it. Contents stay byte for byte, and archives keep their last-write time, so that no device copies
+ * anything. Blocks; progress is told as "rewrap". Call it after kelsync_init_state() and on one device only; the others
+ * need the new key as soon as the first archives reach them, and the old one until the last have.
+ *
+ * Each archive is replaced in one step, so that it opens with the old or the new key at every moment. Whatever ends the
+ * call early, it goes on where it was when it is repeated, and has nothing to do once all archives are done.
+ *
+ * What the host does: keep both keys durably before the first call, and the old one until a call has returned 1. After a
+ * restart in between, install the old key with kelsync_set_assetkey() and call this again with the new one. (With the
+ * new key installed, archives that are still under the old one are unreadable, unless the keynotfound callback hands the
+ * old key out when it is asked for this asset.) Until then the old key stays usable for reading in this handle.
+ * @return 1 when every archive of the asset is under the new key. 0, with an "ERROR" notification, when some archive
+ *   could not be read or replaced, or opens with neither key; 0 also for null arguments, an id or a key that cannot be
+ *   used, when the Outside is missing, and after kelsync_interrupt().
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_change_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* newKey);
 
 /** Forgets and wipes the key of one asset. An unknown id is ignored. */
 KELSYNC_API void KELSYNC_CALL kelsync_remove_assetkey(kelsync_pair* h, const wchar_t* assetId);
@@ -174,9 +205,16 @@ KELSYNC_API void KELSYNC_CALL kelsync_clear_assets(kelsync_pair* h);
 KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId);
 
 /**
+ * Tries the installed keys on every archive of the Outside, without decrypting any content: whether the wrapped password
+ * opens, and whether that opens the archive. Progress tells each archive as "verify", "no-key" or "damaged".
+ * @return 1 when all of them open, otherwise 0.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_verify_archives(kelsync_pair* h);
+
+/**
  * Called when an archive or a file needs the key of an asset that is not
- * installed; at most once per asset and operation, on the thread of the running
- * command, with no lock held. It may install keys with kelsync_set_assetkey().
+ * installed; at most once per asset and operation (a scan, a resolution, a
+ * change of keys, a single file), on the thread of the running command, with no lock held. It may install keys with kelsync_set_assetkey().
  * @return the key, or NULL. The text stays the host's and must be valid until the next call.
  */
 typedef const wchar_t*(KELSYNC_CALL* kelsync_keynotfound_cb)(const wchar_t* assetId);
@@ -189,11 +227,13 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, k
  * @param context what was registered.
  * @param operation "encrypt", "decrypt", "folder", "delete", "conflict" for a
  *   file that changed on both sides at the same time, or "failed" for an entry
- *   that could not be carried over this time.
+ *   that could not be carried over this time; "rewrap" for an archive that is
+ *   under the changed key now, "kept" for one of another asset; "verify" for one
+ *   that opens, "no-key" and "damaged" for one that does not.
  * @param path the entry that was written, deleted, or that failed, for "conflict"
  *   the conflict copy on the Inside; valid during the call.
- * @param done entries dealt with so far in this cycle, this one included.
- * @param total entries that the cycle knows it has to deal with; at least `done`.
+ * @param done entries dealt with so far in this cycle or operation, this one included.
+ * @param total entries that it knows it has to deal with; at least `done`.
  */
 typedef void(KELSYNC_CALL* kelsync_progress_cb)(void* context, const wchar_t* operation, const wchar_t* path,
                                                 uint64_t done, uint64_t total);
@@ -265,6 +305,35 @@ KELSYNC_API void KELSYNC_CALL kelsync_sub_resolve(kelsync_pair* h);
  */
 KELSYNC_API int KELSYNC_CALL kelsync_state_insert_record(kelsync_pair* h, const wchar_t* path);
 KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const wchar_t* path);
+
+/**
+ * Removes from one side every entry that the state knows to be in sync, and its records from both sides. What changed
+ * since, has no counterpart or is not known, stays, as do the two folders themselves and the markers. Nothing of this
+ * shows as a deletion afterwards: a later cycle brings everything back from the other side. Files of the Inside go to the
+ * recycle bin.
+ *
+ * Mind the other devices: archives that vanish from the Outside are deletions to them, and they move their own files to
+ * their recycle bins, unless a cycle here has put new archives in place before they look.
+ * @param side 0: the Inside; 1: the Outside.
+ * @return 1 when nothing that was known is left there, otherwise 0.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_remove_all_files(kelsync_pair* h, int side);
+
+/* ------------------------------------------------------------------ */
+/* Single files                                                       */
+/* ------------------------------------------------------------------ */
+
+/**
+ * Encrypts the file `src` into the archive `dst`, or decrypts the archive `src` into the file `dst`, with the installed
+ * keys. Neither need lie in a folder of the pair; a Temp folder must be set. `dst` is replaced in one step and gets the
+ * last-write time of `src`; its folder must exist unless it lies in the pair. The archive's name gets ".kelta" where it
+ * has not; it is made for the asset of its own place on the Outside, or else of that of `src` on the Inside, or else for
+ * the default one. Nothing plain is written to the Outside, no archive to the Inside, and no archive is replaced that the
+ * installed keys do not open. Progress tells "encrypt", "decrypt", "no-key" or "failed".
+ * @return 1 when it was done, otherwise 0; nothing is left half-written.
+ */
+KELSYNC_API int KELSYNC_CALL single_encrypt(kelsync_pair* h, const wchar_t* src, const wchar_t* dst);
+KELSYNC_API int KELSYNC_CALL single_decrypt(kelsync_pair* h, const wchar_t* src, const wchar_t* dst);
 
 /* ------------------------------------------------------------------ */
 /* Notifications and quarantine                                       */

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The archive's own password and how it travels: encrypted with the asset key, as hexadecimal text, in the archive's
 // metadata {"assets":[{"ASSETID":"HEXPASS"}]}. Metadata comes from the Outside and is not to be trusted.
+#include <algorithm>
 #include <boost/property_tree/json_parser.hpp>
 #include <cstdlib>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
+#include "base/JsonText.h"
 #include "base/Log.h"
 
 namespace Kelta {
@@ -92,7 +94,26 @@ std::string hexOf(const void* bytes, std::size_t size) {
 }
 
 std::string metadataText(const std::string& assetId, const std::string& hexPass) {
-  return "{\"assets\":[{\"" + assetId + "\":\"" + hexPass + "\"}]}";
+  return metadataText(WrappedPasswords{{assetId, hexPass}});
+}
+
+std::string metadataText(const WrappedPasswords& wrapped) {
+  std::string members;
+  for (const auto& member : wrapped) {
+    std::wstring id;
+    std::wstring hexPass;
+    platform::wideFromUtf8(member.first, id);
+    platform::wideFromUtf8(member.second, hexPass);
+    members +=
+        (members.empty() ? "{\"" : ",{\"") + utf8(jsonEscaped(id)) + "\":\"" + utf8(jsonEscaped(hexPass)) + "\"}";
+  }
+  return "{\"assets\":[" + members + "]}";
+}
+
+WrappedPasswords wrappedPasswords(const ptree& meta) {
+  WrappedPasswords wrapped;
+  forEachAsset(meta, [&](const std::string& id, const std::string& hexPass) { wrapped.emplace_back(id, hexPass); });
+  return wrapped;
 }
 
 std::string CryptoSyncCopyHandler::encryptArchivePassword(std::string& archivePassword, std::string& assetKey) {
@@ -117,11 +138,17 @@ std::string CryptoSyncCopyHandler::encryptArchivePassword(std::string& archivePa
 
 bool CryptoSyncCopyHandler::passwordFrom(const std::string& assetId, const std::string& hexPass,
                                          std::string& password) {
-  const std::string* installed = keys_.find(assetId);
+  const std::vector<const std::string*> keys = keys_.readers(assetId);
+  return std::any_of(keys.begin(), keys.end(),
+                     [&](const std::string* key) { return passwordUnder(*key, hexPass, password); });
+}
+
+bool CryptoSyncCopyHandler::passwordUnder(const std::string& assetKey, const std::string& hexPass,
+                                          std::string& password) {
   std::string cipher;
-  if (!installed || !bytesOf(hexPass, cipher)) return false;
+  if (!bytesOf(hexPass, cipher)) return false;
   HANDLER_DEBUG("cipherbuf len=%d", static_cast<int>(cipher.size()));
-  Secret key(*installed);
+  Secret key(assetKey);
   const bool right = CryptoHelper().decrypted(cipher, key.text, password);
   HANDLER_DEBUG("clearbuf len=%i", static_cast<int>(password.size()));
   // A wrong key that happens to give right padding still does not give a text.
@@ -167,16 +194,21 @@ bool CryptoSyncCopyHandler::getZipMetaJSON(const boost::filesystem::path& archiv
   meta.clear();
   try {
     const std::string text = archive::readEntry(archive, kMetadataEntry, std::string());
-    if (text.size() > kMaxMetadataBytes || nestsTooDeep(text)) throw std::runtime_error("metadata out of bounds");
+    if (text.size() > kMaxMetadataBytes || nestsTooDeep(text)) {
+      HANDLER_ERROR("error with get_zip_meta_w %s", "metadata out of bounds");
+      return false;
+    }
     std::istringstream stream(text);
     boost::property_tree::read_json(stream, meta);
     return true;
   } catch (const zip::ArchiveError& error) {
     HANDLER_ERROR("get_zip_meta_w error %d", error.code());
-  } catch (const std::exception& error) {
+    return archiveFailed(error, archive);
+  } catch (const boost::property_tree::ptree_error& error) {
     HANDLER_ERROR("error with get_zip_meta_w %s", error.what());
+    sourceIsDamaged_ = true;
+    return false;
   }
-  return false;
 }
 
 }  // namespace Kelta

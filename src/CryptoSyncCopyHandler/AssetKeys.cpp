@@ -47,7 +47,25 @@ bool AssetKeys::install(const std::string& id, const std::string& key) {
   return true;
 }
 
+bool AssetKeys::change(const std::string& id, const std::string& key) {
+  if (!isValidId(id) || key.empty()) return false;
+  const auto installed = keys_.find(id);
+  if (installed != keys_.end() && installed->second != key) addFormer(id, installed->second);
+  return install(id, key);
+}
+
+void AssetKeys::addFormer(const std::string& id, const std::string& key) {
+  std::list<std::string>& former = former_[id];
+  if (std::find(former.begin(), former.end(), key) == former.end()) former.push_back(key);
+}
+
+void AssetKeys::forgetFormer(const std::string& id) {
+  for (std::string& key : former_[id]) wipe(key);
+  former_.erase(id);
+}
+
 bool AssetKeys::remove(const std::string& id) {
+  forgetFormer(id);
   const auto found = keys_.find(id);
   if (found == keys_.end()) return false;
   wipe(found->second);
@@ -57,6 +75,7 @@ bool AssetKeys::remove(const std::string& id) {
 
 void AssetKeys::clear() {
   for (auto& entry : keys_) wipe(entry.second);
+  while (!former_.empty()) forgetFormer(std::string(former_.begin()->first));
   keys_.clear();
   defaultId_.clear();
 }
@@ -66,11 +85,21 @@ const std::string* AssetKeys::find(const std::string& id) const {
   return found == keys_.end() ? nullptr : &found->second;
 }
 
+std::vector<const std::string*> AssetKeys::readers(const std::string& id) const {
+  std::vector<const std::string*> keys;
+  if (const std::string* const installed = find(id)) keys.push_back(installed);
+  const auto former = former_.find(id);
+  if (former == former_.end()) return keys;
+  for (const std::string& key : former->second) keys.push_back(&key);
+  return keys;
+}
+
 void CryptoSyncCopyHandler::setAssetKey(const std::wstring& assetId, const std::wstring& key) {
   const Secret text(utf8(key));
   const std::string id = utf8(assetId);
   if (keys_.install(id, text.text)) {
     HANDLER_INFO("key installed for asset %s", id.c_str());
+    tryAgainWith(id);
   } else {
     HANDLER_ERROR("key not installed: empty, or the asset id cannot be used");
   }
@@ -87,26 +116,38 @@ void CryptoSyncCopyHandler::clearAssets() {
   HANDLER_INFO("all asset keys removed");
 }
 
-std::string CryptoSyncCopyHandler::getAssetForPath(const boost::filesystem::path& path) {
-  HANDLER_DEBUG("%s", utf8(path).c_str());
-  return keys_.defaultId();
-}
-
 void CryptoSyncCopyHandler::registerKeyNotFound(KeyNotFoundCallback callback) { keyNotFound_ = std::move(callback); }
 
-bool CryptoSyncCopyHandler::askForKey(const std::string& assetId) {
-  const KeyNotFoundCallback ask = keyNotFound_;  // the callback may register another one
-  if (!ask) return false;
-  HANDLER_INFO("key not found, going to callback");
-  std::wstring id;
-  if (!platform::wideFromUtf8(assetId, id)) return false;
-  std::wstring key = ask(id);
-  if (!key.empty()) {
-    HANDLER_INFO("found key %s", assetId.c_str());
-    setAssetKey(id, key);
-    wipe(key);
+// What could not be opened for want of this key is not given up any more: its record goes, and its time starts anew.
+void CryptoSyncCopyHandler::tryAgainWith(const std::string& assetId) {
+  std::vector<std::wstring> archives;
+  for (auto failure = decryptFailures_.begin(); failure != decryptFailures_.end();) {
+    const bool wanted = failure->second.assets.count(assetId) > 0;
+    if (wanted) archives.push_back(failure->first);
+    failure = wanted ? decryptFailures_.erase(failure) : std::next(failure);
   }
-  return keys_.find(assetId) != nullptr;
+  for (const std::wstring& archive : archives) ifQuarantinedClear(platform::pathOf(archive));
+  if (!archives.empty() && services_.keyArrived) services_.keyArrived(archives);
+}
+
+// The host's answer, once per asset and operation; empty when there is none.
+std::wstring CryptoSyncCopyHandler::answerOf(const std::string& assetId) {
+  const KeyNotFoundCallback ask = keyNotFound_;  // the callback may register another one
+  std::wstring id;
+  if (!ask || !platform::wideFromUtf8(assetId, id) || !asked_.insert(assetId).second) return std::wstring();
+  HANDLER_INFO("key not found, going to callback");
+  std::wstring key = ask(id);
+  if (!key.empty()) HANDLER_INFO("found key %s", assetId.c_str());
+  return key;
+}
+
+bool CryptoSyncCopyHandler::askForKey(const std::string& assetId) {
+  const bool asked = asked_.count(assetId) > 0;
+  std::wstring key = answerOf(assetId);
+  std::wstring id;
+  if (!key.empty() && platform::wideFromUtf8(assetId, id)) setAssetKey(id, key);
+  wipe(key);
+  return !asked && keys_.find(assetId) != nullptr;
 }
 
 }  // namespace Kelta

@@ -2,6 +2,11 @@
 // What cloud clients add to the name of a file that they have two versions of. They put it before the last extension,
 // which on the Outside is ".kelta" ("x.txt (…).kelta"), or behind everything ("x.txt.kelta (…)"); on the Inside it is
 // to stand before the file's own extension ("x (…).txt").
+//
+// A possible text is one that a user may have given to a file of the Inside: nothing in an archive tells. It counts
+// only behind a whole name with an extension whose archive stands beside it ("x.txt (1)" and "x.txt"), which no file
+// manager makes: it would make "x (1).txt". When a user did name a file so, the other devices rename it; its content
+// stays. A bare number ("Makefile.am 2") is too likely to be the user's.
 #include "CryptoSyncCopyHandler/CloudNames.h"
 
 #include <regex>
@@ -21,10 +26,9 @@ const wchar_t* const kCertain =
     L"| \\((?:case|unicode encoding|white ?space|selective sync) conflict[^()]*\\)"  // x (Case Conflict 1)
     L"|_conflict-[0-9]{8}-[0-9]{6}"                                                  // x_conflict-20240501-101500
     L"|\\.sync-conflict-[0-9]{8}-[0-9]{6}(?:-[a-z0-9]{7})?"  // x.sync-conflict-20240501-101500-ABCDEFG
-    L"| ?\\[conflict(?:ed)?[^\\[\\]]*\\]";                   // x [Conflict], x [conflicted 2]
+    L"| ?\\[conflict(?:ed)?(?: ?[0-9]{1,3})?\\]";            // x [Conflict], x [conflicted 2]
 const wchar_t* const kPossible =
     L" \\([0-9]{1,3}\\)"                        // x (1)
-    L"| [0-9]{1,2}"                             // x 2
     L"|-(?:desktop|laptop|win)-[a-z0-9]{5,12}"  // x-DESKTOP-1A2B3C4
     L"|\\.conflict(?:\\.[0-9]{1,3})?";          // x.Conflict
 

@@ -18,6 +18,12 @@ bool isConflictName(const std::wstring& name) {
   return name.size() > kEnding.size() && name.compare(name.size() - kEnding.size(), kEnding.size(), kEnding) == 0;
 }
 
+std::wstring conflictNameOf(const std::wstring& path, std::int64_t seconds) {
+  const std::wstring suffix = newConflictSuffix(seconds);
+  const bool again = isConflictName(path) && path.size() > suffix.size() && path[path.size() - suffix.size()] == L'.';
+  return path.substr(0, path.size() - (again ? suffix.size() : 0)) + suffix;
+}
+
 std::wstring newConflictSuffix(std::int64_t seconds) {
   std::string time = isoTime(seconds);  // YYYY-MM-DDTHH:MM:SSZ
   time.erase(std::remove_if(time.begin(), time.end(), [](char c) { return c == '-' || c == ':' || c == 'Z'; }),

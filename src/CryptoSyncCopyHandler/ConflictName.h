@@ -13,4 +13,7 @@ bool isConflictName(const std::wstring& name);
 /// ".kelta_conflict".
 std::wstring newConflictSuffix(std::int64_t seconds);
 
+/// `path` as a conflict copy; of a conflict copy not a second one, but another.
+std::wstring conflictNameOf(const std::wstring& path, std::int64_t seconds);
+
 }  // namespace Kelta

@@ -18,6 +18,7 @@ using platform::Kind;
 std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyFile(fs::path src, fs::path dest) {
   HANDLER_DEBUG("copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
   interruption().check();
+  sourceIsDamaged_ = false;
   std::wstring source;
   platform::wideOf(src, source);
   const bool encrypt = isInsideFolder(source);
@@ -103,13 +104,16 @@ bool CryptoSyncCopyHandler::unchanged(const CopyJob& job) {
   return targetUnchanged(job);
 }
 
-// The one place where a failed archive operation is judged: no access is worth another try soon, the rest is not.
+// The one place where a failed archive operation is judged: no access is worth another try soon, the rest is not. An
+// archive that another program made, or one in a form that we cannot read, may well hold something.
 bool CryptoSyncCopyHandler::archiveFailed(const zip::ArchiveError& error, const fs::path& archive) {
   HANDLER_ERROR("Couldn't decrypt archive %s", utf8(archive).c_str());
   HANDLER_ERROR("%s", error.what());
   if (error.failure() == zip::ArchiveFailure::cannotRead || error.failure() == zip::ArchiveFailure::cannotWrite) {
     throw fs::filesystem_error(error.what(), archive, make_error_code(boost::system::errc::io_error));
   }
+  sourceIsDamaged_ =
+      error.failure() == zip::ArchiveFailure::notAnArchive || error.failure() == zip::ArchiveFailure::damaged;
   return false;
 }
 

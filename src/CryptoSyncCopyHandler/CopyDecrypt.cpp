@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CopyJob.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
@@ -36,22 +37,28 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, f
   if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return failed;
 
   Secrets passwords;
-  bool givenUp = false;
-  if (!openArchive(job, passwords.texts, givenUp)) return {givenUp, std::wstring()};
+  boost::property_tree::ptree meta;
+  const Opened opened = openArchive(job, passwords.texts, meta);
+  if (opened == Opened::noKey) return {giveUpWithoutKey(job, meta), std::wstring()};
+  if (opened != Opened::yes || !decryptTo(job, passwords.texts)) return failed;
+  decryptFailures_.erase(tableKey(job));
+  return {true, job.target};
+}
+
+bool CryptoSyncCopyHandler::decryptTo(const CopyJob& job, const std::vector<std::string>& passwords) {
   const TempArea area(tempFolder_, this);
   const fs::path folder = area.path() / "content";
   HANDLER_DEBUG("temp. path (tempd) = %s", utf8(folder).c_str());
-  if (!unpackSource(job, passwords.texts, folder)) return failed;
+  if (!unpackSource(job, passwords, folder)) return false;
   const fs::path content = folder / archive::kContentEntry;
   HANDLER_DEBUG("tempf = %s", utf8(content).c_str());
   if (platform::stampOf(content).kind != platform::Kind::file) {
     HANDLER_ERROR("tempf doesn't exist");
-    return failed;
+    return false;
   }
-  if (!unchanged(job) || !placeInside(content, job)) return failed;
-  decryptFailures_.erase(tableKey(job));
+  if (!unchanged(job) || !placeInside(content, job)) return false;
   copySucceeded(job, L"Decrypted");
-  return {true, job.target};
+  return true;
 }
 
 bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
@@ -70,25 +77,28 @@ bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
   return false;
 }
 
-// The archive's passwords. Without one the copy fails; `givenUp` tells that it need not be tried again.
-bool CryptoSyncCopyHandler::openArchive(const CopyJob& job, std::vector<std::string>& passwords, bool& givenUp) {
+CryptoSyncCopyHandler::Opened CryptoSyncCopyHandler::openArchive(const CopyJob& job,
+                                                                 std::vector<std::string>& passwords,
+                                                                 boost::property_tree::ptree& meta) {
   platform::File(job.source, platform::File::Mode::read).close();  // what cannot be read now shows as such
-  boost::property_tree::ptree meta;
   if (!getZipMetaJSON(job.source, meta)) {
     HANDLER_ERROR("Couldn't decrypt archive %s", utf8(job.source).c_str());
-    return false;
+    return Opened::unreadable;
   }
   passwords = getPasswordFromMeta(meta);
   if (passwords.empty() && askForKeys(meta)) passwords = getPasswordFromMeta(meta);
-  if (!passwords.empty()) return true;
+  if (!passwords.empty()) return Opened::yes;
   HANDLER_INFO("no key found, can't decrypt at the moment");
-  givenUp = giveUpWithoutKey(job);
-  return false;
+  return Opened::noKey;
 }
 
-bool CryptoSyncCopyHandler::giveUpWithoutKey(const CopyJob& job) {
+// An archive without a key fails; after a while it need not be tried again.
+bool CryptoSyncCopyHandler::giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta) {
   const std::int64_t now = clock().nowSeconds();
-  std::int64_t& first = decryptFailures_.emplace(tableKey(job), now).first->second;
+  DecryptFailure& failure = decryptFailures_.emplace(tableKey(job), DecryptFailure{now, {}}).first->second;
+  std::int64_t& first = failure.first;
+  failure.assets.clear();
+  for (const auto& member : wrappedPasswords(meta)) failure.assets.insert(member.first);
   if (first > now) first = now;  // the clock was set back
   if (now - first <= kKeyRetrySeconds) return false;
   HANDLER_ERROR("Decryption failures have exceeded retry threshold for [%s] Marking as 'resolved'.",

@@ -46,16 +46,27 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
   if (!hasExtension(dest)) job.target = withMappedName(job.target);
   HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
   if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
+  if (!encryptTo(job, src)) return failed;
+  return {true, job.target};
+}
 
-  const std::string assetId = getAssetForPath(src);
+// Encrypts for the asset of `shared`, the path that decides whose file it is.
+bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared) {
+  const std::string assetId = assetNow(shared);
   HANDLER_DEBUG("assetid = %s", assetId.c_str());
-  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job)) return failed;
+  if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(job.source).c_str());
+  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job)) return false;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
   HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
-  if (!packSource(job, assetId, area, archive) || !unchanged(job) || !place(archive, job)) return failed;
+  if (!packSource(job, assetId, area, archive) || !unchanged(job)) return false;
+  if (assetNow(shared) != assetId) {
+    HANDLER_INFO("its share changed while it was encrypted: %s", utf8(job.source).c_str());
+    return false;
+  }
+  if (!place(archive, job)) return false;
   copySucceeded(job, L"Encrypted");
-  return {true, job.target};
+  return true;
 }
 
 bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
@@ -103,7 +114,9 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
   if (password.text.empty()) return false;
   HANDLER_DEBUG("TIMER generated random key in %ld [ms]", elapsed());
 
-  Secret key(*keys_.find(assetId));
+  const std::string* const installed = keys_.find(assetId);
+  if (!installed) return false;  // the host took it back meanwhile
+  Secret key(*installed);
   std::string hexPass = encryptArchivePassword(password.text, key.text);
   if (hexPass.empty()) return false;
   std::string text = metadataText(assetId, hexPass);

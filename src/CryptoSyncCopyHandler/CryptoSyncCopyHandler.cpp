@@ -24,11 +24,13 @@ void CryptoSyncCopyHandler::notifySync(const std::wstring& message) {
 
 void CryptoSyncCopyHandler::setInsideFolder(std::wstring path) {
   insideFolder_ = folderForm(std::move(path));
+  shares_.setInside(insideFolder_);
   HANDLER_DEBUG("%s", utf8(insideFolder_).c_str());
 }
 
 void CryptoSyncCopyHandler::setOutsideFolder(std::wstring path) {
   outsideFolder_ = folderForm(std::move(path));
+  shares_.setOutside(outsideFolder_);
   HANDLER_DEBUG("%s", utf8(outsideFolder_).c_str());
 }
 
@@ -105,12 +107,6 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
   const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, kind == Kind::folder);
   if (ours || !hasPathIssue(path, message)) return isNeverSynchronised(path);
   quarantineOnce(path, message);
-  return true;
-}
-
-bool CryptoSyncCopyHandler::mayRename(std::wstring from, std::wstring to) {
-  HANDLER_DEBUG("(from) %s is share? %s", utf8(from).c_str(), log::truth(false));
-  HANDLER_DEBUG("(to)   %s is share? %s", utf8(to).c_str(), log::truth(false));
   return true;
 }
 

@@ -7,11 +7,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/AssetKeys.h"
 #include "CryptoSyncCopyHandler/ISyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/Shares.h"
 #include "base/Clock.h"
 
 namespace Kelta {
@@ -28,6 +30,9 @@ struct EngineServices {
   std::shared_ptr<Interruption> interruption;
   /// Queues a notification for the host: type, message, extra JSON value or nothing.
   std::function<void(const std::wstring&, const std::wstring&, const std::wstring&)> notify;
+  /// Tells the archives that could not be opened before a key was installed: they are worth another try. May be
+  /// called in the middle of a command.
+  std::function<void(const std::vector<std::wstring>&)> keyArrived = {};
 };
 
 /// Whether an asset's key opens what an archive's metadata holds for it.
@@ -56,6 +61,8 @@ public:
 
   // ISyncCopyHandler
   std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) override;
+  bool sourceIsDamaged() const override { return sourceIsDamaged_; }
+  void foundInSync(std::wstring path) override;
   bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) override;
   std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) override;
   std::wstring handleName(std::wstring name) override;
@@ -63,10 +70,16 @@ public:
   bool mayRename(std::wstring from, std::wstring to) override;
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
+  void beginOperation() override;
 
   // Content
   std::pair<bool, std::wstring> copyEncrypt(boost::filesystem::path src, boost::filesystem::path dest);
   std::pair<bool, std::wstring> copyDecrypt(boost::filesystem::path src, boost::filesystem::path dest);
+  /// One file from and to anywhere: "encrypt" or "decrypt" when it is done, else "no-key" or "failed". The archive's
+  /// name gets ".kelta" where it has not; its asset is that of its place in the pair, or else of the source's. Nothing
+  /// plain is written to the Outside and no archive to the Inside.
+  std::wstring encryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
+  std::wstring decryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
   /// The password under the asset key as lower-case hex; empty when that failed.
   std::string encryptArchivePassword(std::string& archivePassword, std::string& assetKey);
   /// The passwords that the installed keys open, in the metadata's order. The caller wipes them.
@@ -79,14 +92,34 @@ public:
 
   // Asset keys
   void setAssetKey(const std::wstring& assetId, const std::wstring& key);
+  /// Is told of each archive that an operation over the whole Outside has dealt with.
+  using ArchiveProgress = std::function<void(const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
+                                             std::uint64_t total)>;
+  /// Installs a new key for the asset and wraps the password of each of its archives anew under it: outcomes "rewrap",
+  /// "kept" for archives of other assets, and "failed". Until all are done, in this call or in a later one, the former
+  /// key is kept for reading. False, with the host told, when some archive is left under another key.
+  bool changeAssetKey(const std::wstring& assetId, const std::wstring& newKey, const ArchiveProgress& progress);
+  /// Tries every archive of the Outside without decrypting any content: outcomes "verify", "no-key" and "damaged".
+  /// True when all of them open.
+  bool verifyArchives(const ArchiveProgress& progress);
   void removeAssetKey(const std::wstring& assetId);
   void clearAssets();
   /// False when archives of that asset lie on the Outside and the installed key opens none of the first few.
   bool verifyAssetKey(const std::wstring& assetId);
-  std::string getAssetForPath(const boost::filesystem::path& path);
-  /// The metadata entry as a tree. False, with a log line, when there is none or it cannot be read.
+  /// The metadata entry as a tree. False, with a log line, when there is none or it is damaged. Throws filesystem_error
+  /// when the archive could not be read: that tells nothing about what is in it.
   bool getZipMetaJSON(const boost::filesystem::path& archive, boost::property_tree::ptree& meta);
   void registerKeyNotFound(KeyNotFoundCallback callback);
+
+  // Shares: Shares.cpp. Paths are full ones of either side and need not exist. What was found for a folder holds until
+  // beginOperation().
+  /// The asset whose key a file of that path is encrypted under: that of the nearest share above it, else the default
+  /// one. Empty when there is none, or when the share's marker cannot be read: then nothing may be encrypted there.
+  std::string getAssetForPath(const boost::filesystem::path& path);
+  /// Whether the folder itself is the root of a share, whatever its marker says. Always looks at the disk.
+  bool isKeltaShare(std::wstring folder);
+  /// The root of the nearest share at or above the path, as a full path on the path's side; empty when there is none.
+  std::wstring findShareRoot(std::wstring path);
 
   // Quarantine
   boost::filesystem::path genQuarantineRecordPath(boost::filesystem::path path);
@@ -112,10 +145,28 @@ private:
   bool namesAreEncrypted();
   std::wstring withMappedName(const std::wstring& path);
 
+  // Shares.cpp
+  std::string assetNow(const boost::filesystem::path& path);
+
   // AssetKeys.cpp, ArchiveMeta.cpp
+  void tryAgainWith(const std::string& assetId);
+  std::wstring answerOf(const std::string& assetId);
   bool askForKey(const std::string& assetId);
   bool askForKeys(const boost::property_tree::ptree& meta);
   bool passwordFrom(const std::string& assetId, const std::string& hexPass, std::string& password);
+  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, std::string& password);
+
+  // Rewrap.cpp, KeyCheck.cpp
+  enum class Rewrapped { done, already, notOurs, failed };
+  struct KeyChange;
+  bool listArchives(std::vector<boost::filesystem::path>& archives);
+  bool holdsNoPassword(const boost::filesystem::path& archive);
+  Rewrapped rewrap(const KeyChange& change, const boost::filesystem::path& archive);
+  Rewrapped rewrapGuarded(const KeyChange& change, const boost::filesystem::path& archive);
+  void askForFormer(const KeyChange& change);
+  std::size_t rewrapAll(const KeyChange& change, std::vector<boost::filesystem::path> archives,
+                        const ArchiveProgress& progress);
+  std::wstring verifyArchive(const boost::filesystem::path& archive);
 
   // Copy.cpp
   bool targetFits(const CopyJob& job);
@@ -126,8 +177,10 @@ private:
   void logActivity(const char* operation, const std::wstring& path);
 
   // CopyEncrypt.cpp
+  KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
   KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
   bool mayEncrypt(const CopyJob& job);
+  bool encryptTo(const CopyJob& job, const boost::filesystem::path& shared);
   bool keyAvailable(const std::string& assetId);
   bool replacesUnread(const CopyJob& job);
   bool packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
@@ -135,10 +188,15 @@ private:
 
   // CopyDecrypt.cpp
   bool mayDecrypt(const CopyJob& job);
-  bool openArchive(const CopyJob& job, std::vector<std::string>& passwords, bool& givenUp);
-  bool giveUpWithoutKey(const CopyJob& job);
+  enum class Opened { yes, noKey, unreadable };
+  Opened openArchive(const CopyJob& job, std::vector<std::string>& passwords, boost::property_tree::ptree& meta);
+  bool decryptTo(const CopyJob& job, const std::vector<std::string>& passwords);
+  bool giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta);
   bool unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
                     const boost::filesystem::path& folder);
+
+  // SingleFile.cpp
+  bool aimAt(CopyJob& job, const boost::filesystem::path& dest, const std::wstring& root);
 
   // ConflictCopy.cpp
   struct Conflict;
@@ -153,6 +211,7 @@ private:
   bool placeInside(const boost::filesystem::path& from, const CopyJob& job);
   bool placeAcrossVolumes(const boost::filesystem::path& from, const CopyJob& job);
   bool targetUnchanged(const CopyJob& job);
+  bool targetTaken(const CopyJob& job);
 
   // Deletion.cpp
   struct Deletion;
@@ -175,16 +234,23 @@ private:
 
   EngineServices services_;
   boost::mutex fneLock_;
-  std::map<std::wstring, std::int64_t> decryptFailures_;  ///< Outside path → first failure for lack of a key
-  bool fne_ = false;                                      ///< under fneLock_
-  bool fneReported_ = false;                              ///< the host was told that names cannot be encrypted
+  struct DecryptFailure {
+    std::int64_t first = 0;        ///< seconds
+    std::set<std::string> assets;  ///< whose keys are wanted
+  };
+  std::map<std::wstring, DecryptFailure> decryptFailures_;  ///< Outside path → first failure for lack of a key
+  bool fne_ = false;                                        ///< under fneLock_
+  bool fneReported_ = false;                                ///< the host was told that names cannot be encrypted
   AssetKeys keys_;
+  Shares shares_;
+  std::set<std::string> asked_;  ///< assets whose key was asked for in this operation
   KeyNotFoundCallback keyNotFound_;
   std::wstring insideFolder_;
   std::wstring outsideFolder_;
   std::wstring tempFolder_;
   std::wstring quarFolder_;
   int compressionFlag_ = 0;
+  bool sourceIsDamaged_ = false;           ///< of the last copy
   std::int64_t quarantineLastUpdate_ = 0;  ///< under fneLock_, the handler's one mutex
 };
 

@@ -17,6 +17,14 @@ public:
   /// filesystem_error when a file could not be accessed (worth another try soon).
   virtual std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) = 0;
 
+  /// Whether the last copyFile() failed because its source was read and is damaged beyond recovery: nothing in it can
+  /// be lost any more. False as long as anything else, a read error or a missing key, may have been the reason.
+  virtual bool sourceIsDamaged() const = 0;
+
+  /// Is told that a file that changed on both sides turned out to need no copy: what was quarantined about the path no
+  /// longer holds.
+  virtual void foundInSync(std::wstring path) = 0;
+
   /// Creates the counterpart `dest` of the folder `src`; true when it is there afterwards.
   virtual bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) = 0;
 
@@ -44,6 +52,10 @@ public:
   /// counterpart goes only when nothing but our own marker is left in it. Returns whether the Inside
   /// entry, and whether the Outside entry, is gone.
   virtual std::pair<bool, bool> doDelete(std::wstring path) = 0;
+
+  /// A scan, a resolution or another operation begins: whatever is remembered about folders and about keys that were
+  /// asked for is looked at anew from here on.
+  virtual void beginOperation() {}
 };
 
 }  // namespace Kelta

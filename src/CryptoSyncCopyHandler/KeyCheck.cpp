@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether an installed key is the one that the Outside was encrypted with: a wrong one would lock new files away from
 // every other device, and nobody would notice before they were needed.
+#include <boost/filesystem/exception.hpp>
 #include <vector>
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "archive/Archive.h"
+#include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/Folders.h"
 
@@ -18,6 +22,17 @@ constexpr int kMaxEntries = 20000;
 
 }  // namespace
 
+// One that cannot be read now tells nothing about the key.
+KeyFit CryptoSyncCopyHandler::tryKey(const std::string& id, const fs::path& archive) {
+  boost::property_tree::ptree meta;
+  try {
+    return getZipMetaJSON(archive, meta) ? keyFits(id, meta) : KeyFit::otherAsset;
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+    return KeyFit::otherAsset;
+  }
+}
+
 bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
   const std::string id = utf8(assetId);
   int tried = 0;
@@ -30,14 +45,49 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
     const platform::Kind kind = seen == 1 ? platform::Kind::folder : platform::stampOf(path).kind;
     boost::system::error_code ignored;
     if (kind == platform::Kind::folder) platform::listFolder(path, entries, ignored);
-    boost::property_tree::ptree meta;
-    if (kind != platform::Kind::file || !hasExtension(path) || !getZipMetaJSON(path, meta)) continue;
-    const KeyFit fit = keyFits(id, meta);
+    if (kind != platform::Kind::file || !hasExtension(path)) continue;
+    const KeyFit fit = tryKey(id, path);
     if (fit == KeyFit::fits) return true;
     tried += fit == KeyFit::doesNot ? 1 : 0;
   }
   if (tried > 0) HANDLER_ERROR("the key of asset %s opens none of %d archives", id.c_str(), tried);
   return tried == 0;
+}
+
+// "verify" when an installed key opens the archive, "no-key" when none does, "damaged" for anything else.
+std::wstring CryptoSyncCopyHandler::verifyArchive(const fs::path& archive) {
+  try {
+    boost::property_tree::ptree meta;
+    if (!getZipMetaJSON(archive, meta) || wrappedPasswords(meta).empty()) return L"damaged";
+    Secrets passwords;
+    passwords.reset(getPasswordFromMeta(meta));
+    if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
+    if (passwords.texts.empty()) return L"no-key";
+    for (const std::string& password : passwords.texts) {
+      if (archive::opensContent(archive, password)) return L"verify";
+    }
+  } catch (const zip::ArchiveError& error) {
+    HANDLER_ERROR("%s: %s", utf8(archive).c_str(), error.what());
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+  }
+  return L"damaged";
+}
+
+bool CryptoSyncCopyHandler::verifyArchives(const ArchiveProgress& progress) {
+  beginOperation();
+  std::vector<fs::path> archives;
+  bool right = listArchives(archives);
+  std::uint64_t done = 0;
+  for (const fs::path& archive : archives) {
+    interruption().check();
+    ++done;
+    if (!hasExtension(archive)) continue;
+    const std::wstring outcome = verifyArchive(archive);
+    right = right && outcome == L"verify";
+    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), done, archives.size());
+  }
+  return right;
 }
 
 }  // namespace Kelta

@@ -20,10 +20,13 @@ constexpr std::size_t kBufferBytes = 1024 * 1024;
 
 }  // namespace
 
-bool CryptoSyncCopyHandler::targetUnchanged(const CopyJob& job) {
-  if (platform::stampOf(platform::pathOf(job.target)).sameContent(job.targetStamp)) return true;
+bool CryptoSyncCopyHandler::targetTaken(const CopyJob& job) {
   HANDLER_INFO("target changed meanwhile, left as it is: %s", utf8(job.target).c_str());
   return false;
+}
+
+bool CryptoSyncCopyHandler::targetUnchanged(const CopyJob& job) {
+  return platform::stampOf(platform::pathOf(job.target)).sameContent(job.targetStamp) || targetTaken(job);
 }
 
 bool CryptoSyncCopyHandler::place(const fs::path& from, const CopyJob& job) {
@@ -38,7 +41,11 @@ bool CryptoSyncCopyHandler::place(const fs::path& from, const CopyJob& job) {
   const platform::FileStamp placed = platform::stampOf(from);
   if (!targetUnchanged(job)) return false;
   try {
-    platform::replaceFile(from, target);
+    // Nothing was there: what appears at the last moment is not replaced.
+    if (job.targetStamp.kind != platform::Kind::missing)
+      platform::replaceFile(from, target);
+    else if (!platform::moveFile(from, target))
+      return targetTaken(job);
   } catch (const fs::filesystem_error& error) {
     if (error.code() != boost::system::errc::cross_device_link) throw;
     if (!placeAcrossVolumes(from, job)) return false;
@@ -64,6 +71,7 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, const CopyJ
   if (!output.file().setLastWriteTime(job.sourceStamp.nanoseconds))
     HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
   if (!targetUnchanged(job)) return false;
+  if (job.targetStamp.kind == platform::Kind::missing) return output.commitNew() || targetTaken(job);
   output.commit();
   return true;
 }

@@ -136,6 +136,8 @@ void CryptoSyncCopyHandler::ifQuarantinedClear(fs::path path) {
   if (error) HANDLER_ERROR("couldn't remove %s: %s", utf8(record).c_str(), error.message().c_str());
 }
 
+void CryptoSyncCopyHandler::foundInSync(std::wstring path) { ifQuarantinedClear(platform::pathOf(path)); }
+
 // Takes a record's path as the list gives it. Nothing but a record is ever removed.
 bool CryptoSyncCopyHandler::clearQuarantineRecord(std::wstring record) {
   record = genericForm(std::move(record));

@@ -4,8 +4,6 @@
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
-#include "CryptoSyncCopyHandler/NameFilter.h"
-#include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
@@ -82,44 +80,6 @@ void SyncPair::recordIfEqual(const std::wstring& key) {
   if (!both || inside.seconds() != outside.seconds()) return forgetBoth(key, false);
   setState(srcStateList, src, inside.seconds());
   setState(destStateList, dest, outside.seconds());
-}
-
-// The Inside version lost: it goes to the recycle bin, once the winner is known to open.
-SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser) {
-  if (tempFolder_.empty()) return Kept::no;
-  try {
-    const TempArea area(tempFolder_, this);
-    const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
-    std::wstring written;
-    if (!doCopy(archive, guard, 1, &written)) return Kept::no;
-    if (written.empty()) return Kept::unreadable;
-    if (sameContent(loser, guard) || platform::recycle(platform::pathOf(loser))) return Kept::yes;
-    copyProblem_ = L"the older version could not be put into the recycle bin";
-  } catch (const boost::filesystem::filesystem_error& error) {
-    PAIR_ERROR("%s", error.what());
-  }
-  return Kept::no;
-}
-
-// The Outside version lost: nobody here has seen it, so its content goes to the recycle bin. One that does not open is
-// no loss; one whose key is missing is not replaced anyway.
-SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std::wstring& archive) {
-  if (tempFolder_.empty()) return Kept::no;
-  try {
-    const TempArea area(tempFolder_, this);
-    const boost::filesystem::path guard = area.path() / "content_conflict_guard";
-    std::wstring written;
-    if (!doCopy(archive, platform::wideOf(guard), 1, &written)) return copyProblem_.empty() ? Kept::yes : Kept::no;
-    if (written.empty() || sameContent(winner, written)) return Kept::yes;
-    // In the recycle bin it is looked for under its own name.
-    boost::filesystem::path named = area.path() / platform::pathOf(nameOf(winner));
-    if (platform::wideOf(named).size() > kMaxPathCharacters || !platform::moveFile(guard, named)) named = guard;
-    if (platform::recycle(named)) return Kept::yes;
-    copyProblem_ = L"the older version could not be put into the recycle bin";
-  } catch (const boost::filesystem::filesystem_error& error) {
-    PAIR_ERROR("%s", error.what());
-  }
-  return Kept::no;
 }
 
 // For want of a key the archive was given up: its record alone is kept, so that it is neither tried again in each cycle

@@ -14,8 +14,7 @@ namespace {
 
 constexpr std::size_t kCompareBytes = 256 * 1024;
 
-// Without the paths: those in the Temp folder differ each time, and the host would be told anew in each cycle. Never
-// empty, since that stands for an archive that was read and does not open.
+// Without the paths: those in the Temp folder differ each time, and the host would be told anew in each cycle.
 std::wstring reasonOf(const boost::filesystem::filesystem_error& error) {
   std::wstring reason;
   const std::string text = error.code().message();
@@ -29,6 +28,7 @@ std::wstring reasonOf(const boost::filesystem::filesystem_error& error) {
 bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again) {
   again = false;
   copyProblem_.clear();
+  sourceIsDamaged_ = false;
   PAIR_DEBUG("srcFile = %s", utf8(srcFile).c_str());
   PAIR_DEBUG("destFile = %s", utf8(destFile).c_str());
   if (platform::stampOf(platform::pathOf(srcFile)).kind == platform::Kind::missing) {
@@ -43,6 +43,7 @@ bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFil
   try {
     const auto result = handler_->copyFile(platform::pathOf(srcFile), platform::pathOf(destFile));
     if (written) *written = result.second;
+    sourceIsDamaged_ = !result.first && handler_->sourceIsDamaged();
     if (!result.first) PAIR_ERROR("copyHandler copy failed for %s", utf8(srcFile).c_str());
     return result.first;
   } catch (const boost::filesystem::filesystem_error& error) {
@@ -105,19 +106,16 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
                                                   const SyncObject& dest) {
   PAIR_DEBUG("src.timestamp == dest.timestamp (conflict!)");
   PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
-  if (tempFolder_.empty()) return Comparison::unknown;
-  const TempArea area(tempFolder_, this);
-  const std::wstring guard = platform::wideOf(area.path() / "content_conflict_guard");
-  PAIR_DEBUG("fromPath file = %s", utf8(dest.fullPath).c_str());
-  PAIR_DEBUG("conflict guard temp file = %s", utf8(guard).c_str());
-  std::wstring written;
-  if (!doCopy(dest.fullPath, guard, 1, &written)) {
-    PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
-    return Comparison::unknown;
-  }
-  if (written.empty()) {
+  std::unique_ptr<TempArea> area;
+  std::wstring guard;
+  const Opened opened = openArchive(dest.fullPath, area, guard);
+  if (opened == Opened::lacksKey) {
     noteGivenUp(key, dest.fullPath, dest.timestamp);
     return Comparison::same;
+  }
+  if (opened != Opened::yes) {
+    PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
+    return Comparison::unknown;
   }
   const platform::FileStamp before = platform::stampOf(platform::pathOf(src.fullPath));
   waitOutRunningSecond(before);
@@ -134,6 +132,7 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
   PAIR_INFO("Content is identical for %s and %s", utf8(src.fullPath).c_str(), utf8(dest.fullPath).c_str());
   setState(srcStateList, src.fullPath, src.timestamp);
   setState(destStateList, dest.fullPath, dest.timestamp);
+  handler_->foundInSync(src.fullPath);
   refreshParent(key);
   ++successfulEvents_;
   return Comparison::same;

@@ -58,6 +58,7 @@ void SyncPair::syncCycle() {
     sleepWithCheck(seconds, 1000);
   };
   cycleMarker_ = kRunning;
+  busy_.clear();  // of a cycle that did not come to its end
   scanSrcChanges();
   pause();
   scanDestChanges();

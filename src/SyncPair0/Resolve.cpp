@@ -27,6 +27,7 @@ void SyncPair::syncChanges() {
     return;
   }
   if (!handler_) return;
+  handler_->beginOperation();
   try {
     resolveSync(sourceFolder_, srcSyncList, srcStateList, destFolder_, destSyncList, destStateList);
     resolveSync(destFolder_, destSyncList, destStateList, sourceFolder_, srcSyncList, srcStateList);

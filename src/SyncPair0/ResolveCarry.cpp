@@ -157,7 +157,12 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
                          const SyncObject* other) {
   const std::wstring source = so.fullPath;
   const std::wstring target = pathFor(to, key, false);
-  const auto mayWrite = [&] { return targetIsAsKnown(from, to, source, target, other); };
+  platform::FileStamp loser;  // as it was kept
+  const auto mayWrite = [&] {
+    const platform::FileStamp now = lookAt(target);
+    const bool kept = loser.kind == platform::Kind::missing || now.kind == platform::Kind::missing;
+    return (kept || now.sameContent(loser)) && targetIsAsKnown(from, to, source, target, other);
+  };
   if (waitsForKey(from, to, source, target)) {
     PAIR_INFO("an archive that cannot be opened here is newer: %s", utf8(source).c_str());
     return;
@@ -168,6 +173,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
     return copyFailed(from, key, so);
   }
   if (other && !other->deletion && lookAt(target).kind == platform::Kind::file) {
+    loser = lookAt(target);
     const Kept kept = to.inside ? keepInsideLoser(source, target) : keepOutsideLoser(source, target);
     if (kept == Kept::unreadable) return noteGivenUp(key, source, so.timestamp);
     if (kept == Kept::no) return copyFailed(from, key, so);
@@ -176,6 +182,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
   std::wstring written;
   if (!copyUnchanged(source, joinPath(to.root, key), time, written, mayWrite)) return copyFailed(from, key, so);
   if (written.empty()) return noteGivenUp(key, source, time);
+  keptLosers_.erase(target);
   recordCopy(from, to, key, source, time, written);
   ++successfulEvents_;
   refreshParent(key);

@@ -121,8 +121,7 @@ void SyncPair::placeMarkers() {
   if (!sourceFolder_.empty() && !destFolder_.empty()) requireSeparateRoots();
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
-  if (keyArrived_) dropUnpairedRecords();
-  keyArrived_ = false;
+  dropRetriedRecords();
   if (!setFolderRenameId(sourceFolder_)) PAIR_ERROR("couldn't mark %s", utf8(sourceFolder_).c_str());
   const std::wstring marker = markerOf(side(false));
   if (kindOf(marker) != platform::Kind::missing) return rememberRootIds();

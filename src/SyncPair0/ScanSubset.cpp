@@ -24,6 +24,7 @@ std::wstring childOf(const std::wstring& folder, const std::wstring& path) {
 
 SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderList) {
   PAIR_DEBUG("folderList size = %d", static_cast<int>(folderList.size()));
+  handler_->beginOperation();
   ScanResult result;
   std::set<std::wstring> seen;
   for (std::size_t i = 0; i < folderList.size(); ++i) {

@@ -132,6 +132,7 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::wstring syncFolder, StateList
 SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, StateList& stateList, SyncList& syncList,
                                                      int checkInterval) {
   PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
+  handler_->beginOperation();
   const Side scanned = sideOf(syncFolder);
   Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}, {}};
   requireIntactRoot(scanned);

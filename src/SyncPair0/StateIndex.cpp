@@ -19,6 +19,7 @@ bool isFileThere(const std::wstring& path) {
 
 void SyncPair::generateDirList(StateList& list, std::wstring folder) {
   PAIR_DEBUG("%s", utf8(folder).c_str());
+  handler_->beginOperation();
   Walk walk{sideOf(folder), 0, "", {}, {}};
   std::vector<std::wstring> folders{folderForm(std::move(folder))};
   while (!folders.empty()) {
@@ -84,6 +85,17 @@ void SyncPair::dropUnpairedRecords() {
     entry = known ? std::next(entry) : srcStateList.erase(entry);
   }
   destStateList.swap(paired);
+}
+
+// Without its record an archive that was given up shows as an addition.
+void SyncPair::dropRetriedRecords() {
+  for (const std::wstring& archive : retry_) {
+    if (givenUp_.erase(archive) == 0) continue;
+    const std::wstring key = keyOf(side(false), archive, false);
+    if (!key.empty() && srcStateList.count(pathFor(side(true), key, false)) == 0) destStateList.erase(archive);
+    stateChanged_ = true;
+  }
+  retry_.clear();
 }
 
 void SyncPair::initState() {

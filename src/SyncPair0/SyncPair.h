@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -19,6 +20,7 @@
 namespace Kelta {
 
 struct CloudCopy;
+class TempArea;
 
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
 /// carrying over of every difference. All methods run on the thread of the host's command.
@@ -63,8 +65,8 @@ public:
 
   // State: StateFile.cpp, StateRecords.cpp, StateIndex.cpp --------------------
   void initState();
-  /// A key was installed: what was given up for want of one is tried again from the next scan on.
-  void keyArrived() { keyArrived_ = true; }
+  /// Archives whose key may be here now: those that were given up are tried again from the next scan on.
+  void keyArrived(const std::vector<std::wstring>& archives) { retry_.insert(archives.begin(), archives.end()); }
   void stateMissingIndex();
   void loadStateFromDisk(std::wstring stateFile, StateList& list);
   void writeStateList(StateList& list, std::wstring stateFile);
@@ -125,6 +127,16 @@ public:
   Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void touch(std::wstring path, std::int64_t timestamp);
 
+  // The whole Outside: WholeSide.cpp ---------------------------------------------
+  /// Throws RootMissing unless the folder is the one that the state knows.
+  void requireIntactRoot(bool inside) { requireIntactRoot(side(inside)); }
+  /// The archive holds the same content in other bytes: its record gets the new hash. Times stay as they are.
+  void refreshHash(const std::wstring& archive);
+  /// Removes what is in sync from one side, and its records from both, so that nothing of it shows as a deletion. What
+  /// is not as recorded on both sides stays, with its records. False when anything known is left.
+  bool removeAllFiles(bool inside);
+  void tell(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total);
+
   // Cycle: Pace.cpp --------------------------------------------------------------
   void syncCycle();
   void subResolve();
@@ -170,6 +182,7 @@ private:
   StateRecord makeRecord(const std::wstring& path, std::int64_t time);
   bool rebuildNeeded();
   void dropUnpairedRecords();
+  void dropRetriedRecords();
   void sweepStateFolder();
   bool editState(const std::wstring& path, bool insert);
   void refreshFolderId(const std::wstring& path, StateRecord& record);
@@ -218,7 +231,7 @@ private:
                      const SyncObject* other);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
 
-  // Conflict.cpp
+  // Conflict.cpp, Losers.cpp
   enum class Kept {
     yes,
     no,
@@ -228,6 +241,15 @@ private:
   void tieFailed(const SyncObject& src);
   void makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void recordIfEqual(const std::wstring& key);
+  enum class Opened {
+    yes,
+    no,
+    lacksKey,  ///< the archive was given up
+    damaged,   ///< beyond recovery
+  };
+  Opened openArchive(const std::wstring& archive, std::unique_ptr<TempArea>& area, std::wstring& content);
+  bool recycleBeside(const std::wstring& winner, const boost::filesystem::path& content,
+                     const boost::filesystem::path& area);
   Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser);
   Kept keepOutsideLoser(const std::wstring& winner, const std::wstring& archive);
   void noteGivenUp(const std::wstring& key, const std::wstring& archive, std::int64_t time);
@@ -241,6 +263,13 @@ private:
   void waitOutRunningSecond(const platform::FileStamp& stamp);
   void recordCopy(const Side& from, const Side& to, const std::wstring& key, const std::wstring& source,
                   std::int64_t time, const std::wstring& written);
+  // WholeSide.cpp
+  struct Removal;
+  bool inSync(const Side& own, const std::wstring& path, const std::wstring& counterpart);
+  std::vector<Removal> planRemovals(bool inside, std::uint64_t& left);
+  void forgetRemovals(const std::vector<Removal>& removals);
+  bool remove(const Removal& removal, bool inside);
+
   void recordBoth(const std::wstring& key, bool isFolder);
   void forgetBoth(const std::wstring& key, bool isFolder);
   void copyFailed(const Side& from, const std::wstring& key, const SyncObject& so);
@@ -262,13 +291,15 @@ private:
   std::set<std::wstring> unreadable_;  ///< folders that the host was told about in this cycle
   std::set<std::wstring> busy_;        ///< changed files in use that the host was told about in this cycle
   std::set<std::wstring> givenUp_;     ///< archives whose key is missing
-  std::wstring copyProblem_;           ///< why the latest attempt failed, where that is known
+  std::set<std::wstring> retry_;       ///< of these, perhaps, it has arrived
+  std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
+  std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
+  bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;
   bool stateChanged_ = false;
   bool stateDamaged_ = false;  ///< a state file held something that is no record
-  bool keyArrived_ = false;
-  std::string rootIds_[2];  ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
+  std::string rootIds_[2];     ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;

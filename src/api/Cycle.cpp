@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "api/FolderLists.h"
 #include "api/Guard.h"
-#include "base/GenericPath.h"
 
 using namespace Kelta;
 using namespace Kelta::api;
@@ -13,7 +12,7 @@ void kelsync_init_state(kelsync_pair* h) {
     CryptoSyncCopyHandler* const handler = handlerOf(pair);
     if (!handler) return;
     // Before the first scan, which may have something to quarantine.
-    handler->setQuarFolder(genericForm(pair.stateFolder()) + L"\\quar\\");
+    handler->setQuarFolder(quarFolderOf(pair));
     handler->sweepTempFolder();
     pair.initState();
   });

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "api/Guard.h"
 
+#include "base/GenericPath.h"
 #include "base/Log.h"
 
 namespace Kelta {
@@ -17,6 +18,8 @@ void logLine(const void* h, log4cplus::LogLevel level, const char* function, con
 }  // namespace
 
 CryptoSyncCopyHandler* handlerOf(SyncPair& pair) { return static_cast<CryptoSyncCopyHandler*>(pair.handler()); }
+
+std::wstring quarFolderOf(const SyncPair& pair) { return genericForm(pair.stateFolder()) + L"\\quar\\"; }
 
 void logFailure(const void* h, const char* function, const char* what) {
   logLine(h, log4cplus::ERROR_LOG_LEVEL, function, what);

@@ -16,6 +16,9 @@ inline SyncPair* pairOf(kelsync_pair* h) { return reinterpret_cast<SyncPair*>(h)
 /// The handler of a pair made by kelsync_init(); null when it has none.
 CryptoSyncCopyHandler* handlerOf(SyncPair& pair);
 
+/// Where the quarantine records of a pair lie.
+std::wstring quarFolderOf(const SyncPair& pair);
+
 /// What a command left with; each is logged and, where the host must know, queued.
 void commandInterrupted(SyncPair& pair, const char* function);
 void commandFailed(SyncPair& pair, const char* function, const char* what);

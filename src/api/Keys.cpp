@@ -7,12 +7,41 @@ using namespace Kelta::api;
 extern "C" {
 
 void kelsync_set_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* key) {
-  configure(h, __func__, assetId && key, [&](SyncPair& pair, CryptoSyncCopyHandler& handler) {
-    pair.keyArrived();
-    std::wstring text(key);
-    handler.setAssetKey(assetId, text);
-    wipe(text);
+  configure(h, __func__, assetId && key, [&](SyncPair&, CryptoSyncCopyHandler& handler) {
+    const WideSecret text(key);
+    handler.setAssetKey(assetId, text.text);
   });
+}
+
+int kelsync_change_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar_t* newKey) {
+  if (!assetId || !newKey) {
+    logFailure(h, __func__, "null argument");
+    return 0;
+  }
+  bool changed = false;
+  command(h, __func__, [&](SyncPair& pair) {
+    pair.requireIntactRoot(false);
+    const WideSecret key(newKey);
+    changed = handlerOf(pair)->changeAssetKey(
+        assetId, key.text,
+        [&](const std::wstring& outcome, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
+          if (outcome == L"rewrap") pair.refreshHash(path);
+          pair.tell(outcome, path, done, total);
+        });
+    pair.writeState();
+  });
+  return changed ? 1 : 0;
+}
+
+int kelsync_verify_archives(kelsync_pair* h) {
+  bool right = false;
+  command(h, __func__, [&](SyncPair& pair) {
+    pair.requireIntactRoot(false);
+    right =
+        handlerOf(pair)->verifyArchives([&](const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
+                                            std::uint64_t total) { pair.tell(outcome, path, done, total); });
+  });
+  return right ? 1 : 0;
 }
 
 void kelsync_remove_assetkey(kelsync_pair* h, const wchar_t* assetId) {

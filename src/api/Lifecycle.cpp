@@ -24,6 +24,7 @@ kelsync_pair** kelsync_init(kelsync_pair** out) {
     services.notify = [queue](const std::wstring& type, const std::wstring& message, const std::wstring& more) {
       queue->notify(type, message, more);
     };
+    services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
     pair->setSyncCopyHandler(new CryptoSyncCopyHandler(std::move(services)));
     *out = reinterpret_cast<kelsync_pair*>(pair.release());
     return out;
@@ -70,7 +71,10 @@ void kelsync_set_temp_folder(kelsync_pair* h, const wchar_t* path) {
 }
 
 void kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder) {
-  configure(h, __func__, folder != nullptr, [&](SyncPair& pair, CryptoSyncCopyHandler&) { pair.setStatePath(folder); });
+  configure(h, __func__, folder != nullptr, [&](SyncPair& pair, CryptoSyncCopyHandler& handler) {
+    pair.setStatePath(folder);
+    handler.setQuarFolder(quarFolderOf(pair));
+  });
 }
 
 void kelsync_set_log_folder(kelsync_pair* h, const wchar_t* folder) {

@@ -110,6 +110,23 @@ std::string readEntry(const fs::path& archive, const std::string& entry, zip::Pa
   return engine.extractText(archive, entry, kLargestText);
 }
 
+bool opensContent(const fs::path& archive, const std::string& password) {
+  return ArchiveEngine().opens(archive, kContentEntry, password);
+}
+
+void replaceMetadata(const fs::path& archive, const platform::FileStamp& known, const fs::path& metadata,
+                     const std::string& password, const Progress& progress) {
+  ConsolePwdListener passwords(password);
+  ArchiveEngine engine;
+  engine.setPasswordListener(&passwords);
+  engine.setProgress(progress);
+  engine.setExpected(known);
+  engine.setUpdateOption(ArchiveEngine::kKeepTime | ArchiveEngine::kMustOpen);
+  addMetadata(engine, metadata, true);
+  engine.setWriteFlags(ArchiveEngine::kReplaceTarget);
+  engine.updateArchive(archive);
+}
+
 void updateMetadata(const fs::path& archive, const fs::path& metadata) {
   ArchiveEngine engine;
   addMetadata(engine, metadata, true);

@@ -6,6 +6,8 @@
 #include <functional>
 #include <string>
 
+#include "platform/Files.h"
+
 namespace Kelta {
 namespace zip {
 class PasswordListener;
@@ -51,8 +53,16 @@ void unpack(const boost::filesystem::path& archive, const boost::filesystem::pat
 std::string readEntry(const boost::filesystem::path& archive, const std::string& entry,
                       zip::PasswordListener& passwords);
 
+/// Whether the password opens the entry "Content"; none of it is decrypted.
+bool opensContent(const boost::filesystem::path& archive, const std::string& password);
+
 /// Replaces (or adds) the unencrypted entry named as the file `metadata`.
 void updateMetadata(const boost::filesystem::path& archive, const boost::filesystem::path& metadata);
+
+/// The same in an archive that looks as `known` and whose content the password opens; anything else fails, with the
+/// archive as it was. The archive keeps its last-write time.
+void replaceMetadata(const boost::filesystem::path& archive, const platform::FileStamp& known,
+                     const boost::filesystem::path& metadata, const std::string& password, const Progress& progress);
 
 }  // namespace archive
 }  // namespace Kelta

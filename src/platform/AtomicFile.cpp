@@ -138,13 +138,24 @@ AtomicFile::~AtomicFile() {
   forgetTemporaryName(utf8(temporary_.filename()));
 }
 
-void AtomicFile::commit() {
+void AtomicFile::finish() {
   if (!ownerOnly_) giveNormalRights(temporary_, target_);
   file_->flushToDisk();
   file_->close();
+}
+
+void AtomicFile::commit() {
+  finish();
   replaceFile(temporary_, target_);
   committed_ = true;
   syncFolder(target_.parent_path());
+}
+
+bool AtomicFile::commitNew() {
+  finish();
+  committed_ = moveFile(temporary_, target_);
+  syncFolder(target_.parent_path());
+  return committed_;
 }
 
 void writeWholeFile(const boost::filesystem::path& target, const std::string& content, bool ownerOnly) {

@@ -27,8 +27,12 @@ public:
   const boost::filesystem::path& temporary() const { return temporary_; }
   /// Flushes to disk, closes, and renames over the target. Throws filesystem_error; the target is then as it was.
   void commit();
+  /// The same, but replaces nothing: false when something stands under the name by now.
+  bool commitNew();
 
 private:
+  void finish();
+
   boost::filesystem::path target_;
   boost::filesystem::path temporary_;
   std::unique_ptr<File> file_;

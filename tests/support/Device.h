@@ -98,6 +98,7 @@ public:
     services.notify = [queue](const std::wstring& type, const std::wstring& message, const std::wstring& more) {
       queue->notify(type, message, more);
     };
+    services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
     handler_ = new CryptoSyncCopyHandler(services);
     pair_->setSyncCopyHandler(handler_);
     const auto wide = [](const fs::path& path) { return platform::wideOf(path); };

@@ -48,8 +48,9 @@ public:
   ~RecycleBin();
   RecycleBin(const RecycleBin&) = delete;
   RecycleBin& operator=(const RecycleBin&) = delete;
-  /// Whether a file of that content was put there.
-  bool holds(const std::string& content) const;
+  /// What was put there.
+  std::multiset<std::string> contents() const;
+  bool holds(const std::string& content) const { return contents().count(content) > 0; }
 
 private:
   std::set<boost::filesystem::path> files() const;

@@ -48,10 +48,10 @@ std::set<fs::path> RecycleBin::files() const {
   return std::set<fs::path>(fs::directory_iterator(folder), fs::directory_iterator());
 }
 
-bool RecycleBin::holds(const std::string& content) const {
-  for (const fs::path& file : files())
-    if (readFile(file) == content) return true;
-  return false;
+std::multiset<std::string> RecycleBin::contents() const {
+  std::multiset<std::string> found;
+  for (const fs::path& file : files()) found.insert(readFile(file));
+  return found;
 }
 
 }  // namespace test

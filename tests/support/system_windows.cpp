@@ -77,10 +77,11 @@ std::set<fs::path> RecycleBin::files() const {
   return found;
 }
 
-bool RecycleBin::holds(const std::string& content) const {
+std::multiset<std::string> RecycleBin::contents() const {
+  std::multiset<std::string> found;
   for (const fs::path& file : files())
-    if (!before_.count(file) && readFile(file) == content) return true;
-  return false;
+    if (before_.count(file) == 0) found.insert(readFile(file));
+  return found;
 }
 
 }  // namespace test

@@ -126,6 +126,13 @@ void ArchiveEngine::copyOthers(ArchiveReader& reader, ArchiveWriter& writer) {
   for (const Entry* entry : kept) writer.copy(reader.file(), *entry, [this](std::size_t bytes) { advance(bytes); });
 }
 
+void ArchiveEngine::requireOpening(ArchiveReader& reader) {
+  for (const Entry& entry : reader.entries()) {
+    EntryReader content(reader.file(), entry);
+    unlock(content, entry);
+  }
+}
+
 void ArchiveEngine::updateArchive(const fs::path& archive) {
   done_ = 0;
   if ((writeFlags_ & kReplaceTarget) == 0) fail(ArchiveFailure::cannotWrite, "updating replaces the archive");
@@ -134,11 +141,16 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
       fail(ArchiveFailure::badArgument, "an archive cannot be packed into itself");
   const fs::path place = behindLink(archive);
   auto reader = std::make_unique<ArchiveReader>(place);
+  if (expected_ && !reader->file().stamp().sameContent(*expected_))
+    fail(ArchiveFailure::cannotRead, "the archive was changed meanwhile");
+  if ((updateOption_ & kMustOpen) != 0) requireOpening(*reader);
   OutputFile out(place);
   ArchiveWriter writer(out);
   copyOthers(*reader, writer);
   addPending(writer);
   writer.finish();
+  if ((updateOption_ & kKeepTime) != 0) out.setLastWriteTime(reader->file().stamp().nanoseconds);
+  out.flushToDisk();
   if (!reader->file().standsUnchangedAt(place)) fail(ArchiveFailure::cannotRead, "the archive was changed meanwhile");
   reader.reset();  // an open file cannot be replaced everywhere
   out.commit();
@@ -173,6 +185,15 @@ void ArchiveEngine::extractEntry(ArchiveReader& reader, const Entry& entry, cons
     advance(got);
   }
   out.commit();
+}
+
+bool ArchiveEngine::opens(const fs::path& archive, const std::string& name, const std::string& password) {
+  ArchiveReader reader(archive);
+  const Entry* entry = reader.find(name);
+  if (entry == nullptr) fail(ArchiveFailure::noEntry, "no entry of that name");
+  EntryReader content(reader.file(), *entry);
+  if (!content.needsPassword()) fail(ArchiveFailure::damaged, name + " is not encrypted");
+  return content.unlock(password);
 }
 
 std::string ArchiveEngine::extractText(const fs::path& archive, const std::string& name, std::size_t limit) {

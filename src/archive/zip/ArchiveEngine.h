@@ -3,6 +3,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ public:
 
   static constexpr unsigned kOnlyEncrypted = 0x1;  ///< an entry that was not encrypted is "damaged"
 
+  static constexpr unsigned kKeepTime = 0x1;  ///< an updated archive keeps its last-write time
+  static constexpr unsigned kMustOpen = 0x2;  ///< an update fails unless the password opens every encrypted entry
+
   /// Not owned; null: encrypted entries fail with "wrongPassword".
   void setPasswordListener(PasswordListener* listener) { listener_ = listener; }
   /// Whether the listener may ask a person, up to three times for one entry.
@@ -37,6 +41,11 @@ public:
   void setWriteFlags(unsigned flags) { writeFlags_ = flags; }
   /// kReplaceFiles, kOnlyEncrypted, both or 0.
   void setExtractOption(unsigned option) { extractOption_ = option; }
+
+  /// kKeepTime, kMustOpen, both or 0.
+  void setUpdateOption(unsigned option) { updateOption_ = option; }
+  /// The archive as the caller knows it: an update fails with "cannotRead" when another stands there by now.
+  void setExpected(const platform::FileStamp& stamp) { expected_ = std::make_unique<platform::FileStamp>(stamp); }
 
   /// What the file is, judged by its end record and its start. Throws "cannotRead".
   static ArchiveType detectArchiveType(const boost::filesystem::path& archive);
@@ -53,6 +62,8 @@ public:
   /// entry of exactly that name ("noEntry" when there is none). Each file appears when it has been checked.
   void extract(const boost::filesystem::path& archive, const std::string& pattern,
                const boost::filesystem::path& folder);
+  /// Whether the password opens the entry, which must be encrypted ("damaged"); none of its content is decrypted.
+  bool opens(const boost::filesystem::path& archive, const std::string& name, const std::string& password);
   /// The content of one entry of at most `limit` bytes; a larger one is "unsupported".
   std::string extractText(const boost::filesystem::path& archive, const std::string& name, std::size_t limit);
 
@@ -64,6 +75,7 @@ private:
   };
 
   void addPending(ArchiveWriter& writer);
+  void requireOpening(ArchiveReader& reader);
   void copyOthers(ArchiveReader& reader, ArchiveWriter& writer);
   void extractEntry(ArchiveReader& reader, const Entry& entry, const boost::filesystem::path& archive,
                     const boost::filesystem::path& folder);
@@ -76,6 +88,8 @@ private:
   Progress progress_;
   unsigned writeFlags_ = 0;
   unsigned extractOption_ = 0;
+  unsigned updateOption_ = 0;
+  std::unique_ptr<platform::FileStamp> expected_;
   std::vector<Addition> pending_;
   SecretText password_;  ///< the last answer of the listener
   std::uint64_t done_ = 0;

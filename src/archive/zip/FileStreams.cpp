@@ -97,6 +97,15 @@ void OutputFile::patch(std::uint64_t at, const Bytes& data) {
   });
 }
 
+void OutputFile::setLastWriteTime(std::int64_t nanoseconds) {
+  if (file_.file().setLastWriteTime(nanoseconds)) return;
+  throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(file_.temporary()) + ": its time cannot be set");
+}
+
+void OutputFile::flushToDisk() {
+  asArchiveError(ArchiveFailure::cannotWrite, [&] { file_.file().flushToDisk(); });
+}
+
 void OutputFile::commit() {
   asArchiveError(ArchiveFailure::cannotWrite, [&] { file_.commit(); });
 }

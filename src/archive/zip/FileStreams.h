@@ -19,6 +19,7 @@ public:
 
   std::uint64_t size() const { return stamp_.size; }  ///< when it was opened
   std::int64_t lastWriteSeconds() const { return stamp_.seconds(); }
+  const platform::FileStamp& stamp() const { return stamp_; }  ///< when it was opened
   /// Whether it has been written to since.
   bool changed();
   /// Whether the file of that name is as this one was when it was opened.
@@ -57,6 +58,10 @@ public:
   std::uint64_t position() const { return position_; }
   /// Overwrites bytes written earlier; the position stays at the end.
   void patch(std::uint64_t at, const Bytes& data);
+  /// Once everything is written.
+  void setLastWriteTime(std::int64_t nanoseconds);
+  /// What takes its time, so that commit() does not.
+  void flushToDisk();
   void commit();
 
 private:

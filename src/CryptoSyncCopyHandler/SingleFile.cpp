@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// One file at a time, wherever it lies, by the way of all copies.
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/CopyJob.h"
+#include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+
+namespace fs = boost::filesystem;
+
+// Names the job's target and its root: one of the pair's folders, or else the folder that holds it.
+bool CryptoSyncCopyHandler::aimAt(CopyJob& job, const fs::path& dest, const std::wstring& root) {
+  if (!platform::wideOf(dest, job.target)) return false;
+  job.target = genericForm(job.target);
+  job.targetRoot = isBelow(job.target, root) ? root : parentOf(job.target);
+  if (platform::canStandAsName(nameOf(job.target)) && !platform::sameEntry(job.source, platform::pathOf(job.target)))
+    return true;
+  HANDLER_ERROR("not a name to write to: %s", utf8(dest).c_str());
+  return false;
+}
+
+std::wstring CryptoSyncCopyHandler::encryptSingle(const fs::path& src, const fs::path& dest) {
+  beginOperation();
+  CopyJob job;
+  job.source = src;
+  fs::path archive = dest;
+  if (!hasExtension(dest)) archive += ".kelta";
+  if (!aimAt(job, archive, outsideFolder_) || isBelow(job.target, insideFolder_)) return L"failed";
+  const fs::path shared = isBelow(job.target, outsideFolder_) ? platform::pathOf(job.target) : src;
+  try {
+    if (mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, shared)) return L"encrypt";
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+    return L"failed";
+  }
+  return keys_.find(assetNow(shared)) ? L"failed" : L"no-key";
+}
+
+std::wstring CryptoSyncCopyHandler::decryptSingle(const fs::path& src, const fs::path& dest) {
+  beginOperation();
+  CopyJob job;
+  job.source = src;
+  if (!aimAt(job, dest, insideFolder_)) return L"failed";
+  const bool inside = isBelow(job.target, insideFolder_);
+  if (isBelow(job.target, outsideFolder_) ||
+      (inside && (hasExtension(dest) || isReservedName(nameOf(job.target), false)))) {
+    HANDLER_ERROR("plain content does not belong there: %s", utf8(job.target).c_str());
+    return L"failed";
+  }
+  try {
+    Secrets passwords;
+    boost::property_tree::ptree meta;
+    if (!takeStamps(job, outsideFolder_)) return L"failed";
+    const Opened opened = openArchive(job, passwords.texts, meta);
+    if (opened == Opened::noKey) return L"no-key";
+    if (opened == Opened::yes && decryptTo(job, passwords.texts)) return L"decrypt";
+  } catch (const fs::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+  }
+  return L"failed";
+}
+
+}  // namespace Kelta

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+// The version that is about to be replaced by a newer one goes to the recycle bin first. What cannot be kept is not
+// replaced.
+#include <boost/filesystem/exception.hpp>
+#include <vector>
+
+#include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::size_t kBufferBytes = 256 * 1024;
+const wchar_t* const kNotKept = L"the older version could not be put into the recycle bin";
+
+platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
+
+bool copyAcrossVolumes(const fs::path& from, const fs::path& to) {
+  platform::File input(from, platform::File::Mode::read);
+  platform::AtomicFile output(to, true);
+  std::vector<char> buffer(kBufferBytes);
+  while (const std::size_t count = input.read(buffer.data(), buffer.size())) output.file().write(buffer.data(), count);
+  output.file().setLastWriteTime(platform::stampOf(from).nanoseconds);
+  return output.commitNew();
+}
+
+// False when it cannot stand there.
+bool moveAnywhere(const fs::path& from, const fs::path& to) try {
+  return platform::moveFile(from, to);
+} catch (const fs::filesystem_error& error) {
+  if (error.code() != boost::system::errc::cross_device_link) return false;
+  return copyAcrossVolumes(from, to);
+}
+
+}  // namespace
+
+// Decrypts an archive into a Temp area of its own, made here, so that it can be looked at.
+SyncPair::Opened SyncPair::openArchive(const std::wstring& archive, std::unique_ptr<TempArea>& area,
+                                       std::wstring& content) {
+  if (tempFolder_.empty()) return Opened::no;
+  try {
+    area = std::make_unique<TempArea>(tempFolder_, this);
+  } catch (const fs::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+    return Opened::no;
+  }
+  content = platform::wideOf(area->path() / "content_conflict_guard");
+  PAIR_DEBUG("fromPath file = %s", utf8(archive).c_str());
+  PAIR_DEBUG("conflict guard temp file = %s", utf8(content).c_str());
+  const platform::FileStamp before = lookAt(archive);
+  std::wstring written;
+  if (doCopy(archive, content, 1, &written)) return written.empty() ? Opened::lacksKey : Opened::yes;
+  // One that is being written just now looks damaged as well.
+  return sourceIsDamaged_ && lookAt(archive).sameContent(before) ? Opened::damaged : Opened::no;
+}
+
+// The Inside version lost: it goes to the recycle bin, once the winner is known to open.
+SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser) {
+  std::unique_ptr<TempArea> area;
+  std::wstring content;
+  const Opened opened = openArchive(archive, area, content);
+  if (opened == Opened::lacksKey) return Kept::unreadable;
+  if (opened != Opened::yes) return Kept::no;
+  try {
+    if (sameContent(loser, content) || platform::recycle(platform::pathOf(loser))) return Kept::yes;
+    copyProblem_ = kNotKept;
+  } catch (const fs::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  return Kept::no;
+}
+
+// The Outside version lost: nobody here has seen it, so its content goes to the recycle bin, once: replacing it may
+// fail for long. One that is damaged is no loss.
+SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std::wstring& archive) {
+  const platform::FileStamp stamp = lookAt(archive);
+  const auto kept = keptLosers_.find(archive);
+  if (kept != keptLosers_.end() && kept->second.sameContent(stamp)) return Kept::yes;
+  std::unique_ptr<TempArea> area;
+  std::wstring content;
+  const Opened opened = openArchive(archive, area, content);
+  if (opened == Opened::damaged) return Kept::yes;
+  if (opened != Opened::yes) return Kept::no;
+  try {
+    if (sameContent(winner, content)) return Kept::yes;
+    if (recycleBeside(winner, platform::pathOf(content), area->path())) {
+      keptLosers_[archive] = stamp;
+      return Kept::yes;
+    }
+    copyProblem_ = kNotKept;
+  } catch (const fs::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  return Kept::no;
+}
+
+// From beside the winner, so that it lands in the bin of that volume (the Temp folder may lie in memory) and comes back
+// from there to where it belongs; under a conflict name, so that it is synchronised when it does. Where it cannot stand
+// there it goes from the Temp folder, under the winner's name.
+bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content, const fs::path& area) {
+  const std::wstring beside = conflictNameOf(winner, clock_->nowSeconds());
+  if (beside.size() <= kMaxPathCharacters && moveAnywhere(content, platform::pathOf(beside))) {
+    if (platform::recycle(platform::pathOf(beside))) return true;
+    boost::system::error_code ignored;
+    platform::removeEntry(platform::pathOf(beside), ignored);
+    return false;
+  }
+  const fs::path named = area / platform::pathOf(nameOf(winner));
+  const bool renamed = platform::wideOf(named).size() <= kMaxPathCharacters && moveAnywhere(content, named);
+  return platform::recycle(renamed ? named : content);
+}
+
+}  // namespace Kelta

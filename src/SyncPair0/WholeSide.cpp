@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// Operations over one whole side that are no part of a cycle.
+#include <boost/filesystem/exception.hpp>
+
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/Log.h"
+#include "platform/AtomicFile.h"
+#include "platform/Folders.h"
+
+namespace Kelta {
+namespace {
+
+platform::FileStamp lookAt(const std::wstring& path) {
+  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
+  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::other;
+  return stamp;
+}
+
+bool isAsRecorded(const StateList& list, const std::wstring& path) {
+  const auto record = list.find(path);
+  const platform::FileStamp stamp = lookAt(path);
+  return record != list.end() && stamp.kind == platform::Kind::file && stamp.seconds() == recordedTime(record->second);
+}
+
+// Removes a folder in which nothing but our own files is left.
+bool removeEmptied(const boost::filesystem::path& folder) {
+  std::vector<boost::filesystem::path> entries;
+  boost::system::error_code error;
+  platform::listFolder(folder, entries, error);
+  for (const auto& entry : entries) {
+    const std::string name = utf8(entry.filename());
+    if ((name != ".rid" && !platform::isAbandoned(name)) || platform::stampOf(entry).kind != platform::Kind::file)
+      return false;
+  }
+  for (const auto& entry : entries) {
+    if (!error) platform::removeEntry(entry, error);
+  }
+  return !error && platform::removeEntry(folder, error) && !error;
+}
+
+}  // namespace
+
+struct SyncPair::Removal {
+  std::wstring path;
+  std::wstring counterpart;
+  bool isFolder;
+  platform::FileStamp stamp;
+};
+
+void SyncPair::tell(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
+  if (progress_) progress_(operation, path, done, total);
+}
+
+void SyncPair::refreshHash(const std::wstring& archive) {
+  const auto record = destStateList.find(archive);
+  if (record == destStateList.end()) return;
+  const std::int64_t time = recordedTime(record->second);
+  // An archive that changed since is still to be scanned.
+  if (platform::stampOf(platform::pathOf(archive)).seconds() != time) return;
+  record->second = makeRecord(archive, time);
+  stateChanged_ = true;
+  ++successfulEvents_;
+}
+
+bool SyncPair::inSync(const Side& own, const std::wstring& path, const std::wstring& counterpart) {
+  return isAsRecorded(own.state, path) && isAsRecorded(side(!own.inside).state, counterpart) &&
+         !liesBehindLink(own, path);
+}
+
+std::vector<SyncPair::Removal> SyncPair::planRemovals(bool inside, std::uint64_t& left) {
+  const Side own = side(inside);
+  std::vector<Removal> removals;
+  for (const auto& record : own.state) {
+    interruption_->check();
+    const bool isFolder = recordedAsFolder(inside, record.first, record.second);
+    const std::wstring key = keyOf(own, record.first, isFolder);
+    const std::wstring counterpart = key.empty() ? key : pathFor(side(!inside), key, isFolder);
+    const platform::FileStamp stamp = lookAt(record.first);
+    if (isFolder || (!key.empty() && inSync(own, record.first, counterpart))) {
+      removals.push_back({record.first, counterpart, isFolder, stamp});
+    } else if (stamp.kind != platform::Kind::missing) {
+      PAIR_INFO("not in sync, left: %s", utf8(record.first).c_str());
+      ++left;
+    }
+  }
+  return removals;
+}
+
+// On disk before anything is removed: an entry that is gone but still recorded would pass for a deletion, which would
+// go to the other side and from there to every device.
+void SyncPair::forgetRemovals(const std::vector<Removal>& removals) {
+  for (const Removal& removal : removals) {
+    for (StateList* const list : {&srcStateList, &destStateList}) {
+      list->erase(removal.path);
+      list->erase(removal.counterpart);
+    }
+  }
+  writeStateList(srcStateList, stateFiles_[0]);
+  writeStateList(destStateList, stateFiles_[1]);
+}
+
+bool SyncPair::remove(const Removal& removal, bool inside) {
+  const auto path = platform::pathOf(removal.path);
+  const platform::FileStamp now = lookAt(removal.path);
+  if (now.kind == platform::Kind::missing) return true;
+  if (removal.isFolder) return now.kind == platform::Kind::folder && removeEmptied(path);
+  if (!now.sameContent(removal.stamp)) return false;
+  if (inside) return platform::recycle(path);
+  boost::system::error_code error;
+  return platform::removeEntry(path, error) && !error;
+}
+
+bool SyncPair::removeAllFiles(bool inside) {
+  requireIntactRoot(side(true));
+  requireIntactRoot(side(false));
+  std::uint64_t left = 0;
+  const std::vector<Removal> removals = planRemovals(inside, left);
+  forgetRemovals(removals);
+  srcSyncList.clear();
+  destSyncList.clear();
+  std::uint64_t done = 0;
+  for (auto removal = removals.rbegin(); removal != removals.rend(); ++removal) {
+    interruption_->check();
+    const bool removed = remove(*removal, inside);
+    if (!removed) PAIR_INFO("not removed: %s", utf8(removal->path).c_str());
+    left += removed ? 0U : 1U;
+    tell(removed ? L"delete" : L"failed", removal->path, ++done, removals.size());
+  }
+  PAIR_INFO("removed %lu entries, %lu left", static_cast<unsigned long>(done), static_cast<unsigned long>(left));
+  return left == 0;
+}
+
+}  // namespace Kelta

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+// A change of keys over many archives that is killed at any moment.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+
+#include "archive/zip/ArchiveReader.h"
+#include "base/Md5.h"
+#include "support/Device.h"
+#include "support/HandlerFixture.h"
+
+namespace Kelta {
+namespace test {
+namespace {
+
+constexpr int kArchives = 2000;
+constexpr int kKills = 20;
+
+class KeyChange : public ::testing::Test {
+protected:
+  // Each archive with its time and the bytes of its "Content", the encryption's header included.
+  std::map<std::string, std::string> contents() {
+    std::map<std::string, std::string> all;
+    for (fs::recursive_directory_iterator it(folder / "outside"), end; it != end; ++it) {
+      if (it->path().extension() != ".kelta" || it->path().filename() == ".kelta") continue;
+      zip::ArchiveReader reader(it->path());
+      const zip::Entry* const content = reader.find("Content");
+      std::string bytes(static_cast<std::size_t>(content->endOffset - content->headerOffset), '\0');
+      reader.file().readExactly(content->headerOffset, reinterpret_cast<unsigned char*>(&bytes[0]), bytes.size());
+      all[it->path().string()] =
+          std::to_string(platform::stampOf(it->path()).nanoseconds) + md5Hex(bytes.data(), bytes.size());
+    }
+    return all;
+  }
+  std::set<std::wstring> unopened(Device& device, const std::wstring& key) {
+    device.handler().setAssetKey(L"main", key);
+    std::set<std::wstring> paths;
+    device.handler().verifyArchives(
+        [&](const std::wstring& outcome, const std::wstring& path, std::uint64_t, std::uint64_t) {
+          if (outcome != L"verify") paths.insert(path);
+        });
+    return paths;
+  }
+  // A life of an engine in a process of its own; true when it was killed before it ended.
+  bool changeAndKillAfter(std::chrono::microseconds delay, const std::wstring& from, const std::wstring& to) {
+    const pid_t child = fork();
+    if (child == 0) {
+      Device device(folder / "a", folder / "outside");
+      device.handler().setAssetKey(L"main", from);
+      device.handler().changeAssetKey(L"main", to, {});
+      _exit(0);
+    }
+    usleep(static_cast<useconds_t>(delay.count()));
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFSIGNALED(status);
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(KeyChange, KilledAtTwentyMomentsFinishesWhenCalledAgain) {
+  std::mt19937 random(20240501);
+  std::wstring from = testKey();
+  std::wstring to(64, L'5');
+  Device b(folder / "b", folder / "outside");
+  {
+    Device a(folder / "a", folder / "outside");
+    for (int i = 0; i < kArchives; ++i)
+      put(a.inside() / ("d" + std::to_string(i % 40)) / std::to_string(i), std::string(random() % 3000, 'x'), i);
+    a.cycle();
+  }
+  b.cycle();
+  const auto before = contents();
+  ASSERT_EQ(before.size(), static_cast<std::size_t>(kArchives));
+  unsigned longest = 300000;
+  int killed = 0;
+  int between = 0;
+  for (int round = 1; killed < kKills; ++round) {
+    ASSERT_LT(round, 100) << "changes end before they can be killed";
+    if (changeAndKillAfter(std::chrono::microseconds(random() % longest), from, to)) {
+      ++killed;
+      const auto old = unopened(b, from);
+      const auto notYet = unopened(b, to);
+      between += notYet.empty() || old.empty() ? 0 : 1;
+      for (const std::wstring& path : notYet) EXPECT_EQ(old.count(path), 0u) << platform::utf8(path);
+      EXPECT_TRUE(contents() == before);
+      EXPECT_EQ(b.cycle(), "") << "another device copies nothing";
+    } else {
+      longest = longest * 3 / 4;
+      std::swap(from, to);
+    }
+    ASSERT_FALSE(HasFailure()) << "round " << round;
+  }
+  EXPECT_GT(between, kKills / 2) << "most were killed too early or too late";
+  Device a(folder / "a", folder / "outside");
+  a.handler().setAssetKey(L"main", from);
+  EXPECT_TRUE(a.handler().changeAssetKey(L"main", to, {}));
+  EXPECT_TRUE(unopened(b, to).empty());
+  EXPECT_EQ(unopened(b, from).size(), before.size());
+  EXPECT_TRUE(contents() == before);
+  EXPECT_EQ(a.cycle() + b.cycle() + a.cycle() + b.cycle(), "");
+  EXPECT_EQ(namesOf(folder / "outside").find(".~"), std::string::npos);
+  EXPECT_EQ(a.leftovers(), "");
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace Kelta
