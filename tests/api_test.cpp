@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/thread/thread.hpp>
+#include <regex>
 #include <vector>
 
 #include "base/Log.h"
@@ -28,6 +29,13 @@ protected:
     kelsync_set_state_path(h, folder.wide("state").c_str());
     kelsync_set_assetkey(h, L"main", testKey());
     kelsync_init_state(h);
+  }
+  /// Steps instead of whole cycles, whose pauses are real here.
+  void scanAndResolve(const std::vector<std::string>& folders) {
+    kelsync_folder_list* list = nullptr;
+    kelsync_vw_new(&list);
+    for (const std::string& name : folders) kelsync_vw_add(list, folder.wide(name).c_str());
+    kelsync_sub_scan_resolve(h, list);
   }
   std::string logIn(const char* name) { return contentOf(folder / name / "syncpair.log"); }
   std::string notifications() {
@@ -96,7 +104,6 @@ TEST_F(Api, NotificationsAreHandedOutWholeAndKeptUntilCleared) {
             "{\"type\":\"SYNC\",\"message\":\"two\"}]}");
 }
 
-// Steps and sub-scans instead of whole cycles, whose pauses are real here.
 TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
   configure();
   put(folder / "inside/dir/x", "content", 10);
@@ -124,8 +131,7 @@ TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
 
 TEST_F(Api, AKeyMayArriveThroughTheCallback) {
   Device other(folder / "other", folder / "outside");
-  put(other.inside() / "x", "content", 10);
-  put(other.inside() / "y", "content", 10);
+  for (const char* name : {"x", "y"}) put(other.inside() / name, "content", 10);
   other.cycle();
   configure();
   kelsync_clear_assets(h);
@@ -140,10 +146,7 @@ TEST_F(Api, AKeyMayArriveThroughTheCallback) {
     return testKey();
   });
   for (const char* const expected : {"", "x=content@10 y=content@10"}) {
-    kelsync_folder_list* list = nullptr;
-    kelsync_vw_new(&list);
-    kelsync_vw_add(list, folder.wide("outside").c_str());
-    kelsync_sub_scan_resolve(h, list);
+    scanAndResolve({"outside"});
     EXPECT_EQ(treeOf(folder / "inside"), expected);
   }
   EXPECT_EQ(asked, "main main ") << "once an operation, however many archives there are";
@@ -194,50 +197,56 @@ TEST_F(Api, EnginesOnSeveralThreadsDoNotDisturbEachOther) {
 }
 
 TEST_F(Api, TheLogFollowsItsFolderAndItsProperties) {
-  ::testing::internal::CaptureStdout();
-  kelsync_set_log_folder(h, folder.wide("none").c_str());
+  const auto shownWhenSet = [&](const char* name) {
+    ::testing::internal::CaptureStdout();
+    kelsync_set_log_folder(h, folder.wide(name).c_str());
+    return ::testing::internal::GetCapturedStdout();
+  };
+  shownWhenSet("none");
   EXPECT_FALSE(fs::exists(folder / "none"));
-  kelsync_set_log_folder(h, folder.wide("log").c_str());
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "3\n");
+  EXPECT_EQ(shownWhenSet("log"), "3\n");
   kelsync_set_state_path(h, folder.wide("state").c_str());
   const std::string info = logIn("log");
-  EXPECT_NE(info.find("INFO "), std::string::npos) << info;
   EXPECT_NE(info.find(") setStateFilePaths() "), std::string::npos) << info;
+  EXPECT_NE(info.find("INFO "), std::string::npos) << info;
   EXPECT_EQ(info.find("DEBUG"), std::string::npos);
 
-  put(folder / "properties/log.properties", "log4cplus.rootLogger=DEBUG\n", 0);
-  ::testing::internal::CaptureStdout();
-  kelsync_set_log_folder(h, folder.wide("properties").c_str());
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  put(folder / "properties/log.properties", "log4cplus.rootLogger=TRACE\n", 0);
+  EXPECT_EQ(shownWhenSet("properties"), "");
   kelsync_set_state_path(h, (folder.wide("state") + L"/" + std::wstring(5000, L'\x20AC')).c_str());
-  const std::string debug = logIn("properties");
-  EXPECT_NE(debug.find("DEBUG"), std::string::npos);
   std::wstring whole;
-  EXPECT_TRUE(platform::wideFromUtf8(debug, whole)) << "an over-long line was cut within a character";
+  EXPECT_TRUE(platform::wideFromUtf8(logIn("properties"), whole)) << "an over-long line was cut within a character";
   EXPECT_EQ(logIn("log"), info);
+  log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+}
 
-  setVariable("SYNCPAIRTRACE", "");
-  fs::create_directory(folder / "trace");
-  ::testing::internal::CaptureStdout();
-  kelsync_set_log_folder(h, folder.wide("trace").c_str());
-  ::testing::internal::GetCapturedStdout();
-  clearVariable("SYNCPAIRTRACE");
+TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
+  Device other(folder / "other", folder / "outside");
+  for (const char* name : {"y", "z"}) put(other.inside() / name, "content", 10);
+  other.cycle();
+  put(folder / "log/log.properties", "log4cplus.rootLogger=TRACE\n", 0);
+  kelsync_set_log_folder(h, folder.wide("log").c_str());
   configure();
+  kelsync_set_assetkey(h, L"second", L"correct horse");
   put(folder / "inside/x", "content", 10);
-  kelsync_folder_list* list = nullptr;
-  kelsync_vw_new(&list);
-  kelsync_vw_add(list, folder.wide("inside").c_str());
-  kelsync_sub_scan_resolve(h, list);
-  const std::string trace = logIn("trace");
-  EXPECT_NE(trace.find("DEBUG"), std::string::npos);
-  EXPECT_EQ(trace.find(platform::utf8(std::wstring(testKey()))), std::string::npos) << "a key was logged";
-  EXPECT_EQ(trace.find(" encrypt\t"), std::string::npos);
-  const std::string activity = contentOf(folder / "trace/activity.log");
-  EXPECT_NE(activity.find("Z\tencrypt\t"), std::string::npos) << activity;
+  scanAndResolve({"inside", "outside"});
+  fs::remove(folder / "inside/z");
+  scanAndResolve({"inside"});
   kelsync_pair* const engine = h;
   h = nullptr;
   kelsync_delete(engine);
   log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+
+  const std::string log = logIn("log");
+  EXPECT_NE(log.find("assetid = main"), std::string::npos) << "not at the finest level";
+  EXPECT_EQ(log.find("correct horse"), std::string::npos);
+  EXPECT_FALSE(std::regex_search(log, std::regex("[0-9a-fA-F]{64}"))) << "a key, a password or its cipher";
+  EXPECT_EQ(log.find(" encrypt\t"), std::string::npos);
+  const std::string activity = contentOf(folder / "log/activity.log");
+  for (const char* line : {"encrypt\t.*/outside/x\\.kelta", "decrypt\t.*/inside/[yz]", "delete\t.*/outside/z\\.kelta"})
+    EXPECT_TRUE(
+        std::regex_search(activity, std::regex("\\d{4}-\\d\\d-\\d\\dT[\\d:]+Z\t" + std::string(line) + "\r?\n")))
+        << line << activity;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 using namespace archive_test;
 using namespace Kelta::archive;
 using Kelta::zip::ArchiveFailure;
+using Kelta::zip::PasswordAnswer;
 using Kelta::zip::PasswordRequest;
 
 namespace {
@@ -49,20 +50,17 @@ std::deque<int> keysOf(const std::string& text) { return std::deque<int>(text.be
 TEST(ConsolePwdListener, EditsTheLine) {
   const struct {
     std::deque<int> keys;
-    Kelta::zip::PasswordAnswer answer;
+    PasswordAnswer answer;
     std::string password, shown;
   } cases[] = {
-      {keysOf("abc\r"), Kelta::zip::PasswordAnswer::given, "abc", "***\n"},
-      {keysOf("ab\bc\n"), Kelta::zip::PasswordAnswer::given, "ac", "**\b \b*\n"},
-      {keysOf("\b\ba\r"), Kelta::zip::PasswordAnswer::given, "a", "*\n"},
-      {{0xE9, 0x65E5, 0x1F511, '\r'},
-       Kelta::zip::PasswordAnswer::given,
-       "\xC3\xA9\xE6\x97\xA5\xF0\x9F\x94\x91",
-       "***\n"},
-      {keysOf("abc\x1B"), Kelta::zip::PasswordAnswer::cancelled, "", "***\n"},
-      {keysOf("abc"), Kelta::zip::PasswordAnswer::cancelled, "", "***\n"},
-      {keysOf("\r"), Kelta::zip::PasswordAnswer::none, "", "\n"},
-      {keysOf(std::string(300, 'x') + "\r"), Kelta::zip::PasswordAnswer::given, std::string(261, 'x'),
+      {keysOf("abc\r"), PasswordAnswer::given, "abc", "***\n"},
+      {keysOf("ab\bc\n"), PasswordAnswer::given, "ac", "**\b \b*\n"},
+      {keysOf("\b\ba\r"), PasswordAnswer::given, "a", "*\n"},
+      {{0xE9, 0x1F511, '\r'}, PasswordAnswer::given, "\xC3\xA9\xF0\x9F\x94\x91", "**\n"},
+      {keysOf("abc\x1B"), PasswordAnswer::cancelled, "", "***\n"},
+      {keysOf("abc"), PasswordAnswer::cancelled, "", "***\n"},
+      {keysOf("\r"), PasswordAnswer::none, "", "\n"},
+      {keysOf(std::string(300, 'x') + "\r"), PasswordAnswer::given, std::string(261, 'x'),
        std::string(261, '*') + "\n"},
   };
   for (const auto& row : cases) {
@@ -81,51 +79,39 @@ TEST(ConsolePwdListener, PromptsOnlyWhereItMay) {
   script.keys = keysOf("typed\r");
   Kelta::zip::SecretText password;
   ConsolePwdListener stored("stored", terminalOf(script));
-  EXPECT_EQ(Kelta::zip::PasswordAnswer::given, stored.password({"x", PasswordRequest::kMayPrompt}, password));
+  EXPECT_EQ(PasswordAnswer::given, stored.password({"x", PasswordRequest::kMayPrompt}, password));
   EXPECT_EQ("stored", password.text());
   ConsolePwdListener none("", terminalOf(script));
-  EXPECT_EQ(Kelta::zip::PasswordAnswer::none, none.password({"x", 0}, password));
+  EXPECT_EQ(PasswordAnswer::none, none.password({"x", 0}, password));
   script.present = false;
-  EXPECT_EQ(Kelta::zip::PasswordAnswer::none, none.password({"x", PasswordRequest::kMayPrompt}, password));
+  EXPECT_EQ(PasswordAnswer::none, none.password({"x", PasswordRequest::kMayPrompt}, password));
   EXPECT_EQ("", script.shown);
 }
 
-TEST(ConsolePwdListener, AsksAgainAfterAWrongPassword) {
-  const TempFolder folder;
-  writeFile(folder / "plain", "text");
-  const PackRequest made = request(folder / "plain", folder / "a.zip");
-  Script script;
-  ConsolePwdListener packing("", terminalOf(script));
-  script.keys = keysOf("right\r");
-  pack(made, packing);
-  script = Script();
-  script.keys = keysOf("wrong\rwronger\rright\r");
-  ConsolePwdListener listener("", terminalOf(script));
-  EXPECT_EQ("text", readEntry(made.target, kContentEntry, listener));
-  EXPECT_EQ("Need password for Content\nPassword:*****\nRetry[1]:*******\nRetry[2]:*****\n", script.shown);
-  script.keys = keysOf("a\rb\rc\rright\r");
-  ConsolePwdListener wrong("", terminalOf(script));
-  EXPECT_EQ(code(ArchiveFailure::wrongPassword), failureOf([&] { readEntry(made.target, kContentEntry, wrong); }));
-  script.keys = keysOf("\x1B");
-  ConsolePwdListener escaped("", terminalOf(script));
-  EXPECT_EQ(code(ArchiveFailure::cancelled), failureOf([&] { readEntry(made.target, kContentEntry, escaped); }));
-}
-
-TEST(ConsolePwdListener, IsAskedOnceForSeveralEntries) {
+TEST(ConsolePwdListener, AsksOnceForAllEntriesAndAgainAfterAWrongPassword) {
   const TempFolder folder;
   writeFile(folder / "plain", "text");
   Kelta::zip::ArchiveEngine engine;
-  ConsolePwdListener stored("p");
+  ConsolePwdListener stored("right");
   engine.setPasswordListener(&stored);
   Kelta::zip::EntryOptions encrypted;
   encrypted.setEncryption(0x6610, 256, 0x4101);
   for (const char* name : {"one", "two"}) engine.addFile(folder / "plain", name, encrypted);
   engine.writeArchive(folder / "a.zip");
-  Script script;
-  script.keys = keysOf("p\r");
-  ConsolePwdListener asking("", terminalOf(script));
-  unpack(folder / "a.zip", folder / "out", asking);
-  EXPECT_EQ("Need password for one\nPassword:*\n", script.shown);
+  const auto unpacked = [&](const char* typed, std::string& shown) {
+    Script script;
+    script.keys = keysOf(typed);
+    ConsolePwdListener asking("", terminalOf(script));
+    const int failure = failureOf([&] { unpack(folder / "a.zip", folder / "out", asking); });
+    shown = script.shown;
+    return failure;
+  };
+  std::string shown;
+  EXPECT_EQ(code(ArchiveFailure::wrongPassword), unpacked("a\rb\rc\rright\r", shown));
+  EXPECT_EQ(code(ArchiveFailure::cancelled), unpacked("\x1B", shown));
+  EXPECT_EQ(Tree(), treeOf(folder / "out"));
+  EXPECT_EQ(0, unpacked("wrong\rwronger\rright\r", shown));
+  EXPECT_EQ("Need password for one\nPassword:*****\nRetry[1]:*******\nRetry[2]:*****\n", shown);
   EXPECT_EQ((Tree{{"one", "text"}, {"two", "text"}}), treeOf(folder / "out"));
 }
 

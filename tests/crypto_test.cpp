@@ -3,12 +3,12 @@
 
 #include <cstdlib>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "CryptoHelper/CryptoHelper.h"
 #include "CryptoHelper/RandomFill.h"
+#include "platform/Random.h"
 
 namespace {
 
@@ -41,13 +41,10 @@ std::string keyOf(std::string text) {
 std::string encrypted(std::string plain, std::string key, const std::string* iv = nullptr) {
   int length = static_cast<int>(plain.size());
   auto* in = reinterpret_cast<unsigned char*>(&plain[0]);
-  if (!iv) {
-    unsigned char* const block = CryptoHelper().encryptBufferAES(in, &length, key);
-    return taken(block, length);
-  }
-  std::string start = *iv;
-  unsigned char* const block = CryptoHelper().encryptBufferAES(
-      in, &length, key, reinterpret_cast<unsigned char*>(&start[0]), static_cast<int>(start.size()));
+  std::string start = iv ? *iv : "";
+  auto* vector = reinterpret_cast<unsigned char*>(&start[0]);
+  unsigned char* const block = iv ? CryptoHelper().encryptBufferAES(in, &length, key, vector, 16)
+                                  : CryptoHelper().encryptBufferAES(in, &length, key);
   return taken(block, length);
 }
 
@@ -111,6 +108,10 @@ TEST(CryptoBuffer, ComesBackForEveryLengthUnderAFreshIv) {
     EXPECT_TRUE(CryptoHelper().decrypted(again, key, out));
     EXPECT_EQ(out, plain);
   }
+  EXPECT_TRUE(Kelta::platform::StrongRandom().acquired());
+  unsigned char* block = nullptr;
+  EXPECT_FALSE(CryptoHelper().genRandomBuffer(&block, -1));
+  EXPECT_EQ(block, nullptr);
 }
 
 // The key, IV and cipher text are fixed, so that the padding under the wrong key is known to be wrong.
@@ -135,88 +136,59 @@ TEST(CryptoBuffer, WrongKeyOrDamageIsToldByDecryptedAlone) {
   }
 }
 
-/// A source that does as told and writes down what was asked of it.
+/// What a source does when it is asked, and what must come of it; no byte: nothing.
+struct Behaviour {
+  bool acquires, fills, seeded, generates;
+  int words;  ///< stirring words until the source fails
+  unsigned char byte;
+};
+
 class ScriptedSource : public Kelta::crypto::RandomSource {
 public:
-  bool acquires = false;
-  bool fills = true;
-  bool seeded = false;
-  bool generates = true;
-  int words = 100;  ///< stirring words until the source fails
-  std::string calls;
+  explicit ScriptedSource(const Behaviour& behaviour) : does_(behaviour) {}
+  double entropy = 0;
+  bool seededHere = false;
 
-  bool acquired() override { return acquires; }
-  bool fill(unsigned char* buffer, std::size_t size) override { return give("fill ", fills, buffer, size, 0xAA); }
+  bool acquired() override { return does_.acquires; }
+  bool fill(unsigned char* buffer, std::size_t size) override { return give(does_.fills, buffer, size, 0xAA); }
   bool stirringWord(std::uint32_t& word) override {
     word = 0x42424242;
-    return note("word ", words-- > 0);
+    return does_.words-- > 0;
   }
-  bool generatorSeeded() override { return seeded; }
-  void seedGenerator(const void*, std::size_t size) override { note("seed" + std::to_string(size) + " ", true); }
-  void addToGenerator(const void*, std::size_t size, double entropy) override {
-    note("add" + std::to_string(size) + (entropy > 3.9 && entropy < 4.1 ? " " : "! "), true);
-  }
+  bool generatorSeeded() override { return does_.seeded; }
+  void seedGenerator(const void*, std::size_t) override { seededHere = true; }
+  void addToGenerator(const void*, std::size_t, double added) override { entropy += added; }
   bool generate(unsigned char* buffer, std::size_t size) override {
-    return give("generate ", generates, buffer, size, 0xBB);
+    EXPECT_EQ(!does_.seeded, seededHere && entropy > 7.9) << "a generator that was not seeded";
+    return give(does_.generates, buffer, size, 0xBB);
   }
 
 private:
-  bool note(const std::string& call, bool result) {
-    calls += call;
+  static bool give(bool result, unsigned char* buffer, std::size_t size, unsigned char byte) {
+    if (result) std::fill(buffer, buffer + size, byte);
     return result;
   }
-  bool give(const char* call, bool result, unsigned char* buffer, std::size_t size, unsigned char byte) {
-    if (result) std::fill(buffer, buffer + size, byte);
-    return note(call, result);
-  }
+  Behaviour does_;
 };
 
 TEST(CryptoRandom, SourcesAreTriedInOrderAndNoFailureLooksLikeSuccess) {
-  const struct {
-    const char* name;
-    bool acquires, fills, seeded, generates;
-    int words;
-    bool result;
-    unsigned char byte;
-    const char* calls;
-  } rows[] = {
-      {"strong", true, true, false, true, 100, true, 0xAA, "fill "},
-      {"strong fails", true, false, true, true, 100, false, 0, "fill "},
-      {"seeded", false, true, true, true, 0, true, 0xBB, "generate "},
-      {"unseeded", false, true, false, true, 2, true, 0xBB, "seed24 word add4 word add4 generate "},
-      {"no first word", false, true, false, true, 0, false, 0, "seed24 word "},
-      {"no second word", false, true, false, true, 1, false, 0, "seed24 word add4 word "},
-      {"generator fails", false, true, true, false, 2, true, 0x42, "generate word word "},
-      {"all fail", false, true, true, false, 1, false, 0, "generate word word "},
+  const Behaviour rows[] = {
+      {true, true, false, true, 100, 0xAA},  // the strong source
+      {true, false, true, true, 100, 0},     // it fails
+      {false, true, true, true, 0, 0xBB},    // none: the generator
+      {false, true, false, true, 2, 0xBB},   // which is seeded first
+      {false, true, false, true, 1, 0},      // as far as that goes
+      {false, true, true, false, 2, 0x42},   // it fails: words alone
+      {false, true, true, false, 1, 0},      // too few of them
   };
-  for (const auto& row : rows) {
-    ScriptedSource source;
-    source.acquires = row.acquires;
-    source.fills = row.fills;
-    source.seeded = row.seeded;
-    source.generates = row.generates;
-    source.words = row.words;
+  for (const Behaviour& row : rows) {
+    ScriptedSource source(row);
     std::vector<unsigned char> buffer(7, 0);
-    EXPECT_EQ(Kelta::crypto::genRandomBuffer(source, buffer.data(), buffer.size()), row.result) << row.name;
-    EXPECT_EQ(source.calls, row.calls) << row.name;
-    if (!row.result) continue;
-    EXPECT_EQ(buffer, std::vector<unsigned char>(7, row.byte)) << row.name;
+    const auto at = &row - rows;
+    ASSERT_EQ(Kelta::crypto::genRandomBuffer(source, buffer.data(), buffer.size()), row.byte != 0) << at;
+    if (row.byte == 0) continue;
+    EXPECT_EQ(buffer, std::vector<unsigned char>(7, row.byte)) << at;
   }
-}
-
-TEST(CryptoRandom, BuffersDifferAndOddLengthsAreSafe) {
-  std::set<std::string> seen;
-  for (int i = 0; i < 100; ++i) {
-    unsigned char* block = nullptr;
-    ASSERT_TRUE(CryptoHelper().genRandomBuffer(&block, 16));
-    seen.insert(taken(block, 16));
-  }
-  EXPECT_EQ(seen.size(), 100u);
-  unsigned char* block = nullptr;
-  EXPECT_TRUE(CryptoHelper().genRandomBuffer(&block, 0));
-  std::free(block);
-  EXPECT_FALSE(CryptoHelper().genRandomBuffer(&block, -1));
-  EXPECT_EQ(block, nullptr);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ import sys
 import tempfile
 
 HEX_KEY = "00112233445566778899aabbccddeeff" * 2
-DONE, FAILED, NO_KEY = 0, 1, 4
+DONE, NO_KEY = 0, 4
 PASSWORD = {"KELSYNC_PASSWORD": "pässword 木"}
 FILES = {
     "plain.txt": b"plain content\n" * 100,
@@ -54,9 +54,9 @@ class Build:
                "%s: %s gave %d, not %d:\n%s" % (self.name, words[0], done.returncode, code, text))
         return text
 
-    def sync(self, code, base, device, key=HEX_KEY):
-        return self.run(code, "sync", "--inside", base / device, "--outside", base / "out", "--work",
-                        base / ("work-" + device), "-q", KELSYNC_KEY=key)
+    def sync(self, base, device):
+        return self.run(DONE, "sync", "--inside", base / device, "--outside", base / "out", "--work",
+                        base / ("work-" + device), "-q", KELSYNC_KEY=HEX_KEY)
 
 
 def new_device(base, device, filled=False):
@@ -88,67 +88,44 @@ def outside_travels(base, first, second):
     """What one makes the other opens; an edit, a new file and a deletion of the second travel back."""
     new_device(base, "one", filled=True)
     new_device(base, "two")
-    first.sync(DONE, base, "one")
-    expect("encrypted 0, decrypted 5, folders 2" in second.sync(DONE, base, "two"), "not everything was decrypted")
+    first.sync(base, "one")
+    expect("encrypted 0, decrypted 5, folders 2" in second.sync(base, "two"), "not everything was decrypted")
     expect(tree(base / "two") == EXPECTED, "the second Inside is another: %s" % sorted(tree(base / "two")))
     (base / "two" / "plain.txt").write_bytes(b"edited")
     (base / "two" / "neu ü 😀").write_bytes(b"new")
     (base / "two" / "deep" / "er" / "😀 𐍈.bin").unlink()
-    second.sync(DONE, base, "two")
-    first.sync(DONE, base, "one")
+    second.sync(base, "two")
+    first.sync(base, "one")
     expect(tree(base / "one") == tree(base / "two"), "the Insides differ")
     expect((base / "one" / "neu ü 😀").exists() and len(tree(base / "one")) == len(EXPECTED), "an edit was lost")
-
-
-def damage_and_wrong_key(base, first, second):
-    """A damaged archive fails alone, a wrong key is refused, and neither changes anything."""
-    new_device(base, "one", filled=True)
-    new_device(base, "two")
-    first.sync(DONE, base, "one")
-    before = identities(base / "out")
-    expect("opens none of the archives" in second.sync(NO_KEY, base, "two", key="f" * 64), "no word about the key")
-    expect(identities(base / "out") == before and not tree(base / "two"), "a wrong key changed something")
-    archive = base / "out" / "plain.txt.kelta"
-    content = bytearray(archive.read_bytes())
-    content[len(content) // 4] ^= 1
-    archive.write_bytes(content)
-    expect("not synchronised: plain.txt" in second.sync(FAILED, base, "two"), "the damaged file is not named")
-    expected = dict(EXPECTED)
-    del expected["plain.txt"]
-    expect(tree(base / "two") == expected, "damage spread, or went unnoticed")
-    expect(archive.read_bytes() == content, "the damaged archive was touched")
 
 
 def archives_travel(base, first, second):
     """Single archives and their metadata."""
     meta = base / "__KELASSET_.json"
     meta.write_bytes('{"a": "ü",\r\n "b": "😀"}\n'.encode())
-    for name, options in (("😀 a.zip", ("--compress",)), ("b.zip", ("--meta", meta, "--store"))):
-        plain = base / "Grüße.bin"
-        plain.write_bytes(bytes(range(256)) * 9)
+    plain = base / "Grüße.bin"
+    plain.write_bytes(bytes(range(256)) * 9)
+    for name, entry, options in (("😀 a.zip", plain.name, ("--compress",)),
+                                 ("b.zip", "Content", ("--meta", meta, "--store"))):
         first.run(DONE, "pack", plain, "-o", base / name, *options, **PASSWORD)
         second.run(DONE, "unpack", base / name, "-o", base / ("to " + name), **PASSWORD)
         second.run(NO_KEY, "unpack", base / name, "-o", base / "nowhere", KELSYNC_PASSWORD="another")
-        entry = "Content" if "--meta" in options else plain.name
         expect((base / ("to " + name) / entry).read_bytes() == plain.read_bytes(), "another content came out")
     expect(second.run(DONE, "meta", base / "b.zip") == meta.read_bytes().decode(), "other metadata came out")
-    meta.write_bytes(b'{"c": 3}')
-    second.run(DONE, "set-meta", base / "b.zip", "--meta", meta)
-    expect(first.run(DONE, "meta", base / "b.zip") == '{"c": 3}', "the new metadata is not read")
-    first.run(DONE, "unpack", base / "b.zip", "-o", base / "again", **PASSWORD)
 
 
 def state_is_shared(base, first, second):
     """The state that one architecture wrote is the other's as well: its run finds nothing to do."""
     new_device(base, "one", filled=True)
-    expect("encrypted 5" in first.sync(DONE, base, "one"), "not everything was encrypted")
+    expect("encrypted 5" in first.sync(base, "one"), "not everything was encrypted")
     before = identities(base / "out", base / "one")
     expect("encrypted 0, decrypted 0, folders 0, deleted 0, failed 0, quarantined 0" in
-           second.sync(DONE, base, "one"), "the second run found something to do")
+           second.sync(base, "one"), "the second run found something to do")
     expect(identities(base / "out", base / "one") == before, "a file was written again")
     (base / "one" / "empty").write_bytes(b"no more")
     (base / "one" / "plain.txt").unlink()
-    expect("encrypted 1, decrypted 0, folders 0, deleted 1" in second.sync(DONE, base, "one"), "changes were missed")
+    expect("encrypted 1, decrypted 0, folders 0, deleted 1" in second.sync(base, "one"), "changes were missed")
     changed = {path.name for path, mark in before.items() if identities(base / "out", base / "one").get(path) != mark}
     expect(changed == {"empty", "empty.kelta", "plain.txt", "plain.txt.kelta"}, "changed as well: %s" % changed)
 
@@ -159,9 +136,8 @@ def main():
         raise SystemExit(__doc__)
     native, *windows = [None if command == "-" else Build(name, command)
                         for name, command in zip(names, sys.argv[1:])]
-    couples = [(outside_travels, one, other) for two in windows for one, other in ((native, two), (two, native))]
-    couples += [(test, one, other) for test in (damage_and_wrong_key, archives_travel) for two in windows
-                for one, other in ((native, two), (two, native))]
+    couples = [(test, one, other) for test in (outside_travels, archives_travel) for two in windows
+               for one, other in ((native, two), (two, native))]
     couples += [(state_is_shared, *windows), (state_is_shared, *reversed(windows))]
     passed = failed = skipped = 0
     for test, first, second in couples:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the handler decides about entries: ignored, quarantined, deleted.
-#include <set>
+#include <map>
 
 #include "platform/AtomicFile.h"
 #include "support/HandlerFixture.h"
@@ -13,10 +13,8 @@ namespace {
 
 TEST_F(HandlerTest, IgnoresWhatCannotBeSynchronisedAndRecordsIt) {
   for (const char* name : {"in/plain", "in/a.kelta", "in/b.KELTA", "out/a.kelta", "in/desktop.ini"}) write(name, "x");
-  EXPECT_FALSE(handler.ignore(folder / "in/plain"));
-  EXPECT_FALSE(handler.ignore(folder / "in/b.KELTA"));
-  EXPECT_FALSE(handler.ignore(folder / "out/a.kelta"));
-  EXPECT_FALSE(handler.ignore(folder / "in/missing\tname"));
+  for (const char* name : {"in/plain", "in/b.KELTA", "out/a.kelta", "in/missing\tname"})
+    EXPECT_FALSE(handler.ignore(folder / name)) << name;
   EXPECT_TRUE(handler.ignore(folder / "in/desktop.ini"));
   EXPECT_EQ(quarantine().size(), 0U);
   EXPECT_TRUE(handler.ignore(folder / "in/a.kelta"));
@@ -65,19 +63,16 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
   write("quar/" + std::string(32, 'c') + ".txt", "1\t2\t3\t4\t\xFF\n");
   write("quar/notes.txt", "1\t2\t3\t4\t5\n");
   ASSERT_EQ(quarantine().size(), 2U);
-  std::set<std::string> paths, messages;
-  for (const auto& record : quarantine()) {
-    paths.insert(record.second.get<std::string>("quarantine_path"));
-    messages.insert(record.second.get<std::string>("message"));
-  }
-  EXPECT_EQ(paths, (std::set<std::string>{platform::utf8(folder / "in/say \"hi\"\n"), "/in/b"}));
-  EXPECT_EQ(messages, (std::set<std::string>{"a \"message\"", "broken \"quote\" \\x"}));
+  std::map<std::string, std::string> messages;
+  for (const auto& record : quarantine())
+    messages[record.second.get<std::string>("quarantine_path")] = record.second.get<std::string>("message");
+  EXPECT_EQ(messages[platform::utf8(folder / "in/say \"hi\"\n")], "a \"message\"");
+  EXPECT_EQ(messages["/in/b"], "broken \"quote\" \\x");
 
   // Clearing takes what the list gives, and removes nothing else.
   write("in/" + name + ".txt", "a user's file");
-  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("in/" + name + ".txt")));
-  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("quar/../in/" + name + ".txt")));
-  EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide("quar/notes.txt")));
+  for (const std::string& path : {"in/" + name + ".txt", "quar/../in/" + name + ".txt", std::string("quar/notes.txt")})
+    EXPECT_FALSE(handler.clearQuarantineRecord(folder.wide(path))) << path;
   EXPECT_FALSE(handler.clearQuarantineRecord(L""));
   EXPECT_TRUE(there("in/" + name + ".txt"));
   clock->advance(7000);
@@ -90,17 +85,17 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
   EXPECT_EQ(handler.quarantineLastUpdate(), changed + 1) << "a change shows even when the clock was set back";
 
   fs::remove_all(folder / "quar");
-  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
-  EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
-  write("quar", "a file in the folder's place");
-  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
-  EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
+  for (int i = 0; i < 2; ++i) {
+    handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+    EXPECT_EQ(handler.getQuarantineAsJSON(), L"{\"quarantined\":[]}");
+    if (i == 0) write("quar", "a file in the folder's place");
+  }
   EXPECT_EQ(read("quar"), "a file in the folder's place");
 }
 
 TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
   const auto nameFor = [&](const std::string& side, std::size_t characters, const std::string& end) {
-    const std::size_t rest = characters - folder.wide(side + "/").size() - end.size();
+    const std::size_t rest = characters - folder.wide(side + "/" + end).size();
     return side + "/" + std::string(rest, 'n') + end;
   };
   int changed = 0;
@@ -109,22 +104,15 @@ TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
     EXPECT_TRUE(handler.ignore(folder / entry));
     EXPECT_GT(handler.quarantineLastUpdate(), changed);
     changed = handler.quarantineLastUpdate();
-    const std::string shorter = nameFor(entry.substr(0, entry.find('/')), 260, ".kelta2");
+    const std::string shorter = nameFor(entry.substr(0, entry.find('/')), 260, ".kelta\xC3\xA4\xC3\xA4");
     write(shorter, "x");
-    EXPECT_FALSE(handler.ignore(folder / shorter));
+    EXPECT_FALSE(handler.ignore(folder / shorter)) << "the limit counts characters, not bytes";
   }
   ASSERT_EQ(notifications.size(), 2U);
   EXPECT_EQ(notifications[1].find(L"SYNC: Quarantine, path too long: nnn"), 0U);
   CryptoSyncCopyHandler restarted(services());
   restarted.setQuarFolder(folder.wide("quar"));
   EXPECT_EQ(restarted.getQuarantineAsJSON(), handler.getQuarantineAsJSON());
-  write("in/x", "content");
-  handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
-  EXPECT_EQ(quarantine().size(), 3U);
-  changed = handler.quarantineLastUpdate();
-  ASSERT_TRUE(copy("in/x", "out/x").first);
-  EXPECT_EQ(quarantine().size(), 2U);
-  EXPECT_GT(handler.quarantineLastUpdate(), changed);
 }
 
 TEST_F(HandlerTest, DeletesTheCounterpartOfAFile) {

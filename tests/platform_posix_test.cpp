@@ -11,6 +11,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <array>
 #include <boost/filesystem/operations.hpp>
 #include <functional>
 #include <string>
@@ -21,64 +22,21 @@
 #include "platform/Files.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
+#include "support/Content.h"
+#include "support/System.h"
 #include "support/TempFolder.h"
 
 namespace {
 
 namespace fs = boost::filesystem;
 using namespace Kelta::platform;
+using Kelta::test::readFile;
+using Kelta::test::RecycleBin;
 using Kelta::test::TempFolder;
-
-/// A child process that does something, tells so, and lives until it is released.
-class Child {
-public:
-  explicit Child(const std::function<void(int told)>& action) {
-    EXPECT_EQ(pipe(told_), 0);
-    EXPECT_EQ(pipe(release_), 0);
-    id = fork();
-    if (id != 0) return;
-    close(release_[1]);
-    action(told_[1]);
-    char byte = 0;
-    _exit(read(release_[0], &byte, 1) < 0 ? 1 : 0);
-  }
-  ~Child() {
-    end();
-    for (const int descriptor : {told_[0], told_[1], release_[0]}) close(descriptor);
-  }
-  char awaitWord() const {
-    char byte = 0;
-    return read(told_[0], &byte, 1) == 1 ? byte : '?';
-  }
-  int end() {
-    if (release_[1] < 0) return -1;
-    close(release_[1]);
-    release_[1] = -1;
-    int status = 0;
-    waitpid(id, &status, 0);
-    return status;
-  }
-  pid_t id = 0;
-
-private:
-  int told_[2] = {-1, -1};
-  int release_[2] = {-1, -1};
-};
-
-void tell(int descriptor, char byte) {
-  if (write(descriptor, &byte, 1) != 1) _exit(2);
-}
 
 mode_t modeOf(const fs::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
-std::string contentOf(const fs::path& path) {
-  File file(path, File::Mode::read);
-  std::string content(4096, '\0');
-  content.resize(file.read(&content[0], content.size()));
-  return content;
 }
 
 std::size_t countIn(const fs::path& folder) {
@@ -89,21 +47,15 @@ TEST(PosixFiles, LocksOfOthersAreSeen) {
   const TempFolder temp;
   writeWholeFile(temp / "file", "content");
   const fs::path path = temp / "file";
-  for (const short type : {static_cast<short>(F_WRLCK), static_cast<short>(F_RDLCK)}) {
-    Child child([&](int told) {
-      struct flock lock {};
-      lock.l_type = type;
-      lock.l_start = 3;
-      lock.l_len = 1;
-      const int descriptor = open(path.c_str(), O_RDWR);
-      tell(told, fcntl(descriptor, F_SETLK, &lock) == 0 ? 'k' : 'x');
-    });
-    ASSERT_EQ(child.awaitWord(), 'k');
+  const int holder = open(path.c_str(), O_RDWR);
+  for (const int type : {F_WRLCK, F_RDLCK, F_UNLCK}) {
+    struct flock lock {};
+    lock.l_type = static_cast<short>(type);
+    lock.l_start = 3;
+    lock.l_len = 1;
+    ASSERT_EQ(fcntl(holder, F_OFD_SETLK, &lock), 0) << "as another process's: it belongs to the open file";
     EXPECT_EQ(isLocked(path), type == F_WRLCK);
-    child.end();
-    EXPECT_FALSE(isLocked(path));
   }
-  const int holder = open(path.c_str(), O_RDONLY);
   ASSERT_EQ(flock(holder, LOCK_EX | LOCK_NB), 0);
   EXPECT_TRUE(isLocked(path));
   ASSERT_EQ(flock(holder, LOCK_SH | LOCK_NB), 0);
@@ -132,22 +84,6 @@ TEST(PosixFiles, EntriesAreToldApartWithoutFollowingLinks) {
   EXPECT_FALSE(liesBelow(L"/A/b", L"/a"));
 }
 
-TEST(PosixFiles, PositionsHave64Bits) {
-  const TempFolder temp;
-  constexpr std::uint64_t far = 5000000000;
-  File file(temp / "sparse", File::Mode::createNew);
-  file.seek(far);
-  file.write("end", 3);
-  EXPECT_EQ(file.size(), far + 3);
-  EXPECT_EQ(file.position(), far + 3);
-  EXPECT_EQ(file.stamp().size, far + 3);
-  file.seek(far);
-  char buffer[4] = {};
-  EXPECT_EQ(file.read(buffer, 4), 3u);
-  EXPECT_STREQ(buffer, "end");
-  EXPECT_THROW(file.seek(UINT64_MAX), fs::filesystem_error);
-}
-
 TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
   const TempFolder temp;
   const mode_t mask = umask(027);
@@ -173,7 +109,7 @@ TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
   fs::create_symlink(temp / "secret", temp / "link");
   writeWholeFile(temp / "link", "y");
   EXPECT_EQ(stampOf(temp / "link").kind, Kind::file);
-  EXPECT_EQ(contentOf(temp / "secret"), "x");
+  EXPECT_EQ(readFile(temp / "secret"), "x");
 }
 
 TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {
@@ -181,38 +117,19 @@ TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {
   writeWholeFile(temp / "target", "old");
   struct rlimit former {};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
-  struct rlimit tight = former;
-  tight.rlim_cur = 1000;
+  const struct rlimit tight { 1000, former.rlim_max };
   const auto handler = signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-  bool failed = false;
-  try {
-    writeWholeFile(temp / "target", std::string(100000, 'n'));
-  } catch (const fs::filesystem_error&) {
-    failed = true;
-  }
+  EXPECT_THROW(writeWholeFile(temp / "target", std::string(100000, 'n')), fs::filesystem_error);
   setrlimit(RLIMIT_FSIZE, &former);
   signal(SIGXFSZ, handler);
-  EXPECT_TRUE(failed);
-  EXPECT_EQ(contentOf(temp / "target"), "old");
+  EXPECT_EQ(readFile(temp / "target"), "old");
   EXPECT_EQ(countIn(temp.path()), 1u);
 }
 
-/// The user's data folder, for as long as the object lives.
-class DataHome {
-public:
-  explicit DataHome(const fs::path& folder) : former_(getenv("XDG_DATA_HOME") ? getenv("XDG_DATA_HOME") : "") {
-    setenv("XDG_DATA_HOME", folder.c_str(), 1);
-  }
-  ~DataHome() { former_.empty() ? unsetenv("XDG_DATA_HOME") : setenv("XDG_DATA_HOME", former_.c_str(), 1); }
-
-private:
-  std::string former_;
-};
-
 TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
   const TempFolder temp;
-  const DataHome home(temp / "data");
+  const RecycleBin bin(temp.path());
   const fs::path trash = temp / "data/Trash";
   fs::create_directory(temp / "in");
   fs::create_symlink("in", temp / "way");
@@ -222,9 +139,9 @@ TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
     ASSERT_TRUE(recycle(temp / "way" / name));
     ASSERT_EQ(stampOf(temp / "in" / name).kind, Kind::missing);
   }
-  EXPECT_EQ(contentOf(trash / "files" / name), "first");
-  EXPECT_EQ(contentOf(trash / "files" / (name + ".2")), "second");
-  const std::string info = contentOf(trash / "info" / (name + ".2.trashinfo"));
+  EXPECT_EQ(readFile(trash / "files" / name), "first");
+  EXPECT_EQ(readFile(trash / "files" / (name + ".2")), "second");
+  const std::string info = readFile(trash / "info" / (name + ".2.trashinfo"));
   const std::string start =
       "[Trash Info]\nPath=" + fs::canonical(temp / "in").native() + "/r%C3%A9sum%C3%A9%20100%25.txt\nDeletionDate=";
   EXPECT_EQ(info.substr(0, start.size()), start);
@@ -234,32 +151,28 @@ TEST(PosixRecycle, TrashKeepsEveryFileAndWhereItCameFrom) {
   writeWholeFile(trash / "files/orphan", "kept");
   writeWholeFile(temp / "orphan", "thrown away");
   ASSERT_TRUE(recycle(temp / "orphan"));
-  EXPECT_EQ(contentOf(trash / "files/orphan"), "kept");
-  EXPECT_EQ(contentOf(trash / "files/orphan.2"), "thrown away");
+  EXPECT_EQ(readFile(trash / "files/orphan"), "kept");
+  EXPECT_EQ(readFile(trash / "files/orphan.2"), "thrown away");
   EXPECT_EQ(stampOf(trash / "info/orphan.trashinfo").kind, Kind::missing);
   std::string longName = "x";
   while (longName.size() < 253) longName += "\xC3\xA9";
   writeWholeFile(temp / longName, "long");
   ASSERT_TRUE(recycle(temp / longName));
-  EXPECT_EQ(contentOf(trash / "files" / longName.substr(0, 229)), "long");
+  EXPECT_EQ(readFile(trash / "files" / longName.substr(0, 229)), "long");
   EXPECT_EQ(countIn(trash / "files"), countIn(trash / "info") + 1);
 }
 
 TEST(PosixRecycle, WithoutATrashAFileIsRemovedAndALinkIsNotFollowed) {
   const TempFolder temp;
-  writeWholeFile(temp / "no folder", "x");
-  writeWholeFile(temp / "file", "x");
-  writeWholeFile(temp / "pointed at", "x");
-  {
-    const DataHome home(temp / "no folder");
-    EXPECT_TRUE(recycle(temp / "file"));
-    EXPECT_EQ(stampOf(temp / "file").kind, Kind::missing);
-  }
-  const DataHome home(temp / "data");
+  const RecycleBin bin(temp.path());
+  for (const char* name : {"data", "file", "pointed at"}) writeWholeFile(temp / name, "x");
+  EXPECT_TRUE(recycle(temp / "file"));
+  EXPECT_EQ(stampOf(temp / "file").kind, Kind::missing);
+  fs::remove(temp / "data");
   fs::create_symlink(temp / "pointed at", temp / "link");
   EXPECT_TRUE(recycle(temp / "link"));
   EXPECT_EQ(stampOf(temp / "link").kind, Kind::missing);
-  EXPECT_EQ(contentOf(temp / "pointed at"), "x");
+  EXPECT_EQ(readFile(temp / "pointed at"), "x");
   EXPECT_EQ(stampOf(temp / "data/Trash/files/link").kind, Kind::symlink);
 }
 
@@ -278,38 +191,42 @@ TEST(PosixText, NamesThatAreNoUtf8AreReadableButNotExact) {
   EXPECT_FALSE(environment("KELSYNC_TEST_NOT_SET", wide));
 }
 
-TEST(PosixProcess, OneThatEndedIsGone) {
-  Child child([](int told) { tell(told, 'k'); });
-  ASSERT_EQ(child.awaitWord(), 'k');
-  const std::string name = temporaryName();
-  const std::string start = name.substr(0, 19);
-  const std::string childs = start + std::to_string(child.id) + name.substr(name.size() - 9);
-  EXPECT_FALSE(isAbandoned(childs));
-  child.end();
-  EXPECT_TRUE(isAbandoned(childs));
-  EXPECT_TRUE(processRuns(processId()));
-  EXPECT_TRUE(processRuns(1));
-  forgetTemporaryName(name);
-}
-
-int toldAtTermination = -1;
+std::array<int, 2> words{};
 std::thread::id mainThread;
 
+void tell(char word) {
+  if (write(words[1], &word, 1) != 1) _exit(2);
+}
+
+char awaitWord() {
+  char word = 0;
+  return read(words[0], &word, 1) == 1 ? word : '?';
+}
+
 TEST(PosixConsole, TheFirstSignalIsHandledOnAThreadAndTheSecondEndsTheProcess) {
-  Child child([](int told) {
-    toldAtTermination = told;
+  ASSERT_EQ(pipe(words.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
     mainThread = std::this_thread::get_id();
-    onTerminate([] { tell(toldAtTermination, std::this_thread::get_id() == mainThread ? 'm' : 't'); });
-    tell(told, 'r');
-  });
-  ASSERT_EQ(child.awaitWord(), 'r');
-  kill(child.id, SIGINT);
-  EXPECT_EQ(child.awaitWord(), 't');
-  kill(child.id, SIGTERM);
+    onTerminate([] { tell(std::this_thread::get_id() == mainThread ? 'm' : 't'); });
+    tell('r');
+    for (;;) pause();
+  }
+  ASSERT_EQ(awaitWord(), 'r');
+  kill(child, SIGINT);
+  EXPECT_EQ(awaitWord(), 't');
+  const std::string name = temporaryName();
+  const std::string childs = name.substr(0, 19) + std::to_string(child) + name.substr(name.size() - 9);
+  EXPECT_FALSE(isAbandoned(childs));
+  kill(child, SIGTERM);
   int status = 0;
-  ASSERT_EQ(waitpid(child.id, &status, 0), child.id);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(WTERMSIG(status), SIGTERM);
+  EXPECT_TRUE(isAbandoned(childs));
+  EXPECT_TRUE(processRuns(processId()) && processRuns(1));
+  forgetTemporaryName(name);
+  for (const int descriptor : words) close(descriptor);
 }
 
 TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {
@@ -317,9 +234,8 @@ TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {
   const pid_t id = forkpty(&terminal, nullptr, nullptr, nullptr);
   ASSERT_GE(id, 0);
   if (id == 0) {
-    struct termios before {
-    }, after{};
-    tcgetattr(STDIN_FILENO, &before);
+    std::array<struct termios, 2> modes{};
+    tcgetattr(STDIN_FILENO, &modes[0]);
     {
       SecretConsole console;
       console.print(console.available() ? "?" : "!");
@@ -327,16 +243,15 @@ TEST(PosixConsole, ASecretIsReadWithoutEchoAndTheModeComesBack) {
       for (int key = 0; key != -1;) read += std::to_string(key = console.readKey()) + " ";
       console.print(read);
     }
-    tcgetattr(STDIN_FILENO, &after);
-    _exit(before.c_lflag == after.c_lflag ? 0 : 1);
+    tcgetattr(STDIN_FILENO, &modes[1]);
+    _exit(modes[0].c_lflag == modes[1].c_lflag ? 0 : 1);
   }
   std::string shown;
   char byte = 0;
+  const std::string typed = "a\xC3\xA9\xF0\x9F\x98\x80\xFF\xE2\x82\r\x04";
   while (shown.find("-1 ") == std::string::npos && read(terminal, &byte, 1) == 1) {
     shown += byte;
-    const std::string typed = "a\xC3\xA9\xF0\x9F\x98\x80\xFF\xE2\x82\r\x04";
-    if (shown != "?") continue;
-    EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    if (shown == "?" && write(terminal, typed.data(), typed.size()) <= 0) break;
   }
   EXPECT_EQ(shown, "?97 233 128512 65533 65533 10 -1 ");
   int status = -1;

@@ -5,15 +5,11 @@
 
 #include <algorithm>
 
-#include "CryptoHelper/CryptoHelper.h"
-#include "archive/Archive.h"
-#include "archive/zip/ArchiveEngine.h"
 #include "base/GenericPath.h"
 #include "platform/AtomicFile.h"
 #include "platform/Console.h"
 #include "platform/Folders.h"
-#include "platform/Random.h"
-#include "support/Device.h"
+#include "support/TwoDevices.h"
 #include "support/faults_windows.h"
 
 namespace Kelta {
@@ -61,13 +57,17 @@ std::set<std::string> exactTree(const fs::path& root, const std::string& below =
   return tree;
 }
 
-class Windows : public ::testing::Test {
+std::ptrdiff_t quarantined(Device& device) {
+  const std::wstring list = device.handler().getQuarantineAsJSON();
+  return std::count(list.begin(), list.end(), L'{') - 1;
+}
+
+class Windows : public TwoDevices {
 protected:
   ~Windows() override {
     boost::system::error_code ignored;
     platform::removeTree(folder.path(), ignored);
   }
-  TempFolder folder;
 };
 
 TEST_F(Windows, PathsReachTheSystemWhole) {
@@ -86,13 +86,10 @@ TEST_F(Windows, PathsReachTheSystemWhole) {
   EXPECT_EQ(callPath(here.substr(0, 2) + L"x").native(), callPath(here + L"\\x").native());
   EXPECT_EQ(callPath(L"/x").native(), L"\\\\?\\" + here.substr(0, 2) + L"\\x");
 
-  EXPECT_EQ(folderForm(L"C:\\"), L"C:/");
-  EXPECT_EQ(folderForm(L"C:\\a\\\\"), L"C:/a");
+  EXPECT_EQ(folderForm(L"C:\\") + folderForm(L"C:\\a\\\\"), L"C:/C:/a");
   EXPECT_EQ(folderForm(L"\\\\server\\share\\"), L"//server/share");
-  EXPECT_EQ(parentOf(L"C:/a"), L"C:/");
-  EXPECT_EQ(parentOf(L"//server/share/a"), L"//server/share");
-  EXPECT_EQ(parentOf(L"a/b"), L"a");
-  EXPECT_EQ(parentOf(L"a"), L"");
+  EXPECT_EQ(parentOf(L"C:/a") + parentOf(L"//server/share/a"), L"C:///server/share");
+  EXPECT_EQ(parentOf(L"a/b") + parentOf(L"a"), L"a");
 
   EXPECT_TRUE(platform::samePath(L"C:/\u00C4\u03A9\u0416", L"c:/\u00E4\u03C9\u0436"));
   EXPECT_FALSE(platform::samePath(L"stra\u00DFe", L"strasse"));
@@ -105,13 +102,13 @@ TEST_F(Windows, PathsReachTheSystemWhole) {
 // Two devices whose Insides have paths of one length, and one whose Inside has longer ones.
 TEST_F(Windows, LongPathsAndRareCharactersTravelExactly) {
   const StrictSystem strict;
-  Device a(folder / "a device", folder / "o");
-  Device b(folder / "b device", folder / "o");
-  Device c(folder / "c device!", folder / "o");
+  Device one(folder / "a device", folder / "o");
+  Device two(folder / "b device", folder / "o");
+  Device other(folder / "c device!", folder / "o");
   const RecycleBin bin(folder.path());
   const fs::path deep = fs::path(std::string(60, 'd')) / std::string(60, 'e');
   const auto entryOf = [&](std::size_t length, const wchar_t* kind) {
-    const fs::path start = a.inside() / deep / kind;
+    const fs::path start = one.inside() / deep / kind;
     return start.native() + std::wstring(length - start.native().size(), L'x');
   };
   const auto putBoth = [&](std::size_t length) {
@@ -122,47 +119,43 @@ TEST_F(Windows, LongPathsAndRareCharactersTravelExactly) {
   for (const std::size_t length : {247U, 248U, 259U, 260U}) putBoth(length);
   putLong(fs::path(entryOf(247, L"folder")) / "inner", "inner", 1);
   const char* const names[] = {"\xF0\x9F\x98\x80.txt", "e\xCC\x81", "\xC3\xA9", "\xC3\x84.\xE6\xBC\xA2 .x"};
-  for (const char* name : names) putLong(a.inside() / pathFrom(name), name, 2);
-  const std::set<std::string> expected = exactTree(a.inside());
+  for (const char* name : names) putLong(one.inside() / pathFrom(name), name, 2);
+  const std::set<std::string> expected = exactTree(one.inside());
   putBoth(261);
 
-  a.cycle();
-  b.cycle();
-  EXPECT_EQ(exactTree(b.inside()), expected);
-  EXPECT_EQ(a.cycle() + b.cycle(), "");
-  const auto quarantined = [](Device& device) {
-    const std::wstring list = device.handler().getQuarantineAsJSON();
-    return std::count(list.begin(), list.end(), L'{') - 1;
-  };
-  EXPECT_EQ(quarantined(a), 2);
-  EXPECT_EQ(quarantined(b), 0);
+  one.cycle();
+  two.cycle();
+  EXPECT_EQ(exactTree(two.inside()), expected);
+  EXPECT_EQ(one.cycle() + two.cycle(), "");
+  EXPECT_EQ(quarantined(one), 2);
+  EXPECT_EQ(quarantined(two), 0);
 
-  c.cycle();
-  EXPECT_EQ(exactTree(c.inside()).size(), expected.size() - 2) << "those of 260 have 261 characters there";
-  EXPECT_EQ(quarantined(c), 2);
+  other.cycle();
+  EXPECT_EQ(exactTree(other.inside()).size(), expected.size() - 2) << "those of 260 have 261 characters there";
+  EXPECT_EQ(quarantined(other), 2);
 
   // Back the other way: a change, and the deletion of whatever is that long.
-  const auto onB = [&](std::size_t length, const wchar_t* kind) {
-    return b.inside() / fs::path(entryOf(length, kind)).lexically_relative(a.inside());
+  const auto onTwo = [&](std::size_t length, const wchar_t* kind) {
+    return two.inside() / fs::path(entryOf(length, kind)).lexically_relative(one.inside());
   };
-  putLong(onB(260, L"file"), "newer", 9);
-  b.cycle();
-  a.cycle();
+  putLong(onTwo(260, L"file"), "newer", 9);
+  two.cycle();
+  one.cycle();
   EXPECT_EQ(readLong(entryOf(260, L"file")), "newer");
   for (const std::size_t length : {259U, 260U}) {
-    EXPECT_TRUE(platform::removeEntry(onB(length, L"file")));
+    EXPECT_TRUE(platform::removeEntry(onTwo(length, L"file")));
     boost::system::error_code error;
-    platform::removeTree(onB(length, L"folder"), error);
+    platform::removeTree(onTwo(length, L"folder"), error);
   }
-  b.cycle();
-  a.cycle();
+  two.cycle();
+  one.cycle();
   for (const std::size_t length : {259U, 260U})
     for (const wchar_t* kind : {L"file", L"folder"})
       EXPECT_EQ(platform::stampOf(entryOf(length, kind)).kind, Kind::missing) << length;
   EXPECT_EQ(platform::stampOf(entryOf(261, L"file")).kind, Kind::file);
   EXPECT_TRUE(bin.holds("259"));
   EXPECT_TRUE(bin.holds("newer"));
-  EXPECT_EQ(a.cycle() + b.cycle(), "");
+  EXPECT_EQ(one.cycle() + two.cycle(), "");
 }
 
 TEST_F(Windows, NamesThatTheSystemWouldChangeAreNeverWritten) {
@@ -173,31 +166,24 @@ TEST_F(Windows, NamesThatTheSystemWouldChangeAreNeverWritten) {
   for (const wchar_t* name : {L"CONS", L"COM0", L"COM10", L".a", L"a.b", L" a", L"NULL.txt", L"\u00E9"})
     EXPECT_TRUE(platform::canStandAsName(name)) << name;
 
-  Device a(folder / "a", folder / "o");
-  Device b(folder / "b", folder / "o");
   put(b.inside() / "a", "own a", 1);
   put(a.inside() / "good", "good", 1);
   b.cycle();
   a.cycle();
   const std::vector<std::wstring> names = {L"a..kelta", L"b .kelta", L"NUL.txt.kelta", L"com1.kelta", L"AUX",
                                            L"dir.",     L"d "};
-  for (const std::wstring& name : names) {
-    const bool isFolder = platform::pathOf(name).extension() != ".kelta";
-    const fs::path archive =
-        isFolder ? folder / "o" / platform::pathOf(name) / "good.kelta" : folder / "o" / platform::pathOf(name);
-    putLong(archive, readLong(folder / "o" / "good.kelta"), 5);
-  }
-  const auto outside = exactTree(folder / "o");
+  for (const fs::path name : names)
+    putLong(a.outside() / (name.extension() == ".kelta" ? name : name / "good.kelta"), readLong(out("good.kelta")), 5);
+  const auto outside = exactTree(a.outside());
   b.cycle();
   EXPECT_EQ(exactTree(b.inside()), (std::set<std::string>{"a=own a", "good=good"}));
-  EXPECT_EQ(exactTree(folder / "o"), outside);
+  EXPECT_EQ(exactTree(a.outside()), outside);
   const std::wstring list = b.handler().getQuarantineAsJSON();
-  EXPECT_EQ(std::count(list.begin(), list.end(), L'{'), static_cast<std::ptrdiff_t>(names.size()) + 1)
-      << platform::utf8(list);
+  EXPECT_EQ(quarantined(b), static_cast<std::ptrdiff_t>(names.size())) << platform::utf8(list);
   for (const std::wstring& name : names) EXPECT_NE(list.find(L'/' + name + L'"'), std::wstring::npos) << name;
   EXPECT_EQ(b.cycle(), "");
-  EXPECT_FALSE(b.handler().copyFile(folder / "o" / "good.kelta", b.inside() / "a.").first);
-  EXPECT_FALSE(b.handler().copyDir(folder / "o" / "dir.", b.inside() / "dir."));
+  EXPECT_FALSE(b.handler().copyFile(out("good.kelta"), b.inside() / "a.").first);
+  EXPECT_FALSE(b.handler().copyDir(out("dir."), b.inside() / "dir."));
 
   // The same on the Inside, where only programs that know the prefix make such names.
   putLong(b.inside() / "a.", "other", 5);
@@ -208,8 +194,6 @@ TEST_F(Windows, NamesThatTheSystemWouldChangeAreNeverWritten) {
 
 // The short name that the system gives a renamed file may be the one that it had.
 TEST_F(Windows, AShortNameIsNotTakenForTheFileThatItLeadsTo) {
-  Device a(folder / "a", folder / "o");
-  Device b(folder / "b", folder / "o");
   const fs::path renamed = b.inside() / "a rather long name.text";
   put(renamed, "text", 1);
   std::wstring brief(MAX_PATH, L'\0');
@@ -233,8 +217,6 @@ TEST_F(Windows, AShortNameIsNotTakenForTheFileThatItLeadsTo) {
 }
 
 TEST_F(Windows, AnotherCaseIsCarriedOver) {
-  Device a(folder / "a", folder / "o");
-  Device b(folder / "b", folder / "o");
   put(b.inside() / "Name", "text", 1);
   put(b.inside() / "Dir/f", "text", 1);
   b.cycle();
@@ -255,34 +237,14 @@ TEST_F(Windows, AnotherCaseIsCarriedOver) {
   EXPECT_EQ(a.tree(), "dir/ dir/f=newer@9 name=newer@9");
 }
 
-TEST_F(Windows, AnArchivesEntriesKeepTheirNamesOrAreRefused) {
-  put(folder / "source", "text", 1);
-  for (const char* name : {"a?b", "x/a|b", "q\"q", "s*/f", "<f>"}) {
-    zip::ArchiveEngine engine;
-    engine.addFile(folder / "source", name, zip::EntryOptions());
-    engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
-    engine.writeArchive(folder / "archive");
-    try {
-      archive::unpack(folder / "archive", folder / "target", "");
-      ADD_FAILURE() << name;
-    } catch (const zip::ArchiveError& error) {
-      EXPECT_EQ(error.failure(), zip::ArchiveFailure::unsafeName) << name;
-    }
-  }
-  const auto unpacked = exactTree(folder / "target");
-  EXPECT_TRUE(std::all_of(unpacked.begin(), unpacked.end(), [](const std::string& entry) { return entry == "x/"; }));
-}
-
 TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   const StrictSystem strict;
-  Device a(folder / "a", folder / "o");
-  Device b(folder / "b", folder / "o");
   const RecycleBin bin(folder.path());
   put(a.inside() / "dir/f", "first", 1);
   a.cycle();
   b.cycle();
   const fs::path file = b.inside() / "dir/f";
-  const fs::path archive = folder / "o" / "dir/f.kelta";
+  const fs::path archive = out("dir/f.kelta");
   mark(file, kMarks);
   mark(archive, kMarks);
   put(a.inside() / "dir/f", "second", 5);
@@ -305,12 +267,12 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   EXPECT_EQ(marksOf(file), kMarks) << "as it was";
 
   mark(b.inside() / "dir", FILE_ATTRIBUTE_READONLY);
-  mark(folder / "o" / "dir", FILE_ATTRIBUTE_READONLY);
+  mark(out("dir"), FILE_ATTRIBUTE_READONLY);
   fs::remove_all(a.inside() / "dir");
   EXPECT_EQ(a.cycle(), "delete:f.kelta delete:dir");
   EXPECT_EQ(b.cycle(), "delete:f delete:dir");
   EXPECT_TRUE(bin.holds("second"));
-  EXPECT_EQ(a.tree() + b.tree() + treeOf(folder / "o"), "");
+  EXPECT_EQ(a.tree() + b.tree() + treeOf(a.outside()), "");
   fs::create_directory(folder / "look");
   mark(folder / "look", FILE_ATTRIBUTE_READONLY);
   EXPECT_TRUE(platform::recycle(folder / "look"));
@@ -318,8 +280,6 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
 
 TEST_F(Windows, AJunctionIsNotFollowedButAFolderKeptElsewhereIs) {
   constexpr unsigned long kept = 0x9000001A;  // by a cloud's client
-  Device a(folder / "a", folder / "o");
-  Device b(folder / "b", folder / "o");
   put(a.inside() / "dir/f", "text", 1);
   {
     const ReparsePoint junction(a.inside() / "dir", IO_REPARSE_TAG_MOUNT_POINT);
@@ -341,106 +301,14 @@ TEST_F(Windows, AJunctionIsNotFollowedButAFolderKeptElsewhereIs) {
 }
 
 TEST_F(Windows, MarkersAreHiddenAndStaySoWhenTheyAreWrittenAgain) {
-  Device a(folder / "a", folder / "o");
   a.cycle();
   const fs::path marker = a.inside() / ".rid";
-  EXPECT_EQ(marksOf(marker) | marksOf(folder / "o" / ".kelta"), static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN));
+  EXPECT_EQ(marksOf(marker) | marksOf(out(".kelta")), static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN));
   platform::writeWholeFile(marker, "damaged");
   EXPECT_EQ(marksOf(marker), static_cast<DWORD>(FILE_ATTRIBUTE_HIDDEN));
   put(a.inside() / "f", "text", 1);
   a.cycle();
   EXPECT_EQ(contentOf(marker).substr(0, 1), "+");
-}
-
-TEST_F(Windows, TheRootOfAVolumeCanBeAFolderOfThePair) {
-  fs::create_directory(folder / "out");
-  std::wstring drive = L"I:";
-  while (drive[0] < L'Z' && GetDriveTypeW((drive + L"\\").c_str()) != DRIVE_NO_ROOT_DIR) ++drive[0];
-  const auto undefine = [&] { return DefineDosDeviceW(DDD_REMOVE_DEFINITION, drive.c_str(), nullptr); };
-  ASSERT_TRUE(DefineDosDeviceW(0, drive.c_str(), fs::path(folder / "out").make_preferred().c_str()));
-  if (platform::stampOf(drive + L"/").kind != Kind::folder) {
-    undefine();
-    GTEST_SKIP() << "no drive can be made of a folder here";
-  }
-  Device a(folder / "a", drive + L"/");
-  Device b(folder / "b", folder / "out");
-  put(a.inside() / "x", "text", 1);
-  put(a.inside() / "d/y", "text", 1);
-  EXPECT_EQ(a.cycle(), "folder:d encrypt:y.kelta encrypt:x.kelta");
-  b.cycle();
-  EXPECT_EQ(b.tree(), "d/ d/y=text@1 x=text@1");
-  fs::remove(b.inside() / "x");
-  put(b.inside() / "z", "from b", 2);
-  b.cycle();
-  a.cycle();
-  EXPECT_EQ(a.tree(), "d/ d/y=text@1 z=from b@2");
-  fs::remove(a.inside() / "z");
-  a.cycle();
-  EXPECT_EQ(namesOf(folder / "out"), "d/ d/y.kelta");
-  EXPECT_EQ(a.cycle(), "");
-  EXPECT_TRUE(undefine());
-}
-
-TEST_F(Windows, TimesOfAnyCenturySurvive) {
-  put(folder / "file", "text", 0);
-  fs::create_directory(folder / "folder");
-  for (const std::int64_t second : {-2000000000LL, -1LL, 1LL, 2147483648LL, 4294967296LL, 9000000000LL}) {
-    const std::int64_t time = second * 1000000000 + 123456700;
-    for (const char* name : {"file", "folder"}) {
-      ASSERT_TRUE(platform::setLastWriteTime(folder / name, time)) << second;
-      EXPECT_EQ(platform::stampOf(folder / name).nanoseconds, time) << name;
-      EXPECT_EQ(platform::stampOf(folder / name).seconds(), second);
-    }
-  }
-  EXPECT_FALSE(platform::setLastWriteTime(folder / "missing", 0));
-  platform::File fresh(folder / "fresh", platform::File::Mode::createNew);
-  fresh.write("text", 4);
-  EXPECT_TRUE(fresh.setLastWriteTime(-1500000000));
-  fresh.close();
-  EXPECT_EQ(platform::stampOf(folder / "fresh").seconds(), -2);
-}
-
-TEST_F(Windows, ErrorsAreTheOnesThatTheEngineAsksFor) {
-  put(folder / "file", "text", 0);
-  const auto failureOf = [](auto operation) {
-    try {
-      operation();
-    } catch (const fs::filesystem_error& error) {
-      return error.code().default_error_condition();
-    }
-    return boost::system::error_condition();
-  };
-  namespace errc = boost::system::errc;
-  EXPECT_EQ(failureOf([&] { platform::File(folder / "file", platform::File::Mode::createNew); }), errc::file_exists);
-  EXPECT_EQ(failureOf([&] { platform::File(folder / "gone/x", platform::File::Mode::read); }),
-            errc::no_such_file_or_directory);
-  boost::system::error_code error;
-  EXPECT_FALSE(platform::createFolder(folder / "file", error));
-  EXPECT_EQ(platform::stampOf(folder / "file/below").kind, Kind::missing);
-  const fs::path other = fs::path("Z:/dev/shm") / platform::temporaryName();  // on Wine, another volume
-  if (fs::exists(other.parent_path())) {
-    EXPECT_EQ(failureOf([&] { platform::replaceFile(folder / "file", other); }), errc::cross_device_link);
-  }
-  EXPECT_EQ(contentOf(folder / "file"), "text");
-}
-
-TEST_F(Windows, RandomBytesComeFromTheProviderOrElseFromTheGenerator) {
-  const auto draw = [](bool& drawn) {
-    unsigned char* buffer = nullptr;
-    drawn = CryptoHelper().genRandomBuffer(&buffer, 32);
-    const std::string bytes(reinterpret_cast<char*>(buffer), 32);
-    std::free(buffer);
-    return bytes;
-  };
-  bool drawn = false;
-  EXPECT_TRUE(platform::StrongRandom().acquired());
-  std::set<std::string> different{draw(drawn), std::string(32, '\0')};
-  EXPECT_TRUE(drawn);
-  const NoProvider gone;
-  EXPECT_FALSE(platform::StrongRandom().acquired());
-  for (int i = 0; i < 2; ++i) different.insert(draw(drawn));
-  EXPECT_TRUE(drawn);
-  EXPECT_EQ(different.size(), 4U);
 }
 
 TEST_F(Windows, WithoutAConsoleThereIsNoPrompt) {

@@ -1,33 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include "base/GenericPath.h"
 #include "support/Device.h"
 
 namespace Kelta {
 namespace test {
 namespace {
 
-// A clock that does something at every pause.
-class BusyClock : public VirtualClock {
-public:
-  std::function<void(std::int64_t)> onPause;
-  void wait(std::int64_t milliseconds, Interruption& interruption) override {
-    VirtualClock::wait(milliseconds, interruption);
-    if (onPause) onPause(milliseconds);
-  }
-};
-
 class Scan : public ::testing::Test {
 protected:
-  Scan() : clock(std::make_shared<BusyClock>()), a(folder / "a", folder / "outside", clock) {}
+  Scan() : clock(std::make_shared<HookClock>()), a(folder / "a", folder / "outside", clock) {}
 
   SyncPair::ScanResult updates() {
     return a.pair().scanForUpdates(platform::wideOf(a.inside()), a.pair().srcStateList, a.pair().srcSyncList, 500);
   }
 
   TempFolder folder;
-  std::shared_ptr<BusyClock> clock;
+  std::shared_ptr<HookClock> clock;
   Device a;
 };
 
@@ -78,29 +67,6 @@ TEST_F(Scan, EmptyFilesAndOddEntries) {
   EXPECT_EQ(updates().total(), 0);
   ASSERT_EQ(a.pair().srcSyncList.size(), 1u);
   EXPECT_EQ(a.pair().srcSyncList.count(L"empty"), 1u);
-}
-
-TEST_F(Scan, TheContentHashCoversTheBeginning) {
-  const std::string head(5120000, 'h');
-  put(a.inside() / "one", head + "1", 10);
-  put(a.inside() / "two", head + "2", 10);
-  put(a.inside() / "three", "abc", 10);
-  const auto hash = [&](const std::string& name) {
-    return platform::utf8(a.pair().generateFileHash(platform::wideOf(a.inside() / name)));
-  };
-  EXPECT_EQ(hash("one"), hash("two"));
-  EXPECT_EQ(hash("three"), "900150983cd24fb0d6963f7d28e17f72");
-  EXPECT_EQ(hash("missing"), "");
-}
-
-TEST_F(Scan, PausesFollowTheNumberOfEntries) {
-  for (int i = 0; i < 1200; ++i) put(a.inside() / std::to_string(i % 7) / std::to_string(i), "", 10);
-  int longPauses = 0;
-  int shortPauses = 0;
-  clock->onPause = [&](std::int64_t milliseconds) { ++(milliseconds == 1 ? shortPauses : longPauses); };
-  updates();
-  EXPECT_EQ(longPauses, 2);
-  EXPECT_EQ(shortPauses, 121) << "1200 files, 7 folders and their 7 identifiers";
 }
 
 TEST_F(Scan, PaceBetweenCycles) {

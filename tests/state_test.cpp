@@ -76,25 +76,6 @@ TEST_F(State, IsWrittenOnlyWhenSomethingHappened) {
   EXPECT_FALSE(a.pair().stateInsertRecord(L"/elsewhere/y"));
 }
 
-TEST_F(State, AWriteThatFailsKeepsTheOldFileAndIsRepeated) {
-  put(a.inside() / "x", "1", 10);
-  a.cycle();
-  const std::string before = file(0);
-  put(a.inside() / "y", "1", 10);
-  a.pair().scanSrcChanges();
-  const fs::path parked = folder / "parked";
-  fs::rename(a.state(), parked);
-  put(a.state(), "a file in the folder's place", 0);
-  a.pair().syncChanges();
-  EXPECT_NE(a.notifications().find("ERROR"), std::string::npos);
-  EXPECT_EQ(contentOf(parked / "Kelta_sync_state_0.txt"), before);
-  fs::remove(a.state());
-  fs::rename(parked, a.state());
-  a.pair().writeState();
-  EXPECT_NE(file(0).find("/y\t"), std::string::npos);
-  EXPECT_EQ(namesOf(a.state()), "Kelta_sync_roots.txt Kelta_sync_state_0.txt Kelta_sync_state_1.txt quar/");
-}
-
 // Folders whose names begin alike, and characters that sort before the separator.
 TEST_F(State, OperationsOnAFolderTouchNothingBesideIt) {
   StateList list;

@@ -20,21 +20,6 @@ namespace test {
 inline const std::wstring kKey(64, L'7');
 inline const std::pair<bool, std::wstring> kFailed(false, L"");
 
-/// Looking at the clock is the moment between the stamps taken before a copy and the copy itself.
-class HookClock : public VirtualClock {
-public:
-  std::int64_t nowMicroseconds() const override {
-    const auto hook = std::move(hook_);
-    hook_ = nullptr;
-    if (hook) hook();
-    return VirtualClock::nowMicroseconds();
-  }
-  void atNextLook(std::function<void()> hook) { hook_ = std::move(hook); }
-
-private:
-  mutable std::function<void()> hook_;
-};
-
 /// A handler with its four folders and one key, its time and its notifications.
 class HandlerTest : public testing::Test {
 protected:

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <utility>
 
 #include "base/Clock.h"
 
@@ -23,6 +25,29 @@ public:
 
 private:
   std::atomic<std::int64_t> now_;
+};
+
+/// Something happens at a pause, or at a look at the clock: the moment between the stamps taken before a copy and the
+/// copy itself.
+class HookClock : public VirtualClock {
+public:
+  std::function<void(std::int64_t)> onPause;
+  std::function<void()> onLook;
+
+  std::int64_t nowMicroseconds() const override {
+    const auto once = std::exchange(once_, nullptr);
+    if (once) once();
+    if (onLook) onLook();
+    return VirtualClock::nowMicroseconds();
+  }
+  void wait(std::int64_t milliseconds, Interruption& interruption) override {
+    VirtualClock::wait(milliseconds, interruption);
+    if (onPause) onPause(milliseconds);
+  }
+  void atNextLook(std::function<void()> hook) { once_ = std::move(hook); }
+
+private:
+  mutable std::function<void()> once_;
 };
 
 }  // namespace test

@@ -3,8 +3,6 @@
 #include "faults_windows.h"
 
 #include <windows.h>
-// after windows.h
-#include <wincrypt.h>
 
 #include <atomic>
 #include <cwchar>
@@ -20,7 +18,6 @@ constexpr std::size_t kLongestNewFolder = 247;
 constexpr DWORD kRecallOnDataAccess = 0x00400000;
 
 std::atomic<bool> strict{false};
-std::atomic<bool> withoutProvider{false};
 std::atomic<int> placeholderOpens{0};
 std::wstring placeholder;
 std::wstring reparsePoint;
@@ -34,8 +31,8 @@ bool refused(const wchar_t* path, std::size_t longest = kLongestPath) {
 }
 
 template <class Function>
-Function real(const char* name, const wchar_t* library = L"kernel32.dll") {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
+Function real(const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
 }
 
 DWORD attributesOf(const wchar_t* path) {
@@ -95,11 +92,6 @@ HANDLE WINAPI findFirst(LPCWSTR path, LPWIN32_FIND_DATAW found) {
   }
   return search;
 }
-BOOL WINAPI acquireContext(HCRYPTPROV* provider, LPCSTR container, LPCSTR name, DWORD type, DWORD flags) {
-  if (withoutProvider) return FALSE;
-  return real<decltype(&CryptAcquireContextA)>("CryptAcquireContextA", L"advapi32.dll")(provider, container, name, type,
-                                                                                        flags);
-}
 
 }  // namespace
 
@@ -122,7 +114,6 @@ REPLACE(RemoveDirectoryW, 4, removeFolder)
 REPLACE(DeleteFileW, 4, deleteFile)
 REPLACE(MoveFileExW, 12, moveFile)
 REPLACE(FindFirstFileW, 8, findFirst)
-REPLACE(CryptAcquireContextA, 20, acquireContext)
 }
 
 namespace Kelta {
@@ -146,9 +137,6 @@ ReparsePoint::ReparsePoint(const boost::filesystem::path& folder, unsigned long 
   reparseTag = tag;
 }
 ReparsePoint::~ReparsePoint() { reparsePoint.clear(); }
-
-NoProvider::NoProvider() { withoutProvider = true; }
-NoProvider::~NoProvider() { withoutProvider = false; }
 
 }  // namespace test
 }  // namespace Kelta

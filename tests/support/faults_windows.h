@@ -31,12 +31,5 @@ public:
   ~ReparsePoint();
 };
 
-/// While it lives, there is no CryptoAPI provider.
-class NoProvider {
-public:
-  NoProvider();
-  ~NoProvider();
-};
-
 }  // namespace test
 }  // namespace Kelta
