@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "CryptoSyncCopyHandler/CloudNames.h"
+#include "CryptoSyncCopyHandler/ConflictName.h"
 #include "support/Device.h"
 
 namespace Kelta {
@@ -125,6 +126,14 @@ TEST_F(Conflicts, EveryPairOfChangesEndsEqualAndLosesNothing) {
   }
 }
 
+TEST(ConflictName, StaysInItsFolder) {
+  const std::wstring file = L"/my.docs/fifteen letters.kelta_conflict";
+  EXPECT_EQ(conflictNameOf(file, 0).substr(0, file.size() + 1), file + L".");
+  const std::wstring copy = conflictNameOf(L"/a", 0);
+  EXPECT_EQ(conflictNameOf(copy, 60).substr(0, 12), L"/a.19700101-");
+  EXPECT_EQ(conflictNameOf(copy, 60).size(), copy.size());
+}
+
 // A deletion and a change of equal time meet when the records of the two sides differ.
 TEST_F(Conflicts, ADeletionLosesATie) {
   for (const char* name : {"gone inside", "gone outside", "gone on both"}) put(in(a, name), "0", 10);
@@ -138,6 +147,13 @@ TEST_F(Conflicts, ADeletionLosesATie) {
   quiet();
   EXPECT_EQ(a.tree(), "gone inside=0@10 gone outside=0@10");
   EXPECT_EQ(a.pair().srcStateList.count(platform::wideOf(in(a, "gone on both"))), 0u);
+}
+
+TEST_F(Conflicts, TheBinOfAVolumeThatIsTheInsideStaysHere) {
+  const char* const bin = fs::path::preferred_separator == '/' ? ".Trash-1000" : "$RECYCLE.BIN";
+  put(a.inside() / bin / "thrown away", "0", 10);
+  put(a.inside() / "x", "0", 10);
+  EXPECT_EQ(a.cycle(), "encrypt:x.kelta");
 }
 
 // On one device the whole folder goes, on the other something happens in it.

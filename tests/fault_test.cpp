@@ -216,6 +216,22 @@ TEST_F(Contested, NothingIsReplacedOrDeletedWhenTheBinRefuses) {
   }
 }
 
+TEST_F(Contested, WithoutABinTheOlderVersionBecomesAConflictCopy) {
+  for (const int timeOfA : {10, 30}) {
+    contest(timeOfA, 20);
+    fs::remove_all(folder / "b/data");
+    writeFile(folder / "b/data", "no folder");
+    a.cycle();
+    settle();
+    const std::string expected = timeOfA < 20 ? "x!=from a@10 x=from b@20" : "x!=from b@20 x=from a@30";
+    EXPECT_EQ(withShortConflicts(a.tree()), expected);
+    const std::vector<fs::path> files{fs::directory_iterator(a.inside()), fs::directory_iterator()};
+    for (const fs::path& file : files)
+      if (file.filename() != ".rid") fs::remove(file);
+    settle();
+  }
+}
+
 TEST_F(Contested, WhatAppearsAtTheLastMomentIsNotReplaced) {
   for (const std::string name : {"inside", "outside"}) {
     const fs::path target = name == "inside" ? a.inside() / name : a.outside() / (name + ".kelta");

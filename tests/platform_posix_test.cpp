@@ -176,6 +176,15 @@ TEST(PosixRecycle, WithoutATrashAFileIsRemovedAndALinkIsNotFollowed) {
   EXPECT_EQ(stampOf(temp / "data/Trash/files/link").kind, Kind::symlink);
 }
 
+TEST(PosixRecycle, TellsABinFromAnyOtherFolder) {
+  const TempFolder temp;
+  const DataHome home(temp / "data");
+  for (const char* name : {"data/Trash", "other/Trash"}) fs::create_directories(temp / name);
+  for (const char* name : {"data/Trash", "x/.Trash", "x/.Trash-1000"}) EXPECT_TRUE(isRecycleBin(temp / name)) << name;
+  for (const char* name : {"other/Trash", "none/Trash", ".Trash-", ".Trash-old"})
+    EXPECT_FALSE(isRecycleBin(temp / name)) << name;
+}
+
 TEST(PosixText, NamesThatAreNoUtf8AreReadableButNotExact) {
   const fs::path odd("a/\xFFz\xC3\xA9");
   std::wstring wide;

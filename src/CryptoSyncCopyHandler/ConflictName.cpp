@@ -20,7 +20,10 @@ bool isConflictName(const std::wstring& name) {
 
 std::wstring conflictNameOf(const std::wstring& path, std::int64_t seconds) {
   const std::wstring suffix = newConflictSuffix(seconds);
-  const bool again = isConflictName(path) && path.size() > suffix.size() && path[path.size() - suffix.size()] == L'.';
+  // Of a short name that the user gave this ending, the suffix's length would reach into the folder's name.
+  const std::size_t start = path.rfind(L'/') + 1;
+  const bool roomy = path.size() - start > suffix.size();
+  const bool again = isConflictName(path) && roomy && path[path.size() - suffix.size()] == L'.';
   return path.substr(0, path.size() - (again ? suffix.size() : 0)) + suffix;
 }
 

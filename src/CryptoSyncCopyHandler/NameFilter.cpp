@@ -62,6 +62,8 @@ bool isNeverSynchronised(const fs::path& path) {
   if (text.size() > kMaxPathCharacters) return true;
   if (kind == Kind::missing || kind == Kind::unknown) return false;
   if (text.find(L'\n') != std::wstring::npos) return true;
+  // Synchronised, it would be emptied into itself.
+  if (kind == Kind::folder && platform::isRecycleBin(path)) return true;
   std::wstring name;
   platform::wideOf(path.filename(), name);
   return isReservedName(name, kind == Kind::folder);

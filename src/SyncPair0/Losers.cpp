@@ -32,12 +32,27 @@ bool copyAcrossVolumes(const fs::path& from, const fs::path& to) {
   return output.commitNew();
 }
 
+// Otherwise each run would throw the same version away again.
+bool canGrowBeside(const std::wstring& path) try {
+  const platform::AtomicFile probe(platform::pathOf(path));
+  return true;
+} catch (const fs::filesystem_error&) {
+  return false;
+}
+
 // False when it cannot stand there.
 bool moveAnywhere(const fs::path& from, const fs::path& to) try {
   return platform::moveFile(from, to);
 } catch (const fs::filesystem_error& error) {
   if (error.code() != boost::system::errc::cross_device_link) return false;
   return copyAcrossVolumes(from, to);
+}
+
+// Where there is no recycle bin a conflict copy keeps it. False: it is still in its place.
+bool putAside(const fs::path& file, const std::wstring& copy) {
+  const platform::Recycled recycled = platform::moveToRecycleBin(file);
+  if (recycled != platform::Recycled::noBin) return recycled == platform::Recycled::yes;
+  return copy.size() <= kMaxPathCharacters && platform::moveFile(file, platform::pathOf(copy));
 }
 
 }  // namespace
@@ -70,7 +85,8 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   if (opened == Opened::lacksKey) return Kept::unreadable;
   if (opened != Opened::yes) return Kept::no;
   try {
-    if (sameContent(loser, content) || platform::recycle(platform::pathOf(loser))) return Kept::yes;
+    if (sameContent(loser, content)) return Kept::yes;
+    if (putAside(platform::pathOf(loser), conflictNameOf(loser, clock_->nowSeconds()))) return Kept::yes;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
@@ -84,6 +100,10 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
   const platform::FileStamp stamp = lookAt(archive);
   const auto kept = keptLosers_.find(archive);
   if (kept != keptLosers_.end() && kept->second.sameContent(stamp)) return Kept::yes;
+  if (!canGrowBeside(archive)) {
+    copyProblem_ = L"its folder cannot be written to";
+    return Kept::no;
+  }
   std::unique_ptr<TempArea> area;
   std::wstring content;
   const Opened opened = openArchive(archive, area, content);
@@ -108,14 +128,14 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
 bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content, const fs::path& area) {
   const std::wstring beside = conflictNameOf(winner, clock_->nowSeconds());
   if (beside.size() <= kMaxPathCharacters && moveAnywhere(content, platform::pathOf(beside))) {
-    if (platform::recycle(platform::pathOf(beside))) return true;
+    if (platform::moveToRecycleBin(platform::pathOf(beside)) != platform::Recycled::no) return true;
     boost::system::error_code ignored;
     platform::removeEntry(platform::pathOf(beside), ignored);
     return false;
   }
   const fs::path named = area / platform::pathOf(nameOf(winner));
   const bool renamed = platform::wideOf(named).size() <= kMaxPathCharacters && moveAnywhere(content, named);
-  return platform::recycle(renamed ? named : content);
+  return platform::moveToRecycleBin(renamed ? named : content) == platform::Recycled::yes;
 }
 
 }  // namespace Kelta

@@ -55,6 +55,9 @@ void syncFolder(const boost::filesystem::path& folder);
 /// Never opens anything but an ordinary file, and never waits.
 bool isLocked(const boost::filesystem::path& path);
 
+/// Whether the folder is a recycle bin, of the user's or of a volume.
+bool isRecycleBin(const boost::filesystem::path& folder);
+
 /// Hides a file from the user where that takes an attribute; elsewhere the leading dot does.
 void setHidden(const boost::filesystem::path& path);
 
@@ -63,6 +66,10 @@ void setHidden(const boost::filesystem::path& path);
 /// is gone already; false, with the entry left where it was, when it could not be done; `canceled`, if given, tells
 /// that this was a decision and no failure.
 bool recycle(const boost::filesystem::path& path, bool* canceled = nullptr);
+
+enum class Recycled { yes, no, noBin };
+/// The same for what must not be lost: where there is no recycle bin, the file stays where it is.
+Recycled moveToRecycleBin(const boost::filesystem::path& file);
 
 /// Restricts a file or a folder to its owner, where the file system can. False when it refuses.
 bool restrictToOwner(const boost::filesystem::path& path);

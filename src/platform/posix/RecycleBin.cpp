@@ -201,20 +201,38 @@ fs::path fullPath(const fs::path& path) {
 
 }  // namespace
 
+Recycled moveToRecycleBin(const boost::filesystem::path& file) try {
+  const fs::path entry = fullPath(file);
+  Trash trash;
+  Outcome outcome = findTrash(entry, trash);
+  if (outcome == Outcome::done) outcome = throwAway(entry, trash);
+  if (outcome == Outcome::unsuitable) return Recycled::noBin;
+  return outcome == Outcome::done ? Recycled::yes : Recycled::no;
+} catch (const std::exception&) {
+  return Recycled::no;
+}
+
 bool recycle(const boost::filesystem::path& path, bool* canceled) try {
   if (canceled) *canceled = false;
   const Kind kind = stampOf(path).kind;
   if (kind == Kind::missing) return true;
   if (kind == Kind::unknown) return false;
   if (kind == Kind::folder) return rmdir(path.c_str()) == 0;
-  const fs::path entry = fullPath(path);
-  Trash trash;
-  Outcome outcome = findTrash(entry, trash);
-  if (outcome == Outcome::done) outcome = throwAway(entry, trash);
-  if (outcome == Outcome::unsuitable) return unlink(entry.c_str()) == 0;
-  return outcome == Outcome::done;
+  const Recycled recycled = moveToRecycleBin(path);
+  if (recycled == Recycled::noBin) return unlink(fullPath(path).c_str()) == 0;
+  return recycled == Recycled::yes;
 } catch (const std::exception&) {
   return false;
+}
+
+bool isRecycleBin(const boost::filesystem::path& folder) {
+  const std::string name = folder.filename().native();
+  if (name == ".Trash") return true;
+  const std::string start = ".Trash-";
+  if (name.compare(0, start.size(), start) == 0 && name.size() > start.size())
+    return name.find_first_not_of("0123456789", start.size()) == std::string::npos;
+  boost::system::error_code error;
+  return name == "Trash" && fs::equivalent(folder, userDataFolder() / name, error) && !error;
 }
 
 }  // namespace platform

@@ -87,6 +87,17 @@ bool removeFolder(const std::wstring& native) {
 
 }  // namespace
 
+// The shell deletes for good what lies on a network drive or a removable one.
+Recycled moveToRecycleBin(const fs::path& file) {
+  const std::wstring native = nativePath(file);
+  std::wstring volume(native.size() + MAX_PATH, L'\0');
+  if (GetVolumePathNameW(native.c_str(), &volume[0], static_cast<DWORD>(volume.size()))) {
+    const UINT type = GetDriveTypeW(volume.c_str());
+    if (type == DRIVE_REMOTE || type == DRIVE_REMOVABLE) return Recycled::noBin;
+  }
+  return recycle(file) ? Recycled::yes : Recycled::no;
+}
+
 bool recycle(const fs::path& path, bool* canceled) {
   const std::wstring native = nativePath(path);
   if (canceled) *canceled = false;
@@ -102,6 +113,10 @@ bool recycle(const fs::path& path, bool* canceled) {
     default:
       return false;
   }
+}
+
+bool isRecycleBin(const fs::path& folder) {
+  return CompareStringOrdinal(folder.filename().c_str(), -1, L"$Recycle.Bin", -1, TRUE) == CSTR_EQUAL;
 }
 
 }  // namespace platform
