@@ -157,7 +157,8 @@ kelsync key recover ARCHIVE -o FILE [--key-file FILE] [--work DIR]
 
 rotate brings every archive on the Outside under a new key, on one device only; the files in them are not encrypted
 anew. Keep the old key until it says that it is done. Interrupted or failed, it goes on where it was when it is run
-again, and until then "kelsync sync" refuses to run. Afterwards the other devices need the new key.
+again, and until then "kelsync sync" refuses to run. Afterwards the other devices need the new key. What one of them
+made under the old key meanwhile follows with --key-file OLD --new-key-file NEW.
 verify tries the key on every archive without decrypting the files.
 recover decrypts one archive into FILE, which must not exist yet. It needs no pair: nothing but the archive and its key.
 
@@ -172,7 +173,7 @@ recover decrypts one archive into FILE, which must not exist yet. It needs no pa
 
 The key is looked for as by "kelsync sync". The new one is taken from --new-key-file, from the environment variable
 KELSYNC_NEW_KEY, or is asked for on a terminal. When the pair's own key, in the work folder, was the old one, the new
-one takes its place and the old one is kept beside it as "key.old".
+one takes its place and the old one is kept beside it as "key.old" (then "key.old.2", and so on).
 
 Exit codes: 0 done; 1 some archives could not be read or replaced, or are damaged; 2 usage; 3 a folder of the pair is
 missing; 4 no key, or one that does not open an archive; 130 interrupted.

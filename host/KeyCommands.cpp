@@ -47,7 +47,8 @@ EngineSettings settingsOf(const PairFolders& pair, const WorkFolder& work) {
   return {pair.inside, pair.outside, work.state(), work.temp(), work.log(), false};
 }
 
-/// The key that is to take over. While a change is not finished it is the one that was begun with.
+/// The key that is to take over. While a change is not finished it is the one that was begun with; throws Failure
+/// (usage) when another is asked for.
 FoundKey newKey(const Options& options, const WorkFolder& work, const PairFolders& pair) {
   KeyWishes wishes;
   wishes.successor = true;
@@ -60,19 +61,54 @@ FoundKey newKey(const Options& options, const WorkFolder& work, const PairFolder
     wishes.make = options.has(L"--make-key");
   }
   FoundKey found = findKey(wishes);
+  if (work.keyChangePending() && options.has(L"--new-key-file")) {
+    wishes.keyFile = options.value(L"--new-key-file");
+    if (findKey(wishes).text.text() != found.text.text())
+      throw Failure{Exit::usage, L"a change to another key is not finished; run it again without --new-key-file"};
+  }
   const std::wstring doubt = doubtAbout(found.text.text());
   if (!doubt.empty()) complain(doubt);
   return found;
+}
+
+/// The work folder's key that goes stays at hand for good: archives may still turn up that were made with it.
+void keepOld(const FoundKey& fresh, const WorkFolder& work) {
+  KeyWishes wishes;
+  wishes.keyFile = genericOf(work.keyFile());
+  if (!fs::exists(work.keyFile())) return;
+  const FoundKey old = findKey(wishes);
+  if (old.text.text() == fresh.text.text()) return;
+  fs::path file = work.oldKeyFile();
+  for (int number = 2; fs::exists(file); ++number)
+    file = work.oldKeyFile().parent_path() / ("key.old." + std::to_string(number));
+  keepKey(file, old.text);
+}
+
+/// Nothing was wrapped anew: a new key would only lock the user out. Throws Failure (noKey).
+void requireArchives(const Counter& counter, const std::wstring& asset, const WorkFolder& work, bool wasPending) {
+  if (counter.of(L"rewrap") > 0 || (wasPending && counter.of(L"kept") == 0)) return;
+  if (!wasPending) fs::remove(work.newKeyFile());
+  throw Failure{Exit::noKey, L"no archive on the Outside names the asset " + printable(asset) +
+                                 L" (--asset) as its key's; the key stays as it is"};
+}
+
+/// Whether the old key may be in use. All but the archives of a device that was late may be under the new one already.
+bool mayBeOld(Engine& engine, const std::wstring& asset, const FoundKey& old, const Options& options) {
+  if (engine.keyFits(asset)) return true;
+  if (!options.has(L"--new-key-file") || options.has(L"--make-key")) return false;
+  KeyWishes wishes;
+  wishes.keyFile = options.value(L"--new-key-file");
+  engine.setKey(asset, findKey(wishes).text.c_str());
+  const bool fits = engine.keyFits(asset);
+  engine.setKey(asset, old.text.c_str());
+  return fits;
 }
 
 /// The new key becomes the pair's own where the old one was, or where nobody else has it.
 void takeOver(const FoundKey& old, const FoundKey& fresh, const WorkFolder& work) {
   const bool wasOwn = old.source == printable(genericOf(work.keyFile()));
   if (wasOwn || fresh.source == printable(genericOf(work.newKeyFile()))) {
-    if (fs::exists(work.keyFile())) {
-      fs::copy_file(work.keyFile(), work.oldKeyFile(), fs::copy_options::overwrite_existing);
-      platform::restrictToOwner(work.oldKeyFile());
-    }
+    keepOld(fresh, work);
     keepKey(work.keyFile(), fresh.text);
     say(L"The pair's own key is the new one now: " + printable(genericOf(work.keyFile())));
   }
@@ -100,8 +136,9 @@ Exit rotate(const Arguments& arguments) {
   engine.setListener(counter);
   engine.setKey(asset, old.text.c_str());
   engine.loadState();
+  const bool wasPending = work.keyChangePending();
   // A change that was begun may have left no archive under the old key.
-  if (!work.keyChangePending() && !engine.keyFits(asset))
+  if (!wasPending && !mayBeOld(engine, asset, old, options))
     throw Failure{Exit::noKey,
                   L"the old key opens none of the archives; nothing was changed. It came from: " + old.source};
   const FoundKey fresh = newKey(options, work, pair);
@@ -110,10 +147,12 @@ Exit rotate(const Arguments& arguments) {
   const bool changed = engine.changeKey(asset, fresh.text.c_str());
   say(L"under the new key " + counter.text(L"rewrap") + L", failed " + counter.text(L"failed"));
   if (changed) {
+    requireArchives(counter, asset, work, wasPending);
     takeOver(old, fresh, work);
     return Exit::done;
   }
   complain(L"not finished: keep both keys and run it again");
+  if (counter.of(L"failed") > 0) complain(L"an archive that stays damaged holds it up: move it out of the Outside");
   if (engine.stopAsked()) return Exit::interrupted;
   if (!engine.ok()) throw Failure{Exit::folderMissing, pair.whatIsMissing()};
   return Exit::failed;

@@ -16,7 +16,7 @@ namespace host {
 ///     log/    log.properties, syncpair.log
 ///     key     the key, when it was made here
 ///     key.new the key that is about to replace it, while a change of keys is not finished
-///     key.old the one before
+///     key.old the one before; key.old.2 and so on the ones of later changes
 ///     notifications  what the engine told in the last run, as JSON
 ///     names   there while archives get encrypted names
 ///     pair    the two folders it belongs to, one on each line

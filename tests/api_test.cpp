@@ -170,6 +170,13 @@ TEST_F(Api, KeysAndSingleFilesThroughTheExports) {
   EXPECT_EQ(kelsync_verify_archives(h), 0);
   EXPECT_EQ(kelsync_remove_all_files(h, 1), 1);
   EXPECT_TRUE(fs::exists(folder / "outside/x.kelta")) << "known to no state";
+  kelsync_pair* fresh = nullptr;
+  kelsync_init(&fresh);
+  kelsync_set_source_folder(fresh, folder.wide("inside").c_str());
+  kelsync_set_dest_folder(fresh, folder.wide("outside").c_str());
+  kelsync_set_state_path(fresh, folder.wide("state").c_str());
+  EXPECT_EQ(kelsync_remove_all_files(fresh, 0), 0) << "no state was loaded";
+  kelsync_delete(fresh);
 }
 
 TEST_F(Api, AnInterruptionFromAnotherThreadEndsASleep) {

@@ -250,6 +250,8 @@ class Keys(Base):
         output, errors = key(FAILED, "rotate", "--make-key")
         self.assertIn("under the new key 1, failed 1", output)
         self.assertIn("keep both keys", errors)
+        self.assertIn("move it out", errors)
+        self.assertIn("another key", key(USAGE, "rotate", "--new-key-file", self.base / "old")[1])
         self.assertIn("key rotate", self.sync(FAILED)[1])
         (self.outside / "y.kelta").write_bytes(whole)
         self.assertIn("under the new key 2, failed 0", key(DONE, "rotate")[0])
@@ -260,6 +262,20 @@ class Keys(Base):
         self.expect_modes((self.work / "key", 0o600), (self.work / "key.old", 0o600))
         self.assertEqual(archive.stat().st_mtime_ns, before)
         self.assertIn("opened 2", key(DONE, "verify")[0])
+        self.assertIn("no archive", key(NO_KEY, "rotate", "--make-key", "--asset", "mistyped")[1])
+        self.assertEqual(set(self.work.glob("key*")), {self.work / "key", self.work / "key.old"})
+        key(DONE, "rotate", "--make-key")
+        self.assertEqual((self.work / "key.old").read_bytes(), old)
+        self.assertEqual((self.work / "key.old.2").read_bytes(), fresh)
+        fresh = (self.work / "key").read_bytes()
+        for number in range(20):  # of a device that has the old key still
+            (self.inside / str(number)).write_text("more")
+        self.sync(DONE, "--quiet")
+        for late in ("late", "latest"):
+            (self.outside / late).with_suffix(".kelta").write_bytes(whole)
+            self.assertIn("failed 0", key(DONE, "rotate", "--key-file", self.base / "old", "--new-key-file",
+                                          self.work / "key")[0])
+            (self.outside / late).with_suffix(".kelta").unlink()
 
         self.expect(NO_KEY, "key", "recover", archive, "-o", "r", "--key-file", "old")
         self.assertFalse((self.base / "r").exists())

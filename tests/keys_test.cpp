@@ -119,7 +119,11 @@ TEST_F(Keys, ChangingAKeyLeavesNothingToCopyAndForeignKeysAlone) {
   const std::string foreign = contentOf(folder / "outside/s/y.kelta");
   fs::rename(folder / "outside/z.kelta", folder / "outside/z (conflicted copy 2024-05-01).kelta");
   b.cycle();
-  EXPECT_TRUE(change(a, kNewKey));
+  for (int i = 0; i < 20; ++i) {
+    const auto size = fs::file_size(folder / "outside/x.kelta");
+    EXPECT_TRUE(change(a, i == 19 ? kNewKey : std::to_wstring(i)));
+    EXPECT_NE(fs::file_size(folder / "outside/x.kelta"), size) << "a cloud client goes by time and size";
+  }
   EXPECT_TRUE(change(a, kNewKey));
   EXPECT_TRUE(contentOf(folder / "outside/s/y.kelta") == foreign);
   EXPECT_EQ(verify(b).find("x.kelta:verify"), std::string::npos) << "the old key opens nothing any more";
@@ -251,6 +255,8 @@ TEST_F(Keys, SingleFilesGoWhereTheyMay) {
   handler.setAssetKey(L"s", L"share");
   put(folder / "outside/s/.sid", "s", 0);
   put(folder / "x", "content", 10);
+  boost::system::error_code noLinks;
+  fs::create_directory_symlink(folder / "outside/s", folder / "way", noLinks);
   const auto expectEach = [&](const std::vector<std::tuple<bool, const char*, const char*, const wchar_t*>>& rows) {
     for (const auto& row : rows) {
       const fs::path from = folder / std::get<1>(row);
@@ -267,11 +273,17 @@ TEST_F(Keys, SingleFilesGoWhereTheyMay) {
               {true, "x", "a/inside/x.kelta", L"failed"},
               {false, "outside/s/new/x.kelta", "missing/x", L"failed"},
               {true, "none", "none.kelta", L"failed"},
+              {false, "outside/s/new/x.kelta", "./outside/leak", L"failed"},
+              {false, "outside/s/new/x.kelta", "a/../outside/new/leak", L"failed"},
+              {false, "outside/s/new/x.kelta", "way/leak", L"failed"},
+              {true, "x", "a/./inside/x.kelta", L"failed"},
+              {true, "x", "outside/.kelta", L"failed"},
+              {true, "x", "./outside/s/new/y", L"encrypt"},
               {false, "x", "x", L"failed"}});
   handler.removeAssetKey(L"s");
   expectEach({{false, "outside/s/new/x.kelta", "none", L"no-key"}, {true, "x", "outside/s/new/z.kelta", L"no-key"}});
-  EXPECT_EQ(assetOf("s/new/x.kelta"), "s");
-  EXPECT_EQ(namesOf(a.outside()), "s/ s/.sid s/new/ s/new/x.kelta");
+  EXPECT_EQ(assetOf("s/new/x.kelta") + assetOf("s/new/y.kelta"), "ss");
+  EXPECT_EQ(namesOf(a.outside()), "s/ s/.sid s/new/ s/new/x.kelta s/new/y.kelta");
   EXPECT_EQ(a.tree(), "deep/ deep/x=content@10");
   EXPECT_EQ(contentOf(folder / "y"), "content");
   EXPECT_FALSE(fs::exists(folder / "none"));

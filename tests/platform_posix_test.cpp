@@ -178,7 +178,7 @@ TEST(PosixRecycle, WithoutATrashAFileIsRemovedAndALinkIsNotFollowed) {
 
 TEST(PosixRecycle, TellsABinFromAnyOtherFolder) {
   const TempFolder temp;
-  const DataHome home(temp / "data");
+  const RecycleBin bin(temp.path());
   for (const char* name : {"data/Trash", "other/Trash"}) fs::create_directories(temp / name);
   for (const char* name : {"data/Trash", "x/.Trash", "x/.Trash-1000"}) EXPECT_TRUE(isRecycleBin(temp / name)) << name;
   for (const char* name : {"other/Trash", "none/Trash", ".Trash-", ".Trash-old"})

@@ -341,6 +341,8 @@ KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const 
  *
  * Mind the other devices: archives that vanish from the Outside are deletions to them, and they move their own files to
  * their recycle bins, unless a cycle here has put new archives in place before they look.
+ *
+ * Call it after kelsync_init_state(); before, it removes nothing and returns 0.
  * @param side 0: the Inside; 1: the Outside.
  * @return 1 when nothing that was known is left there, otherwise 0.
  */

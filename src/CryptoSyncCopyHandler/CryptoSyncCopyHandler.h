@@ -104,8 +104,8 @@ public:
   /// One file from and to anywhere: "encrypt" or "decrypt" when it is done, else "no-key" or "failed". The archive's
   /// name gets ".kelta" where it has not; its asset is that of its place in the pair, or else of the source's. Nothing
   /// plain is written to the Outside and no archive to the Inside.
-  std::wstring encryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
-  std::wstring decryptSingle(const boost::filesystem::path& src, const boost::filesystem::path& dest);
+  std::wstring encryptSingle(boost::filesystem::path src, boost::filesystem::path dest);
+  std::wstring decryptSingle(boost::filesystem::path src, boost::filesystem::path dest);
   /// The password under the asset key as lower-case hex; empty when that failed.
   std::string encryptArchivePassword(std::string& archivePassword, std::string& assetKey);
   /// The passwords that the installed keys open, in the metadata's order. The caller wipes them.
@@ -240,6 +240,7 @@ private:
                     const boost::filesystem::path& folder);
 
   // SingleFile.cpp
+  bool spellAsPair(boost::filesystem::path& path);
   bool aimAt(CopyJob& job, const boost::filesystem::path& dest, const std::wstring& root);
 
   // ConflictCopy.cpp

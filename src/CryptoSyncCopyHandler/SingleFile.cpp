@@ -14,6 +14,26 @@ namespace Kelta {
 
 namespace fs = boost::filesystem;
 
+// A path that leads into the pair by a link, or is spelled in another way, is given the pair's own spelling, by which
+// all that follows tells the sides apart. False when it cannot be told where it leads.
+bool CryptoSyncCopyHandler::spellAsPair(fs::path& path) {
+  const std::wstring text = genericForm(platform::wideOf(path));
+  if (isBelow(text, insideFolder_) || isBelow(text, outsideFolder_)) return true;
+  boost::system::error_code error;
+  fs::path folder = platform::realFolder(path.parent_path(), error);
+  if (error) HANDLER_ERROR("cannot tell where it leads: %s: %s", utf8(path).c_str(), error.message().c_str());
+  fs::path rest = path.filename();
+  for (; !error && folder.has_relative_path(); folder = folder.parent_path()) {
+    for (const std::wstring& root : {insideFolder_, outsideFolder_}) {
+      if (root.empty() || !platform::sameEntry(folder, platform::pathOf(root))) continue;
+      path = platform::pathOf(root) / rest;
+      return true;
+    }
+    rest = folder.filename() / rest;
+  }
+  return !error;
+}
+
 // Names the job's target and its root: one of the pair's folders, or else the folder that holds it.
 bool CryptoSyncCopyHandler::aimAt(CopyJob& job, const fs::path& dest, const std::wstring& root) {
   if (!platform::wideOf(dest, job.target)) return false;
@@ -25,13 +45,18 @@ bool CryptoSyncCopyHandler::aimAt(CopyJob& job, const fs::path& dest, const std:
   return false;
 }
 
-std::wstring CryptoSyncCopyHandler::encryptSingle(const fs::path& src, const fs::path& dest) {
+std::wstring CryptoSyncCopyHandler::encryptSingle(fs::path src, fs::path dest) {
   beginOperation();
+  if (!spellAsPair(src) || !spellAsPair(dest)) return L"failed";
   CopyJob job;
   job.source = src;
   fs::path archive = dest;
   if (!hasExtension(dest)) archive += ".kelta";
   if (!aimAt(job, archive, outsideFolder_) || isBelow(job.target, insideFolder_)) return L"failed";
+  if (isBelow(job.target, outsideFolder_) && isReservedName(nameOf(job.target), false)) {
+    HANDLER_ERROR("no name for an archive: %s", utf8(job.target).c_str());
+    return L"failed";
+  }
   const fs::path shared = isBelow(job.target, outsideFolder_) ? platform::pathOf(job.target) : src;
   try {
     if (mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, shared, std::wstring())) return L"encrypt";
@@ -42,8 +67,9 @@ std::wstring CryptoSyncCopyHandler::encryptSingle(const fs::path& src, const fs:
   return keys_.find(assetNow(shared)) ? L"failed" : L"no-key";
 }
 
-std::wstring CryptoSyncCopyHandler::decryptSingle(const fs::path& src, const fs::path& dest) {
+std::wstring CryptoSyncCopyHandler::decryptSingle(fs::path src, fs::path dest) {
   beginOperation();
+  if (!spellAsPair(src) || !spellAsPair(dest)) return L"failed";
   CopyJob job;
   job.source = src;
   if (!aimAt(job, dest, insideFolder_)) return L"failed";

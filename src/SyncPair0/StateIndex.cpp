@@ -125,6 +125,7 @@ void SyncPair::initState() {
     stateDamaged_ = false;
     replayJournal();
     dropUnpairedRecords();
+    stateLoaded_ = true;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
     notify(L"ERROR", L"The state could not be read or written, check logs");

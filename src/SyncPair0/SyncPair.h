@@ -149,7 +149,8 @@ public:
   /// The archive holds the same content in other bytes: its record gets the new hash. Times stay as they are.
   void refreshHash(const std::wstring& archive);
   /// Removes what is in sync from one side, and its records from both, so that nothing of it shows as a deletion. What
-  /// is not as recorded on both sides stays, with its records. False when anything known is left.
+  /// is not as recorded on both sides stays, with its records. False when anything known is left, or no state was
+  /// loaded.
   bool removeAllFiles(bool inside);
   void tell(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total);
 
@@ -369,6 +370,7 @@ private:
   bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
   std::uint64_t entriesDone_ = 0;
   bool ok_ = true;
+  bool stateLoaded_ = false;
   bool stateChanged_ = false;
   bool stateDamaged_ = false;  ///< a state file held something that is no record
   std::string rootIds_[2];     ///< MD5 of the markers last seen, Inside, Outside; empty: none yet

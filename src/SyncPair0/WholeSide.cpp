@@ -112,6 +112,10 @@ bool SyncPair::remove(const Removal& removal, bool inside) {
 }
 
 bool SyncPair::removeAllFiles(bool inside) {
+  if (!stateLoaded_) {
+    PAIR_ERROR("no state is loaded, nothing removed");
+    return false;
+  }
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
   std::uint64_t left = 0;

@@ -7,8 +7,7 @@ using namespace Kelta::api;
 
 namespace {
 
-using Operation = std::wstring (CryptoSyncCopyHandler::*)(const boost::filesystem::path&,
-                                                          const boost::filesystem::path&);
+using Operation = std::wstring (CryptoSyncCopyHandler::*)(boost::filesystem::path, boost::filesystem::path);
 
 int single(kelsync_pair* h, const char* function, const wchar_t* src, const wchar_t* dst, Operation operation) {
   if (!src || !dst || !*src || !*dst) {

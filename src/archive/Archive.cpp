@@ -45,6 +45,12 @@ void addMetadata(ArchiveEngine& engine, const fs::path& metadata, bool compress)
   engine.addFile(metadata, std::string(), options);
 }
 
+bool isCompressed(const fs::path& archive, const std::string& entry) {
+  zip::ArchiveReader reader(archive);
+  const zip::Entry* const found = reader.find(entry);
+  return found != nullptr && found->method != zip::kStored;
+}
+
 void packWith(ArchiveEngine& engine, const PackRequest& request) {
   EntryOptions content = optionsFor(request.compress);
   content.setArchiveOption(request.keepSourceName);
@@ -145,7 +151,8 @@ void replaceMetadata(const fs::path& archive, const platform::FileStamp& known, 
   engine.setProgress(progress);
   engine.setExpected(known);
   engine.setUpdateOption(ArchiveEngine::kKeepTime | ArchiveEngine::kMustOpen);
-  addMetadata(engine, metadata, true);
+  // The other form has another size, by which a cloud client sees that the file changed.
+  addMetadata(engine, metadata, !isCompressed(archive, platform::utf8(metadata.filename())));
   engine.setWriteFlags(ArchiveEngine::kReplaceTarget);
   engine.updateArchive(archive);
 }

@@ -46,8 +46,8 @@ void unpackContent(const boost::filesystem::path& archive, const boost::filesyst
 /// The whole text of one entry of at most 16 MiB. The password may be empty for an unencrypted one.
 std::string readEntry(const boost::filesystem::path& archive, const std::string& entry, const std::string& password);
 
-/// Whether the entry "Content" has the size and the CRC-32 of the plain `file`, which is read to the end. No password is
-/// needed. Failures to read either throw.
+/// Whether the entry "Content" has the size and the CRC-32 of the plain `file`, which is read to the end. No password
+/// is needed. Failures to read either throw.
 bool holds(const boost::filesystem::path& archive, const boost::filesystem::path& file,
            const Progress& progress = Progress());
 
@@ -65,7 +65,8 @@ bool opensContent(const boost::filesystem::path& archive, const std::string& pas
 void updateMetadata(const boost::filesystem::path& archive, const boost::filesystem::path& metadata);
 
 /// The same in an archive that looks as `known` and whose content the password opens; anything else fails, with the
-/// archive as it was. The archive keeps its last-write time.
+/// archive as it was. The archive keeps its last-write time, but not its size: whoever carries changed files to other
+/// devices would otherwise not see it.
 void replaceMetadata(const boost::filesystem::path& archive, const platform::FileStamp& known,
                      const boost::filesystem::path& metadata, const std::string& password, const Progress& progress);
 

@@ -58,6 +58,10 @@ bool removeEntry(const fs::path& path) {
 
 void removeTree(const fs::path& path, error_code& error) { fs::remove_all(callPath(path), error); }
 
+fs::path realFolder(const fs::path& folder, error_code& error) {
+  return fs::weakly_canonical(fs::absolute(folder), error);
+}
+
 bool sameEntry(const fs::path& a, const fs::path& b) {
   error_code error;
   return fs::equivalent(callPath(a), callPath(b), error) && !error;

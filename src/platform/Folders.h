@@ -39,6 +39,9 @@ bool removeEntry(const boost::filesystem::path& path);  ///< throws filesystem_e
 /// Removes an entry with everything below it, following no link.
 void removeTree(const boost::filesystem::path& path, boost::system::error_code& error);
 
+/// The folder as the system finds it: absolute, with links and ".." resolved as far as it exists.
+boost::filesystem::path realFolder(const boost::filesystem::path& folder, boost::system::error_code& error);
+
 /// Whether both paths lead to the same file; false when one of them leads to none.
 bool sameEntry(const boost::filesystem::path& a, const boost::filesystem::path& b);
 
