@@ -115,8 +115,8 @@ void Report::summary(const std::wstring& keySource, const std::wstring& logFolde
   };
   listFailures();
   const std::wstring renamed = totals_.count(L"rename") > 0 ? L", renamed " + count(L"rename") : std::wstring();
-  say(L"encrypted " + count(L"encrypt") + L", decrypted " + count(L"decrypt") + L", folders " + count(L"folder") + renamed +
-      L", deleted " + count(L"delete") + L", failed " + std::to_wstring(failed_.size()) + L", quarantined " +
+  say(L"encrypted " + count(L"encrypt") + L", decrypted " + count(L"decrypt") + L", folders " + count(L"folder") +
+      renamed + L", deleted " + count(L"delete") + L", failed " + std::to_wstring(failed_.size()) + L", quarantined " +
       std::to_wstring(quarantined_.size()));
   say(L"written " + std::to_wstring(bytes_) + L" bytes in " + secondsText(std::chrono::steady_clock::now() - start_) +
       L" seconds, " + std::to_wstring(cycles_) + (cycles_ == 1 ? L" cycle" : L" cycles"));

@@ -38,8 +38,8 @@ public:
   /// asset; the result is a last component. Empty when it cannot be mapped now: no key, or a damaged name.
   virtual std::wstring handleName(std::wstring name) = 0;
 
-  /// Is told the outcome of a deletion of `path`, or that what it named was renamed; what it knew of one that is gone it
-  /// forgets.
+  /// Is told the outcome of a deletion of `path`, or that what it named was renamed; what it knew of one that is gone
+  /// it forgets.
   virtual void deleteStatus(bool deleted, std::wstring path) = 0;
 
   virtual ~ISyncCopyHandler();
