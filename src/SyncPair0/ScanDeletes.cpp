@@ -55,10 +55,14 @@ bool SyncPair::liesBelowOtherName(const Side& side, const std::wstring& path) {
   return false;
 }
 
-// Whether a vanished archive may be one of those whose names cannot be read: renaming keeps its time.
-bool SyncPair::mayHaveUnreadName(const StateRecord& record) const {
+// Whether a vanished archive may be one of those whose names cannot be read: renaming keeps its time. In its own folder
+// a newer one may be it as well, written again, or touched by a cloud client.
+bool SyncPair::mayHaveUnreadName(const std::wstring& path, const StateRecord& record) const {
+  const std::int64_t time = recordedTime(record);
+  const auto own = unreadNames_.find(parentOf(path));
+  if (own != unreadNames_.end() && !own->second.empty() && *own->second.rbegin() >= time) return true;
   return std::any_of(unreadNames_.begin(), unreadNames_.end(),
-                     [&](const auto& folder) { return folder.second.count(recordedTime(record)) > 0; });
+                     [&](const auto& folder) { return folder.second.count(time) > 0; });
 }
 
 void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateRecord& record) {
@@ -67,7 +71,7 @@ void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateReco
   const bool kindChanged = (kind == platform::Kind::file && isFolder) || (kind == platform::Kind::folder && !isFolder);
   if (kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (kind == platform::Kind::missing && liesBehindLink(walk.side, path)) return;
-  if (kind == platform::Kind::missing && !walk.side.inside && !isFolder && mayHaveUnreadName(record)) {
+  if (kind == platform::Kind::missing && !walk.side.inside && !isFolder && mayHaveUnreadName(path, record)) {
     PAIR_INFO("perhaps under a name that cannot be read here, not deleted: %s", utf8(path).c_str());
     return;
   }

@@ -241,7 +241,7 @@ private:
   bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
   void noteUnread(const Side& side, const boost::filesystem::path& entry);
-  bool mayHaveUnreadName(const StateRecord& record) const;
+  bool mayHaveUnreadName(const std::wstring& path, const StateRecord& record) const;
   void noteBusy(Walk& walk, const std::wstring& path, bool changed);
   bool isCloudCopy(const Side& side, const std::wstring& path, CloudCopy& copy);
   bool isFreeForCloudCopy(const Side& side, const std::wstring& archive);
