@@ -5,6 +5,7 @@
 #include <deque>
 #include <set>
 
+#include "CryptoSyncCopyHandler/NameFilter.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
@@ -39,6 +40,7 @@ void SyncPair::noteUnread(const Side& side, const boost::filesystem::path& entry
   std::wstring path;
   if (side.inside || !platform::wideOf(entry, path) || entry.extension() != ".kelta") return;
   path = genericForm(std::move(path));
+  if (isReservedName(nameOf(path), false)) return;
   const platform::FileStamp stamp = platform::stampOf(entry);
   if (stamp.kind == platform::Kind::file && handler_->handleName(path).empty())
     unreadNames_[parentOf(path)].insert(stamp.seconds());
