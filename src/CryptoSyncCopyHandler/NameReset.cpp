@@ -17,6 +17,8 @@ namespace {
 namespace fs = boost::filesystem;
 using platform::Kind;
 
+const std::wstring kExtension = L".kelta";
+
 }  // namespace
 
 bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
@@ -55,12 +57,18 @@ bool CryptoSyncCopyHandler::resetStateFNE(const Renamed& renamed) {
   return allDone;
 }
 
-// After a change of keys: what is encrypted under a former one is encrypted under the one that is installed now.
+// After a change of keys: what is encrypted under a former one is encrypted under the one that is installed now. What a
+// cloud client has added to a name stays: under a forgotten key nothing would tell it from a plain name.
 bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
   return forEachArchive([&](const std::wstring& path) {
-    const NameReading reading = readName(path);
-    if (reading.form != NameForm::encrypted) return true;
-    return renameArchive(path, reading, encryptFilename(joinPath(parentOf(path), reading.plain)), renamed);
+    const std::wstring name = nameOf(path);
+    const std::wstring stem = name.substr(0, name.size() - kExtension.size());
+    std::wstring plain;
+    const std::size_t end = stem.size() < kShortestEncrypted ? 0 : readEncrypted(path, stem, plain);
+    if (end == 0) return true;
+    std::wstring renewed = encryptFilename(joinPath(parentOf(path), plain));
+    if (!renewed.empty()) renewed.insert(renewed.size() - kExtension.size(), stem.substr(end));
+    return renameArchive(path, {NameForm::encrypted, plain}, renewed, renamed);
   });
 }
 
