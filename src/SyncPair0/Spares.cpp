@@ -43,7 +43,9 @@ bool SyncPair::keepUnseen(const std::wstring& key, const std::wstring& source, c
     if (archive.first == counted) continue;
     const auto spares = spares_.find(key);
     const bool found = spares != spares_.end() && spares->second.count(archive.first) > 0;
-    if (found && spares->second.at(archive.first).known) continue;
+    if (found && spares->second.at(archive.first).known &&
+        spares->second.at(archive.first).stamp.sameContent(archive.second))
+      continue;
     if (keepOutsideLoser(source, archive.first) != Kept::yes) return false;
   }
   return true;
