@@ -52,13 +52,13 @@ std::unique_ptr<Engine> PairSetup::engine(EntryListener& listener, const std::ws
   return engine;
 }
 
-// Encrypted names, asked for now or earlier. Archives that are there already are turned over once.
+// Encrypted names, asked for now or earlier. Archives that are there already are turned over whenever it is asked for,
+// since an earlier time may have been ended before it was done.
 void PairSetup::turnNamesOver(Engine& engine) const {
-  const bool before = work_.namesRemembered();
-  const bool on = before || options_.has(L"--names");
-  engine.setNames(on);
-  if (on == before) return;
-  work_.rememberNames(on);
+  const bool asked = options_.has(L"--names");
+  engine.setNames(asked || work_.namesRemembered());
+  if (!asked) return;
+  work_.rememberNames(true);
   engine.resetNames();
 }
 
