@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PairSetup.h"
 
+#include <boost/filesystem/operations.hpp>
+
 #include "Failure.h"
 #include "PairKey.h"
 #include "Terminal.h"
+#include "platform/Files.h"
+#include "platform/Text.h"
+
+namespace fs = boost::filesystem;
 
 namespace Kelta {
 namespace host {
@@ -18,6 +24,19 @@ const Options& checked(const Options& options) {
 PairFolders foldersOf(const Options& options) {
   const std::wstring inside = options.required(L"--inside");
   return PairFolders(inside, options.required(L"--outside"));
+}
+
+bool hasEncryptedNames(Engine& engine, const std::wstring& outside) {
+  boost::system::error_code error;
+  fs::recursive_directory_iterator entry(platform::pathOf(outside), fs::directory_options::skip_permission_denied,
+                                         error);
+  for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    std::wstring path;
+    if (entry->path().extension() != ".kelta" || !platform::wideOf(entry->path().generic_path(), path)) continue;
+    const std::wstring plain = engine.plainName(path);
+    if (!plain.empty() && plain + L".kelta" != path.substr(path.rfind(L'/') + 1)) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -56,7 +75,10 @@ std::unique_ptr<Engine> PairSetup::engine(EntryListener& listener, const std::ws
 // since an earlier time may have been ended before it was done.
 void PairSetup::turnNamesOver(Engine& engine) const {
   const bool asked = options_.has(L"--names");
-  engine.setNames(asked || work_.namesRemembered());
+  const bool on = asked || work_.namesRemembered();
+  engine.setNames(on);
+  if (!on && hasEncryptedNames(engine, folders_.outside))
+    complain(L"other devices encrypt names on the Outside, this one writes plain ones; --names encrypts them here too");
   if (!asked) return;
   work_.rememberNames(true);
   engine.resetNames();
