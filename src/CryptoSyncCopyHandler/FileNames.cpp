@@ -94,7 +94,11 @@ NameReading CryptoSyncCopyHandler::readNameItself(const std::wstring& path) {
   std::wstring plain;
   const std::size_t end = readEncrypted(path, stem, plain);
   if (end == stem.size()) return {NameForm::encrypted, plain};
-  if (end > 0) return {NameForm::copyOfEncrypted, std::wstring()};
+  // Some clients put what they add in front ("Copy of x").
+  const std::size_t blank = stem.rfind(L' ');
+  const std::wstring behind = blank == std::wstring::npos ? std::wstring() : stem.substr(blank + 1);
+  const bool inFront = end == 0 && readEncrypted(path, behind, plain) > 0;
+  if (end > 0 || inFront) return {NameForm::copyOfEncrypted, std::wstring()};
   if (!looksEncrypted(stem)) return {NameForm::plain, stem};
   return {keyForName(assetOfName(path)) ? NameForm::unreadable : NameForm::noKey, std::wstring()};
 }
