@@ -28,6 +28,12 @@ std::vector<std::wstring> SyncPair::archivePaths(const std::wstring& key) {
 // The archive that is recorded for the key, else one that is there, else the one to be made. Empty: it cannot be told
 // now.
 std::wstring SyncPair::archiveFor(const std::wstring& key) {
+  const std::wstring plain = joinPath(destFolder_, key);
+  // Mostly it has the name that it would get: those under all other keys need not be made.
+  if (platform::pathOf(key).extension() != ".kelta") {
+    const std::wstring first = joinPath(parentOf(plain), handler_->handleName(plain));
+    if (destStateList.count(first) > 0) return first;
+  }
   const std::vector<std::wstring> paths = archivePaths(key);
   for (const std::wstring& path : paths) {
     if (destStateList.count(path) > 0) return path;
