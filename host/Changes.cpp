@@ -37,7 +37,9 @@ Changes::Changes(const PairFolders& pair, std::function<void(const std::wstring&
       }) {
   kelsync_fw_init(&watcher_);
   if (watcher_ == nullptr) throw Failure{Exit::failed, L"not enough memory"};
-  for (const std::wstring& folder : {pair.inside, pair.outside}) kelsync_fw_add_filter(watcher_, folder.c_str());
+  // The folders are not given as filters: one whose name has a "*" or "?" would be taken for a pattern.
+  for (const std::wstring& folder : {pair.inside, pair.outside}) kelsync_fw_add_folder(watcher_, folder.c_str());
+  kelsync_fw_add_filter(watcher_, L"*");
   kelsync_fw_register_cb(watcher_, &Changes::changed);
   {
     const std::lock_guard<std::mutex> lock(pairsMutex);
@@ -53,6 +55,8 @@ Changes::~Changes() {
   }
   kelsync_fw_delete(watcher_);
 }
+
+void Changes::watchAgain() { kelsync_fw_startwatch(watcher_); }
 
 void Changes::changed(const wchar_t* path) {
   const std::wstring generic = genericOf(platform::pathOf(path));

@@ -29,6 +29,8 @@ public:
   Changes(const Changes&) = delete;
   Changes& operator=(const Changes&) = delete;
 
+  /// Watches a folder of the pair again whose watch has ended, since another folder was put in its place.
+  void watchAgain();
   /// Waits until a burst of changes is over, or `end` comes, or the user wants to stop.
   void wait(Moment end);
   /// Changed paths in generic form since the last call. `anything`: more than these may have changed.

@@ -116,7 +116,8 @@ Keeps the folders in step until it is stopped (Ctrl-C, SIGTERM): watches both, a
 it was made. On a terminal it shows what it is doing, elsewhere a line for each entry.
 
   --pairs FILE     keep several pairs in step: FILE has one a line, each with these options, but for --pairs and
-                   --quiet; double quotes hold together what has spaces in it, and # begins a comment
+                   --quiet; double quotes hold together what has spaces in it; a line that
+                   begins with # is left out
   -q, --quiet      show only what cannot be synchronised
 
 The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync".

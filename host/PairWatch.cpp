@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kShortestPause{10};
 constexpr std::chrono::seconds kLongestRetryPause{600};
 // A full cycle takes at most a tenth of the time, however large the pair is.
 constexpr int kPauseFactor = 10;
-// So often a change may end a long full scan that is needed; then one is done to the end.
+// So often a change may end a long full scan; then one is done to the end.
 constexpr int kMostInterruptions = 10;
 constexpr std::chrono::seconds kMissingPause{5};
 
@@ -85,7 +85,6 @@ void PairWatch::runUntilMissing() {
 }
 
 void PairWatch::needFull() {
-  fullNeeded_ = true;
   interruptions_ = 0;
   fullDue_ = Clock::now();
 }
@@ -111,7 +110,7 @@ void PairWatch::beginCycle(State state) {
 
 // A long scan gives way to a file that the user saves; false when it did.
 bool PairWatch::scan() {
-  setInterruptible(!fullNeeded_ || interruptions_ < kMostInterruptions);
+  setInterruptible(interruptions_ < kMostInterruptions);
   engine_->scanInside();
   if (!interrupted()) engine_->scanOutside();
   setInterruptible(false);
@@ -120,6 +119,7 @@ bool PairWatch::scan() {
 
 void PairWatch::fullCycle(Changes& changes) {
   beginCycle(State::scanning);
+  changes.watchAgain();
   takeChanges(changes);  // those that come from now on may come too late for the scan
   const std::set<std::wstring> pending = std::exchange(folders_, {});
   const Moment start = Clock::now();
@@ -137,7 +137,6 @@ void PairWatch::fullCycle(Changes& changes) {
     fullDue_ = now + pause * interruptions_;
   } else {
     interruptions_ = 0;
-    fullNeeded_ = false;
     fullDue_ =
         now + (carried_ > 0 ? Clock::duration(pause) : std::max<Clock::duration>(pause, kPauseFactor * (now - start)));
   }
@@ -156,7 +155,9 @@ void PairWatch::subCycle() {
 
 void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
   std::map<std::wstring, std::wstring> reasons;
+  bool anyQuarantined = false;
   for (const Notification& told : engine_->takeNotifications()) {
+    if (told.message.compare(0, 10, L"Quarantine") == 0) anyQuarantined = true;
     if (told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
     if (!told.more.empty()) reasons[told.message] = told.more;
   }
@@ -171,8 +172,21 @@ void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
     board_.complainAbout(number_, L"not synchronised yet: " + printable(failure.second) +
                                       (reason == reasons.end() ? L"" : L": " + printable(reason->second)));
   }
-  board_.setErrors(number_, told_.size());
+  // Records are files: they are read when the engine told of one, and now and then.
+  if (anyQuarantined || scanned == nullptr) tellQuarantined();
+  board_.setErrors(number_, told_.size() + quarantined_.size());
   planRetry();
+}
+
+void PairWatch::tellQuarantined() {
+  std::set<std::wstring> records;
+  for (const Quarantined& entry : engine_->quarantined()) {
+    records.insert(entry.record);
+    if (quarantined_.count(entry.record) > 0) continue;
+    board_.complainAbout(number_, L"quarantined: " + printable(setup_.folders().shown(entry.path, false)) + L": " +
+                                      printable(entry.message));
+  }
+  quarantined_.swap(records);
 }
 
 // Failures are tried again after a pause that grows as long as nothing else happens.

@@ -38,6 +38,8 @@ private:
   void beginCycle(StatusBoard::State state);
   /// `scanned`: the folders of a sub-folder cycle; null for a full one.
   void endCycle(const std::set<std::wstring>* scanned);
+  /// Tells of the records that are new.
+  void tellQuarantined();
   void planRetry();
   void noticed(const std::wstring& path);
   void setInterruptible(bool interruptible);
@@ -56,10 +58,10 @@ private:
   std::chrono::seconds retryPause_{0};
   Moment retryDue_ = Moment::max();
   Moment fullDue_;
-  bool fullNeeded_ = false;                      ///< there may be changes that nobody has seen
   std::size_t carried_ = 0;                      ///< in the latest cycle
   std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown
   std::set<std::wstring> told_;                  ///< failures that last, which the user has seen
+  std::set<std::wstring> quarantined_;           ///< records, which the user has seen
   int interruptions_ = 0;                        ///< of full cycles, since the latest whole one
 
   std::mutex interruptMutex_;  ///< guards what follows, which the watcher's threads use

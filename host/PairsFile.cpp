@@ -54,6 +54,8 @@ std::vector<std::vector<std::wstring>> readPairs(const std::wstring& file) {
   std::istringstream lines(contentOf(file));
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
+    // Editors on Windows put a byte order mark in front.
+    if (number == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     std::wstring wide;
     std::vector<std::wstring> arguments;

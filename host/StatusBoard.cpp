@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "StatusBoard.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <map>
 
@@ -32,6 +33,24 @@ const wchar_t* textOf(StatusBoard::State state) {
       break;
   }
   return L"ended";
+}
+
+// Roughly: from the Hangul letters on, terminals mostly take two columns.
+std::size_t columnsOf(wchar_t character) { return static_cast<std::uint32_t>(character) >= 0x1100 ? 2 : 1; }
+
+std::size_t columnsOf(const std::wstring& text) {
+  std::size_t columns = 0;
+  for (const wchar_t character : text) columns += columnsOf(character);
+  return columns;
+}
+
+std::wstring cutTo(const std::wstring& text, std::size_t columns) {
+  std::size_t end = 0;
+  for (std::size_t used = 0; end < text.size(); ++end) {
+    used += columnsOf(text[end]);
+    if (used > columns) break;
+  }
+  return text.substr(0, end);
 }
 
 void put(const std::wstring& text) {
@@ -68,7 +87,7 @@ std::wstring StatusBoard::liveLine() const {
   }
   line += L" | pending " + std::to_wstring(pending) + L" | errors " + std::to_wstring(errors);
   if (!last_.empty()) line += L" | " + last_;
-  return line.substr(0, kLineWidth);
+  return cutTo(line, kLineWidth);
 }
 
 void StatusBoard::erase() {
@@ -80,7 +99,7 @@ void StatusBoard::draw() {
   if (!terminal_ || quiet_) return;
   const std::wstring line = liveLine();
   const std::size_t former = shown_;
-  shown_ = line.size();
+  shown_ = columnsOf(line);
   put(L"\r" + line + std::wstring(former > shown_ ? former - shown_ : 0, L' '));
 }
 

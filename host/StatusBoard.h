@@ -45,7 +45,7 @@ private:
   std::mutex mutex_;
   std::vector<Pair> pairs_;
   std::wstring last_;
-  std::size_t shown_ = 0;  ///< characters of the live line on the screen
+  std::size_t shown_ = 0;  ///< columns of the live line on the screen
 };
 
 }  // namespace host

@@ -31,6 +31,11 @@ void addSetup(Setups& setups, const Options& options) {
     if (platform::samePath(other->work().state(), setup->work().state())) {
       throw Failure{Exit::usage, L"two pairs have the same work folder: " + printable(setup->work().state())};
     }
+    const PairFolders& folders = other->folders();
+    if (platform::samePath(folders.inside, setup->folders().inside) &&
+        platform::samePath(folders.outside, setup->folders().outside)) {
+      throw Failure{Exit::usage, L"a pair is named twice: " + printable(folders.inside)};
+    }
   }
   setups.push_back(std::move(setup));
 }

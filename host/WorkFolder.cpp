@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "WorkFolder.h"
 
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
@@ -65,9 +66,16 @@ bool isStale(const fs::path& lock, const std::string& content) {
   const std::uint64_t owner = std::strtoull(content.c_str(), nullptr, 10);
   if (owner == 0) return platform::stampOf(lock).seconds() + kUnfinishedLockSeconds < secondsNow();
   const std::size_t machine = content.find(' ');
+  const std::size_t end = std::min(content.find('\n'), content.size());
+  const std::size_t start = machine == std::string::npos ? end : std::min(content.find(' ', machine + 1), end);
   // Whether a process of another machine runs cannot be told from here.
-  if (machine != std::string::npos && content.substr(machine + 1) != platform::machineName() + "\n") return false;
-  return owner == platform::processId() || !platform::processRuns(owner);
+  if (machine != std::string::npos && content.substr(machine + 1, start - machine - 1) != platform::machineName()) {
+    return false;
+  }
+  if (owner == platform::processId() || !platform::processRuns(owner)) return true;
+  // Another process may have the number by now, after a restart of the machine say.
+  const std::string now = platform::processStart(owner);
+  return start < end && !now.empty() && content.substr(start + 1, end - start - 1) != now;
 }
 
 /// What the system says, to be put behind a sentence.
@@ -187,7 +195,8 @@ bool WorkFolder::takeLock() const {
   try {
     platform::File file(lockFile(), platform::File::Mode::createNew);
     created = true;
-    const std::string owner = std::to_string(platform::processId()) + " " + platform::machineName() + "\n";
+    const std::string owner = std::to_string(platform::processId()) + " " + platform::machineName() + " " +
+                              platform::processStart(platform::processId()) + "\n";
     file.write(owner.data(), owner.size());
     file.close();
     return true;

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <random>
 
 #include "archive/zip/ArchiveReader.h"
@@ -44,16 +43,26 @@ protected:
         });
     return paths;
   }
-  // A life of an engine in a process of its own; true when it was killed before it ended.
-  bool changeAndKillAfter(std::chrono::microseconds delay, const std::wstring& from, const std::wstring& to) {
+  // A life of an engine in a process of its own, killed a moment after it has dealt with that many archives; false when
+  // it ended before.
+  bool changeAndKillAfter(std::uint64_t archives, useconds_t moment, const std::wstring& from, const std::wstring& to) {
+    int progress[2];
+    if (pipe(progress) != 0) return false;
     const pid_t child = fork();
     if (child == 0) {
+      close(progress[0]);
       Device device(folder / "a", folder / "outside");
       device.handler().setAssetKey(L"main", from);
-      device.handler().changeAssetKey(L"main", to, {});
+      device.handler().changeAssetKey(L"main", to,
+                                      [&](const std::wstring&, const std::wstring&, std::uint64_t done, std::uint64_t) {
+                                        if (done == archives && write(progress[1], "x", 1) != 1) _exit(1);
+                                      });
       _exit(0);
     }
-    usleep(static_cast<useconds_t>(delay.count()));
+    close(progress[1]);
+    char told = 0;
+    if (read(progress[0], &told, 1) == 1) usleep(moment);
+    close(progress[0]);
     kill(child, SIGKILL);
     int status = 0;
     waitpid(child, &status, 0);
@@ -77,12 +86,11 @@ TEST_F(KeyChange, KilledAtTwentyMomentsFinishesWhenCalledAgain) {
   b.cycle();
   const auto before = contents();
   ASSERT_EQ(before.size(), static_cast<std::size_t>(kArchives));
-  unsigned longest = 300000;
   int killed = 0;
   int between = 0;
   for (int round = 1; killed < kKills; ++round) {
     ASSERT_LT(round, 100) << "changes end before they can be killed";
-    if (changeAndKillAfter(std::chrono::microseconds(random() % longest), from, to)) {
+    if (changeAndKillAfter(1 + random() % (kArchives * 5 / 4), static_cast<useconds_t>(random() % 2000), from, to)) {
       ++killed;
       const auto old = unopened(b, from);
       const auto notYet = unopened(b, to);
@@ -91,7 +99,6 @@ TEST_F(KeyChange, KilledAtTwentyMomentsFinishesWhenCalledAgain) {
       EXPECT_TRUE(contents() == before);
       EXPECT_EQ(b.cycle(), "") << "another device copies nothing";
     } else {
-      longest = longest * 3 / 4;
       std::swap(from, to);
     }
     ASSERT_FALSE(HasFailure()) << "round " << round;

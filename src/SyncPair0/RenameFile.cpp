@@ -2,7 +2,7 @@
 // The rename of a file. The archive's name alone changes: its password does not depend on it. What a content hash says
 // of a renamed file's content:
 //
-//     whole file hashed, or size and CRC-32 are what the archive holds    the same; a new time is passed on
+//     shorter than the hashed part, or size and CRC-32 are the archive's  the same; a new time is passed on
 //     hashed in part, newer                                               renamed, and copied as an update
 //     hashed in part, as old or older                                     another file: no rename
 #include <boost/filesystem/exception.hpp>
@@ -16,11 +16,12 @@
 
 namespace Kelta {
 
-// Whether the recorded content is all of the renamed file's.
+// Whether the recorded content is all of the renamed file's. Of a file that ends where the hash does the recorded one
+// may have been longer.
 bool SyncPair::hasRecordedContent(const RenameJob& job, const std::wstring& counterpart) {
   const platform::FileStamp own = stampUnderName(job.ownTo);
   const auto& record = job.one.state.at(job.ownFrom);
-  if (own.size <= kHashedBytes) {
+  if (own.size < kHashedBytes) {
     if (recordedTime(record) == job.time) return true;
     // In the second of the scan it could have been written to again.
     waitOutRunningSecond(own);

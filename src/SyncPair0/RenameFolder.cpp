@@ -18,6 +18,8 @@ bool SyncPair::renameFolder(const RenameJob& job) {
   if (!carryMove(job)) return false;
   followFolder(job.one, job.match, job.ownFrom, job.ownTo);
   followFolder(job.two, job.match, job.from, job.to);
+  forgetOlder(job.one, job.ownTo);
+  forgetOlder(job.two, job.to);
   finishRename(job);
   for (const Side& each : {job.one, job.two}) {
     const std::wstring folder = pathFor(each, job.match.to, true);
@@ -25,6 +27,24 @@ bool SyncPair::renameFolder(const RenameJob& job) {
     scanForDeletes(folder, each.state, each.list, kCheckInterval);
   }
   return true;
+}
+
+// A restored copy of the folder carries its identifier too, and on the other side another folder may have taken its
+// place. The scan sees no file that is older than recorded, and the sides would differ for good: both are merged.
+void SyncPair::forgetOlder(const Side& each, const std::wstring& folder) {
+  std::vector<std::wstring> keys;
+  const auto below = recordsBelow(each.state, folder);
+  for (auto record = below.first; record != below.second; ++record) {
+    if (recordedAsFolder(each.inside, record->first, record->second)) continue;
+    const platform::FileStamp stamp = stampUnderName(record->first);
+    if (stamp.kind != platform::Kind::file || stamp.seconds() >= recordedTime(record->second)) continue;
+    const bool hashed = stamp.size < kHashedBytes;
+    if (hashed && makeRecord(record->first, stamp.seconds())[1] == record->second[1]) continue;
+    keys.push_back(keyOf(each, record->first, false));
+  }
+  for (const std::wstring& key : keys) {
+    if (!key.empty()) forgetBoth(key, false);
+  }
 }
 
 // The records of one side move; nothing below both names is pending any more.

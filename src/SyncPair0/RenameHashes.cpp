@@ -17,6 +17,17 @@ namespace {
 // The hash of a folder of the Inside that could not be marked is the "+" alone.
 bool isMark(const std::wstring& hash) { return !hash.empty() && hash != L"+"; }
 
+// Identifiers of more than one folder: what is in one was copied into another, the ".rid" included.
+std::set<std::wstring> sharedIds(const StateList& state) {
+  std::set<std::wstring> seen;
+  std::set<std::wstring> shared;
+  for (const auto& record : state) {
+    const std::wstring& hash = record.second[1];
+    if (isMark(hash) && hash[0] == L'+' && !seen.insert(hash).second) shared.insert(hash);
+  }
+  return shared;
+}
+
 // The entries below a folder, as a range.
 template <class Map>
 auto rangeBelow(Map& map, const std::wstring& folder) {
@@ -74,8 +85,10 @@ void SyncPair::forgetRenameHashes(const Side& side, const std::wstring& folder) 
 std::vector<RenameCandidate> SyncPair::renameCandidates(const Side& side, bool deleted, bool folders) {
   const RenameHashes& hashes = (deleted ? renameDels_ : renameAdds_)[side.inside ? 0 : 1];
   std::vector<RenameCandidate> candidates;
+  std::set<std::wstring> shared;
+  if (side.inside && deleted && folders && !hashes.empty()) shared = sharedIds(side.state);
   for (const auto& entry : hashes) {
-    if (entry.second.isFolder != folders) continue;
+    if (entry.second.isFolder != folders || shared.count(entry.second.hash) > 0) continue;
     const std::wstring key = keyOf(side, entry.first, folders);
     const auto pending = side.list.find(key);
     if (pending == side.list.end() || pending->second.fullPath != entry.first) continue;

@@ -73,16 +73,31 @@ bool SyncPair::carryMove(const RenameJob& job) {
   return false;
 }
 
+// Whether the line tells of one entry's new name on both sides. Damage might lead out of the pair.
+bool SyncPair::isJournalled(const std::vector<std::wstring>& fields) {
+  const bool isFolder = fields[0] == kFolder;
+  const Side one = sideOf(fields[1]);
+  const Side two = sideOf(fields[3]);
+  if (one.inside == two.inside) return false;
+  const std::wstring key = keyOf(one, fields[2], isFolder);
+  if (key.empty() || (L'/' + key + L'/').find(L"/../") != std::wstring::npos) return false;
+  return keyOf(two, fields[4], isFolder) == key;
+}
+
 // True when the records followed a move that was done before the last run ended.
 bool SyncPair::replayRename(const std::vector<std::wstring>& fields) {
   const bool isFolder = fields[0] == kFolder;
   const platform::Kind kind = isFolder ? platform::Kind::folder : platform::Kind::file;
+  if (!isJournalled(fields)) return false;
   if (stampUnderName(fields[3]).kind == kind || stampUnderName(fields[4]).kind != kind) return false;
   for (const std::size_t i : kPairs) {
     const StateList& state = sideOf(fields[i]).state;
     const auto below = recordsBelow(state, fields[i + 1]);
     if (state.count(fields[i]) == 0 || state.count(fields[i + 1]) > 0 || below.first != below.second) return false;
   }
+  // Another file may have taken the new name since.
+  const StateRecord& record = sideOf(fields[3]).state.at(fields[3]);
+  if (!isFolder && makeRecord(fields[4], recordedTime(record))[1] != record[1]) return false;
   PAIR_INFO("renamed before the last run ended: %s, now %s", utf8(fields[3]).c_str(), utf8(fields[4]).c_str());
   for (const std::size_t i : kPairs) {
     StateList& state = sideOf(fields[i]).state;

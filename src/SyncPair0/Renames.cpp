@@ -43,8 +43,8 @@ void SyncPair::resolveRename(std::wstring folder) {
   const bool foldersMoved = resolveRenames(one);
   // What was pending below a folder was scanned anew under its new name.
   if (foldersMoved) resolveRenames(side(!one.inside));
-  clearRenameHashes(side(true));
-  clearRenameHashes(side(false));
+  // What was scanned of the other side is still to be resolved.
+  clearRenameHashes(one);
   if (renameOccurred_) saveRenames();
 }
 

@@ -270,6 +270,7 @@ private:
   std::wstring journalFile() const;
   void writeJournal(const std::wstring& line);
   void dropJournal();
+  bool isJournalled(const std::vector<std::wstring>& fields);
   bool replayRename(const std::vector<std::wstring>& fields);
   void replayJournal();
   bool carryMove(const RenameJob& job);
@@ -280,6 +281,7 @@ private:
   void finishRename(const RenameJob& job);
   bool renameFolder(const RenameJob& job);
   void followFolder(const Side& each, const RenameMatch& match, const std::wstring& from, const std::wstring& to);
+  void forgetOlder(const Side& each, const std::wstring& folder);
   bool renameFile(const RenameJob& job);
   bool hasRecordedContent(const RenameJob& job, const std::wstring& counterpart);
   bool isDoneAlready(const RenameJob& job, const StateRecord& record);

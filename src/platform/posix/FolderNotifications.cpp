@@ -10,6 +10,8 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <system_error>
 
@@ -65,13 +67,24 @@ public:
   void stop() override { eventfd_write(stop_.number(), 1); }
 
 private:
+  using Clock = std::chrono::steady_clock;
+
+  /// What is seen meanwhile does not put it off.
+  int millisecondsUntilLost() const {
+    const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - toldLost_).count();
+    return static_cast<int>(std::max<std::int64_t>(kIncompleteMilliseconds - passed, 0));
+  }
+
   Event waitOnce() {
     pollfd descriptors[] = {{stop_.number(), POLLIN, 0}, {events_.number(), POLLIN, 0}};
-    const int idle = tree_.isIncomplete() ? kIncompleteMilliseconds : -1;
-    const int ready = poll(descriptors, 2, movedFrom_.empty() ? idle : kMoveMilliseconds);
+    const int untilLost = tree_.isIncomplete() ? millisecondsUntilLost() : -1;
+    if (untilLost == 0 && movedFrom_.empty()) {
+      toldLost_ = Clock::now();
+      return Event::lost;
+    }
+    const int ready = poll(descriptors, 2, movedFrom_.empty() ? untilLost : kMoveMilliseconds);
     if (ready < 0) return errno == EINTR ? Event::changes : Event::ended;
     if (descriptors[0].revents != 0) return Event::stopped;
-    if (ready == 0 && movedFrom_.empty()) return Event::lost;
     if (ready == 0) {
       finishMove();
       return Event::changes;
@@ -147,6 +160,7 @@ private:
   std::string movedFrom_;
   std::uint32_t moveCookie_ = 0;
   bool lost_ = false;
+  Clock::time_point toldLost_ = Clock::now();  ///< while folders are not watched
 };
 
 }  // namespace
