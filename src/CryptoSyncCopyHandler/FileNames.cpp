@@ -131,6 +131,7 @@ std::wstring CryptoSyncCopyHandler::transformName(const std::wstring& path) {
 }
 
 std::vector<std::wstring> CryptoSyncCopyHandler::archiveNames(std::wstring path) {
+  path = genericForm(std::move(path));
   std::vector<std::wstring> names{transformName(path)};
   if (names.front().empty()) return {};
   const auto add = [&](const std::wstring& name) {

@@ -15,6 +15,7 @@
 #include "System.h"
 #include "TempFolder.h"
 #include "VirtualClock.h"
+#include "base/GenericPath.h"
 #include "platform/Files.h"
 
 namespace Kelta {
@@ -148,7 +149,7 @@ public:
   }
   /// The archive of "x" for the entry "x.kelta" of the Outside, under the name it has; any other entry as it is.
   fs::path archive(const fs::path& entry) {
-    const std::wstring plain = platform::wideOf((outside_ / entry).replace_extension());
+    const std::wstring plain = genericForm(platform::wideOf((outside_ / entry).replace_extension()));
     if (!names_ || entry.extension() != ".kelta" || entry.stem().empty()) return outside_ / entry;
     const std::vector<std::wstring> names = handler_->archiveNames(plain);
     for (const std::wstring& name : names) {
