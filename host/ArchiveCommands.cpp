@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <kelsyncpair/kelsyncpair.h>
 
-#include <boost/filesystem/operations.hpp>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -15,8 +14,6 @@
 #include "platform/Console.h"
 #include "platform/Text.h"
 #include "platform/Utf8.h"
-
-namespace fs = boost::filesystem;
 
 namespace Kelta {
 namespace host {
