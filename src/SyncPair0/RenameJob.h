@@ -2,6 +2,7 @@
 #pragma once
 
 #include "SyncPair0/RenameMatch.h"
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 
 namespace Kelta {
@@ -17,8 +18,5 @@ struct SyncPair::RenameJob {
   std::wstring to;
   std::int64_t time;  ///< of the renamed entry, as scanned
 };
-
-/// An entry that is only found here under another name is another one: its kind is `other`.
-platform::FileStamp stampUnderName(const std::wstring& path);
 
 }  // namespace Kelta

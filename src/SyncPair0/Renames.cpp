@@ -30,12 +30,6 @@ bool isFree(const std::wstring& target, const std::wstring& entry) {
 
 }  // namespace
 
-platform::FileStamp stampUnderName(const std::wstring& path) {
-  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
-  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::other;
-  return stamp;
-}
-
 void SyncPair::resolveRename(std::wstring folder) {
   if (!ok_ || !handler_) return;
   handler_->beginOperation();

@@ -4,6 +4,7 @@
 #include <boost/filesystem/exception.hpp>
 #include <cstdlib>
 
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
@@ -16,15 +17,8 @@ namespace {
 // File systems keep times in steps of up to two seconds.
 constexpr std::int64_t kTimeStep = 2;
 
-// An entry that is only found here under a short name is another one.
-platform::FileStamp lookAt(const std::wstring& path) {
-  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
-  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::other;
-  return stamp;
-}
-
 bool isThere(const std::wstring& path) {
-  const platform::Kind kind = lookAt(path).kind;
+  const platform::Kind kind = stampUnderName(path).kind;
   return kind == platform::Kind::file || kind == platform::Kind::folder;
 }
 
@@ -57,7 +51,7 @@ void SyncPair::refreshParent(const std::wstring& key) {
   // A parent that is gone keeps its record: its own deletion is still to be carried over.
   for (const Side& each : {side(true), side(false)}) {
     const std::wstring path = pathFor(each, parent, true);
-    if (lookAt(path).kind == platform::Kind::folder) setState(each.state, path);
+    if (stampUnderName(path).kind == platform::Kind::folder) setState(each.state, path);
   }
 }
 
@@ -103,7 +97,7 @@ void SyncPair::carryFolder(const Side& from, const Side& to, const std::wstring&
 // Whether overwriting the target loses nothing that was not seen: it is missing, or as the scan or the state knows it.
 bool SyncPair::targetIsAsKnown(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target,
                                const SyncObject* other) {
-  const platform::FileStamp stamp = lookAt(target);
+  const platform::FileStamp stamp = stampUnderName(target);
   if (stamp.kind == platform::Kind::missing) return true;
   if (stamp.kind != platform::Kind::file || isFileLocked(target)) return false;
   if (other && !other->deletion) return stamp.seconds() == other->timestamp;
@@ -123,7 +117,7 @@ void SyncPair::waitOutRunningSecond(const platform::FileStamp& stamp) {
 // Copies, and tells the time that the source had before; false also when the source changed under way.
 bool SyncPair::copyUnchanged(const std::wstring& source, const std::wstring& target, std::int64_t& time,
                              std::wstring& written, const std::function<bool()>& mayWrite) {
-  const platform::FileStamp before = lookAt(source);
+  const platform::FileStamp before = stampUnderName(source);
   waitOutRunningSecond(before);
   time = before.seconds();
   bool copied = false;
@@ -134,7 +128,7 @@ bool SyncPair::copyUnchanged(const std::wstring& source, const std::wstring& tar
   }
   PAIR_INFO("copied successfully? %s", log::truth(copied));
   if (!copied) return false;
-  if (lookAt(source).sameContent(before)) return true;
+  if (stampUnderName(source).sameContent(before)) return true;
   PAIR_INFO("changed while it was copied: %s", utf8(source).c_str());
   return false;
 }
@@ -145,7 +139,7 @@ void SyncPair::recordCopy(const Side& from, const Side& to, const std::wstring& 
                           std::int64_t time, const std::wstring& written) {
   stateChanged_ = true;
   from.state[source] = makeRecord(source, time);
-  const platform::FileStamp placed = lookAt(written);
+  const platform::FileStamp placed = stampUnderName(written);
   // A file system with coarse times shows a whole, even second.
   const std::int64_t stored = placed.kind == platform::Kind::missing ? time : placed.seconds();
   const bool rounded = placed.nanoseconds % (kTimeStep * 1000000000) == 0 && std::abs(stored - time) <= kTimeStep;
@@ -164,7 +158,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
   }
   platform::FileStamp loser;  // as it was kept
   const auto mayWrite = [&] {
-    const platform::FileStamp now = lookAt(target);
+    const platform::FileStamp now = stampUnderName(target);
     const bool kept = loser.kind == platform::Kind::missing || now.kind == platform::Kind::missing;
     return (kept || now.sameContent(loser)) && targetIsAsKnown(from, to, source, target, other);
   };
@@ -178,8 +172,8 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
     return copyFailed(from, key, so);
   }
   const bool two = to.inside && spares_.count(key) > 0;  // devices may have written both without knowing of each other
-  if ((otherThere || two) && lookAt(target).kind == platform::Kind::file) {
-    loser = lookAt(target);
+  if ((otherThere || two) && stampUnderName(target).kind == platform::Kind::file) {
+    loser = stampUnderName(target);
     const Kept kept = to.inside ? keepInsideLoser(source, target) : keepOutsideLoser(source, target);
     if (kept == Kept::unreadable) return noteGivenUp(key, source, so.timestamp);
     if (kept == Kept::no) return copyFailed(from, key, so);
@@ -200,7 +194,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
 
 void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                              const SyncObject* other) {
-  const platform::FileStamp source = lookAt(so.fullPath);
+  const platform::FileStamp source = stampUnderName(so.fullPath);
   const bool there = isThere(so.fullPath) && !liesBelowOtherName(from, so.fullPath);
   if (source.kind == platform::Kind::unknown || there) {
     const bool sameKind = (source.kind == platform::Kind::folder) == so.isFolder;
@@ -213,7 +207,7 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   // The archive goes on under another name: that is no deletion, or a newer one has come that nobody has seen.
   const Archives archives = so.isFolder ? Archives() : archivesThere(key);
   if (archives.size() > (from.inside ? 1U : 0U)) return carryArchiveBack(from, to, key, archives);
-  const platform::FileStamp stamp = lookAt(target);
+  const platform::FileStamp stamp = stampUnderName(target);
   const auto record = to.state.find(target);
   const bool asRecorded = record != to.state.end() && stamp.seconds() == recordedTime(record->second);
   if (!so.isFolder && stamp.kind == platform::Kind::file && !asRecorded) {

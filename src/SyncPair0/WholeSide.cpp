@@ -2,6 +2,7 @@
 // Operations over one whole side that are no part of a cycle.
 #include <boost/filesystem/exception.hpp>
 
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -11,15 +12,9 @@
 namespace Kelta {
 namespace {
 
-platform::FileStamp lookAt(const std::wstring& path) {
-  platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
-  if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::other;
-  return stamp;
-}
-
 bool isAsRecorded(const StateList& list, const std::wstring& path) {
   const auto record = list.find(path);
-  const platform::FileStamp stamp = lookAt(path);
+  const platform::FileStamp stamp = stampUnderName(path);
   return record != list.end() && stamp.kind == platform::Kind::file && stamp.seconds() == recordedTime(record->second);
 }
 
@@ -76,7 +71,7 @@ std::vector<SyncPair::Removal> SyncPair::planRemovals(bool inside, std::uint64_t
     const bool isFolder = recordedAsFolder(inside, record.first, record.second);
     const std::wstring key = keyOf(own, record.first, isFolder);
     const std::wstring counterpart = key.empty() ? key : pathFor(side(!inside), key, isFolder);
-    const platform::FileStamp stamp = lookAt(record.first);
+    const platform::FileStamp stamp = stampUnderName(record.first);
     if (isFolder || (!key.empty() && inSync(own, record.first, counterpart))) {
       removals.push_back({record.first, counterpart, isFolder, stamp});
     } else if (stamp.kind != platform::Kind::missing) {
@@ -102,7 +97,7 @@ void SyncPair::forgetRemovals(const std::vector<Removal>& removals) {
 
 bool SyncPair::remove(const Removal& removal, bool inside) {
   const auto path = platform::pathOf(removal.path);
-  const platform::FileStamp now = lookAt(removal.path);
+  const platform::FileStamp now = stampUnderName(removal.path);
   if (now.kind == platform::Kind::missing) return true;
   if (removal.isFolder) return now.kind == platform::Kind::folder && removeEmptied(path);
   if (!now.sameContent(removal.stamp)) return false;
