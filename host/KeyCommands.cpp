@@ -4,6 +4,7 @@
 #include "Commands.h"
 #include "Engine.h"
 #include "PairKey.h"
+#include "PairSetup.h"
 #include "RecoverCommand.h"
 #include "Terminal.h"
 #include "platform/Files.h"
@@ -13,12 +14,6 @@ namespace fs = boost::filesystem;
 namespace Kelta {
 namespace host {
 namespace {
-
-const std::vector<OptionRule> kVerifyRules = {{L"--inside", L"", true},
-                                              {L"--outside", L"", true},
-                                              {L"--work", L"", true},
-                                              {L"--key-file", L"", true},
-                                              {L"--asset", L"", true}};
 
 /// Counts what an operation over all archives tells, and names the archives that are not as they should be.
 class Counter : public EntryListener {
@@ -42,10 +37,6 @@ private:
   const PairFolders& pair_;
   std::map<std::wstring, std::uint64_t> counts_;
 };
-
-EngineSettings settingsOf(const PairFolders& pair, const WorkFolder& work) {
-  return {pair.inside, pair.outside, work.state(), work.temp(), work.log(), false};
-}
 
 /// The key that is to take over. While a change is not finished it is the one that was begun with; throws Failure
 /// (usage) when another is asked for.
@@ -117,22 +108,20 @@ void takeOver(const FoundKey& old, const FoundKey& fresh, const WorkFolder& work
 }
 
 Exit rotate(const Arguments& arguments) {
-  std::vector<OptionRule> rules = kVerifyRules;
+  std::vector<OptionRule> rules = rulesWith(kKeyRules);
   rules.push_back({L"--new-key-file", L"", true});
   rules.push_back({L"--make-key", L"", false});
   const Options options(arguments, rules);
   options.refuseOperands();
   const std::wstring asset = assetOf(options);
-  const std::wstring inside = options.required(L"--inside");
-  const PairFolders pair(inside, options.required(L"--outside"));
-  WorkFolder work(options.value(L"--work"), pair);
-  pair.requirePresent();
-  work.open();
+  NamedPair named(options);
+  const PairFolders& pair = named.folders;
+  WorkFolder& work = named.work;
   const FoundKey old = pairKey(options, work, pair, false);
   work.claim();
   work.prepareLog();
   Counter counter(pair);
-  Engine engine(settingsOf(pair, work));
+  Engine engine(named.settings());
   engine.setListener(counter);
   engine.setKey(asset, old.text.c_str());
   engine.loadState();
@@ -159,17 +148,15 @@ Exit rotate(const Arguments& arguments) {
 }
 
 Exit verify(const Arguments& arguments) {
-  const Options options(arguments, kVerifyRules);
+  const Options options(arguments, rulesWith(kKeyRules));
   options.refuseOperands();
-  const std::wstring inside = options.required(L"--inside");
-  const PairFolders pair(inside, options.required(L"--outside"));
-  WorkFolder work(options.value(L"--work"), pair);
-  pair.requirePresent();
-  work.open();
+  NamedPair named(options);
+  const PairFolders& pair = named.folders;
+  WorkFolder& work = named.work;
   const FoundKey key = pairKey(options, work, pair, false);
   work.prepareLog();
   Counter counter(pair);
-  Engine engine(settingsOf(pair, work));
+  Engine engine(named.settings());
   engine.setListener(counter);
   engine.setKey(assetOf(options), key.text.c_str());
   const bool right = engine.verifyArchives();

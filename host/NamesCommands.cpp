@@ -6,6 +6,7 @@
 #include "Commands.h"
 #include "Engine.h"
 #include "PairKey.h"
+#include "PairSetup.h"
 #include "Terminal.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
@@ -19,21 +20,6 @@ namespace {
 constexpr std::size_t kMaxCharacters = 260;
 constexpr std::size_t kMaxBytes = 255;
 const std::wstring kArchiveSuffix = L".kelta";
-
-std::vector<OptionRule> rulesWith(std::vector<OptionRule> more) {
-  std::vector<OptionRule> rules = {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}};
-  rules.insert(rules.end(), more.begin(), more.end());
-  return rules;
-}
-
-PairFolders pairOf(const Options& options) {
-  const std::wstring inside = options.required(L"--inside");
-  return PairFolders(inside, options.required(L"--outside"));
-}
-
-EngineSettings settingsOf(const PairFolders& pair, const WorkFolder& work) {
-  return {pair.inside, pair.outside, work.state(), work.temp(), work.log(), false};
-}
 
 std::wstring column(const std::wstring& text, std::size_t width) {
   return std::wstring(text.size() < width ? width - text.size() : 0, L' ') + text;
@@ -79,14 +65,13 @@ Exit namesCommand(const Arguments& arguments) {
   const Options options(arguments, rulesWith(kKeyRules));
   const std::wstring wish = options.onlyOperand(L"on or off");
   if (wish != L"on" && wish != L"off") throw Failure{Exit::usage, L"names takes on or off"};
-  const PairFolders pair = pairOf(options);
-  WorkFolder work(options.value(L"--work"), pair);
-  pair.requirePresent();
-  work.open();
+  NamedPair named(options);
+  const PairFolders& pair = named.folders;
+  WorkFolder& work = named.work;
   const FoundKey key = pairKey(options, work, pair, false);
   work.claim();
   work.prepareLog();
-  Engine engine(settingsOf(pair, work));
+  Engine engine(named.settings());
   openWithKey(engine, options, key, work);
   work.rememberNames(wish == L"on");
   engine.setNames(wish == L"on");
@@ -101,13 +86,12 @@ Exit namesCommand(const Arguments& arguments) {
 Exit lsCommand(const Arguments& arguments) {
   const Options options(arguments, rulesWith(kKeyRules));
   options.refuseOperands();
-  const PairFolders pair = pairOf(options);
-  WorkFolder work(options.value(L"--work"), pair);
-  pair.requirePresent();
-  work.open();
+  NamedPair named(options);
+  const PairFolders& pair = named.folders;
+  WorkFolder& work = named.work;
   const FoundKey key = pairKey(options, work, pair, false);
   work.prepareLog();
-  Engine engine(settingsOf(pair, work));
+  Engine engine(named.settings());
   engine.setKey(assetOf(options), key.text.c_str());
   std::size_t unreadable = 0;
   say(L"name         bytes  file");
@@ -128,12 +112,11 @@ Exit lsCommand(const Arguments& arguments) {
 Exit checkCommand(const Arguments& arguments) {
   const Options options(arguments, rulesWith({}));
   options.refuseOperands();
-  const PairFolders pair = pairOf(options);
-  WorkFolder work(options.value(L"--work"), pair);
-  pair.requirePresent();
-  work.open();
+  NamedPair named(options);
+  const PairFolders& pair = named.folders;
+  WorkFolder& work = named.work;
   work.prepareLog();
-  Engine engine(settingsOf(pair, work));
+  Engine engine(named.settings());
   engine.setKey(L"check", L"any key gives names of the same lengths");
   std::size_t tooLong[2] = {0, 0};
   bool headed = false;

@@ -41,32 +41,43 @@ bool hasEncryptedNames(Engine& engine, const std::wstring& outside) {
 
 }  // namespace
 
-std::vector<OptionRule> pairRules() {
-  return {{L"--inside", L"", true}, {L"--outside", L"", true},   {L"--work", L"", true},   {L"--key-file", L"", true},
-          {L"--asset", L"", true},  {L"--make-key", L"", false}, {L"--names", L"", false}, {L"--compress", L"", false}};
+std::vector<OptionRule> rulesWith(std::vector<OptionRule> more) {
+  std::vector<OptionRule> rules = {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}};
+  rules.insert(rules.end(), more.begin(), more.end());
+  return rules;
 }
 
-PairSetup::PairSetup(const Options& options)
-    : options_(checked(options)),
-      folders_(foldersOf(options)),
-      work_(options.value(L"--work"), folders_),
-      compress_(options.has(L"--compress")) {
-  folders_.requirePresent();
-  work_.open();
+NamedPair::NamedPair(const Options& options) : folders(foldersOf(options)), work(options.value(L"--work"), folders) {
+  folders.requirePresent();
+  work.open();
 }
+
+EngineSettings NamedPair::settings() const {
+  return {folders.inside, folders.outside, work.state(), work.temp(), work.log(), false};
+}
+
+std::vector<OptionRule> pairRules() {
+  std::vector<OptionRule> rules = rulesWith(kKeyRules);
+  for (const wchar_t* const flag : {L"--make-key", L"--names", L"--compress"}) rules.push_back({flag, L"", false});
+  return rules;
+}
+
+PairSetup::PairSetup(const Options& options) : options_(checked(options)), pair_(options) {}
 
 void PairSetup::prepare() {
-  work_.requireNoKeyChange();
-  key_ = pairKey(options_, work_, folders_, options_.has(L"--make-key"));
-  work_.claim();
-  work_.prepareLog();
+  pair_.work.requireNoKeyChange();
+  key_ = pairKey(options_, pair_.work, pair_.folders, options_.has(L"--make-key"));
+  pair_.work.claim();
+  pair_.work.prepareLog();
 }
 
 std::unique_ptr<Engine> PairSetup::engine(EntryListener& listener, const std::wstring& log) const {
-  auto engine = std::make_unique<Engine>(
-      EngineSettings{folders_.inside, folders_.outside, work_.state(), work_.temp(), log, compress_});
+  EngineSettings settings = pair_.settings();
+  settings.log = log;
+  settings.compress = options_.has(L"--compress");
+  auto engine = std::make_unique<Engine>(settings);
   engine->setListener(listener);
-  openWithKey(*engine, options_, key_, work_);
+  openWithKey(*engine, options_, key_, pair_.work);
   turnNamesOver(*engine);
   return engine;
 }
@@ -75,12 +86,12 @@ std::unique_ptr<Engine> PairSetup::engine(EntryListener& listener, const std::ws
 // since an earlier time may have been ended before it was done.
 void PairSetup::turnNamesOver(Engine& engine) const {
   const bool asked = options_.has(L"--names");
-  const bool on = asked || work_.namesRemembered();
+  const bool on = asked || pair_.work.namesRemembered();
   engine.setNames(on);
-  if (!on && hasEncryptedNames(engine, folders_.outside))
+  if (!on && hasEncryptedNames(engine, pair_.folders.outside))
     complain(L"other devices encrypt names on the Outside, this one writes plain ones; --names encrypts them here too");
   if (!asked) return;
-  work_.rememberNames(true);
+  pair_.work.rememberNames(true);
   engine.resetNames();
 }
 

@@ -14,6 +14,20 @@
 namespace Kelta {
 namespace host {
 
+/// The options that say which pair is meant, and `more`.
+std::vector<OptionRule> rulesWith(std::vector<OptionRule> more);
+
+/// The pair that the options name, with its work folder opened.
+struct NamedPair {
+  /// Throws Failure: usage, folderMissing, or what WorkFolder::open() throws.
+  explicit NamedPair(const Options& options);
+  /// Those of an engine whose log goes to the work folder.
+  EngineSettings settings() const;
+
+  PairFolders folders;
+  WorkFolder work;
+};
+
 /// The options that say which pair is meant and how it is synchronised.
 std::vector<OptionRule> pairRules();
 
@@ -23,8 +37,8 @@ public:
   /// Throws Failure: usage, folderMissing, or what WorkFolder::open() throws.
   explicit PairSetup(const Options& options);
 
-  const PairFolders& folders() const { return folders_; }
-  const WorkFolder& work() const { return work_; }
+  const PairFolders& folders() const { return pair_.folders; }
+  const WorkFolder& work() const { return pair_.work; }
   /// Finds the key, asking the user for it if need be, and gets the work folder ready. Throws Failure.
   void prepare();
   const std::wstring& keySource() const { return key_.source; }
@@ -36,9 +50,7 @@ private:
   void turnNamesOver(Engine& engine) const;
 
   Options options_;
-  PairFolders folders_;
-  WorkFolder work_;
-  bool compress_;
+  NamedPair pair_;
   FoundKey key_;
 };
 
