@@ -58,6 +58,8 @@ Changes::~Changes() {
 
 void Changes::watchAgain() { kelsync_fw_startwatch(watcher_); }
 
+bool Changes::incomplete() const { return kelsync_fw_incomplete(watcher_) != 0; }
+
 void Changes::changed(const wchar_t* path) {
   const std::wstring generic = genericOf(platform::pathOf(path));
   if (isEngineFile(generic)) return;

@@ -31,6 +31,8 @@ public:
 
   /// Watches a folder of the pair again whose watch has ended, since another folder was put in its place.
   void watchAgain();
+  /// Whether the system refuses to watch all of the folders.
+  bool incomplete() const;
   /// Waits until a burst of changes is over, or `end` comes, or the user wants to stop.
   void wait(Moment end);
   /// Changed paths in generic form since the last call. `anything`: more than these may have changed.

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Engine.h"
 
-#include <boost/property_tree/json_parser.hpp>
 #include <mutex>
-#include <sstream>
 
 #include "Failure.h"
 #include "Stop.h"
@@ -13,8 +11,6 @@
 namespace Kelta {
 namespace host {
 namespace {
-
-using Tree = boost::property_tree::wptree;
 
 std::mutex logMutex;  // the log is the process's
 
@@ -42,21 +38,6 @@ std::wstring mappedName(kelsync_pair* handle, MapName map, const std::wstring& n
   freeme(block);
   return text;
 }
-
-/// The list `name` of a JSON text that the library handed out; empty when there is none.
-Tree listOf(const std::wstring& text, const std::wstring& name) {
-  if (text.empty()) return Tree();
-  std::wistringstream stream(text);
-  Tree tree;
-  try {
-    boost::property_tree::read_json(stream, tree);
-  } catch (const boost::property_tree::json_parser_error&) {
-    throw Failure{Exit::failed, L"the engine's list of " + name + L" cannot be read"};
-  }
-  return tree.get_child(name, Tree());
-}
-
-std::wstring member(const Tree& tree, const wchar_t* name) { return tree.get<std::wstring>(name, std::wstring()); }
 
 }  // namespace
 
@@ -173,14 +154,6 @@ bool Engine::ok() const { return kelsync_ok(handle_) != 0; }
 
 bool Engine::stopAsked() const { return Stop::asked(); }
 
-std::vector<Notification> notificationsOf(const std::wstring& text) {
-  std::vector<Notification> list;
-  for (const auto& child : listOf(text, L"notifications")) {
-    list.push_back({member(child.second, L"type"), member(child.second, L"message"), member(child.second, L"more")});
-  }
-  return list;
-}
-
 std::vector<Notification> Engine::takeNotifications() {
   const std::wstring text = textOf(handle_, kelsync_get_notifications_JSON);
   const std::size_t start = text.find(L'[') + 1;
@@ -193,15 +166,9 @@ std::vector<Notification> Engine::takeNotifications() {
 
 std::wstring Engine::quarantineText() { return textOf(handle_, kelsync_quarantine_get_JSON); }
 
-std::vector<Quarantined> Engine::quarantined() {
-  std::vector<Quarantined> list;
-  for (const auto& child : listOf(quarantineText(), L"quarantined")) {
-    list.push_back({member(child.second, L"record_file"), member(child.second, L"errorid"),
-                    member(child.second, L"quarantine_path"), member(child.second, L"message"),
-                    member(child.second, L"timestamp")});
-  }
-  return list;
-}
+std::vector<Quarantined> Engine::quarantined() { return quarantinedOf(quarantineText()); }
+
+std::wstring Engine::waitingText() { return textOf(handle_, kelsync_get_waiting_JSON); }
 
 void Engine::clearRecord(const Quarantined& record) { kelsync_quarantine_clear_rec(handle_, record.record.c_str()); }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "Lists.h"
+
 namespace Kelta {
 namespace host {
 
@@ -21,23 +23,6 @@ struct EngineSettings {
   std::wstring log;
   bool compress = false;
 };
-
-struct Notification {
-  std::wstring type;
-  std::wstring message;
-  std::wstring more;  ///< a reason; often empty
-};
-
-struct Quarantined {
-  std::wstring record;
-  std::wstring errorId;
-  std::wstring path;
-  std::wstring message;
-  std::wstring time;  ///< UTC, ISO 8601
-};
-
-/// The notifications of a JSON text as the library hands it out. Throws Failure when it cannot be read.
-std::vector<Notification> notificationsOf(const std::wstring& text);
 
 /// Receives what a cycle does, entry by entry.
 class EntryListener {
@@ -105,6 +90,8 @@ public:
   std::vector<Quarantined> quarantined();
   /// The same as the library hands it out.
   std::wstring quarantineText();
+  /// What is left for later, as the library hands it out. Between commands.
+  std::wstring waitingText();
   void clearRecord(const Quarantined& record);
 
 private:

@@ -3,6 +3,8 @@
 
 #include <map>
 
+#include "KeyHelp.h"
+
 namespace Kelta {
 namespace host {
 namespace {
@@ -61,7 +63,10 @@ work folder, and is asked for on a terminal otherwise. It is 64 hex digits or 32
 other text is a pass phrase, which is hashed once without salt and must be long and random.
 Keep a copy of the key elsewhere: without it nothing on the Outside can be opened.
 
-Exit codes: 0 done, 1 something could not be synchronised or another run uses the work folder, 2 usage,
+A file that is being written to, or cannot be replaced while a program has it open, is left for a later
+run, and listed at the end.
+
+Exit codes: 0 done, 1 something is not synchronised or another run uses the work folder, 2 usage,
 3 a folder of the pair is missing, 4 no key or a wrong one, 130 interrupted (what was finished stays;
 the next run does the rest).
 )";
@@ -92,21 +97,22 @@ Lists the archives of the Outside: whether the name is plain, encrypted or unrea
   --key-file FILE  a text file that holds the key
   --asset ID       the id of the key (default: main)
 
-Exit codes: 0 listed; 1 a name is unreadable, or another run uses the work folder; 2 usage; 3 a folder of the pair is
-missing; 4 no key.
+It may run while the pair is synchronised or watched.
+
+Exit codes: 0 listed; 1 a name is unreadable; 2 usage; 3 a folder of the pair is missing; 4 no key.
 )";
 
 const char* const kCheck = R"(kelsync check --inside DIR --outside DIR [--work DIR]
 
 Shows the files of the Inside that could not be encrypted, since the path on the Outside would be longer than 260
 characters or the name longer than 255 bytes: "!" behind the numbers for plain and for encrypted names. Needs no key,
-and encrypts nothing.
+and encrypts nothing. It may run while the pair is synchronised or watched.
 
   --inside DIR   the plain files
   --outside DIR  the encrypted archives
   --work DIR     the work folder of the pair, when it is not the default one
 
-Exit codes: 0 all fit; 1 some do not, or another run uses the work folder; 2 usage; 3 a folder of the pair is missing.
+Exit codes: 0 all fit; 1 some do not; 2 usage; 3 a folder of the pair is missing.
 )";
 
 const char* const kWatch = R"(kelsync watch --inside DIR --outside DIR [options]
@@ -116,8 +122,8 @@ Keeps the folders in step until it is stopped (Ctrl-C, SIGTERM): watches both, a
 it was made. On a terminal it shows what it is doing, elsewhere a line for each entry.
 
   --pairs FILE     keep several pairs in step: FILE has one a line, each with these options, but for --pairs and
-                   --quiet; double quotes hold together what has spaces in it; a line that
-                   begins with # is left out
+                   --quiet; double quotes hold together what has spaces in it, ~ at the start of a path is
+                   the home folder; a line that begins with # is left out
   -q, --quiet      show only what cannot be synchronised
 
 The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync".
@@ -128,15 +134,17 @@ at the start; 4 no key or a wrong one.
 
 const char* const kStatus = R"(kelsync status --inside DIR --outside DIR [--work DIR] [--json]
 
-Shows the files that are not synchronised, with the time and the reason, and the notifications of the last run. Changes
-nothing on either side.
+Shows the files that are not synchronised, with the time and the reason; those that are left for later, by reason (they
+are being written to, or in use, or their times lie in the future, or their share waits to be confirmed); and the
+notifications of the last run. Changes nothing on either side, and may run while the pair is synchronised or watched.
 
   --inside DIR   the plain files
   --outside DIR  the encrypted archives
   --work DIR     the work folder of the pair, when it is not the default one
-  --json         both as the library hands them out: the quarantine on one line, the notifications on the next
+  --json         all three as the library hands them out, each on a line: the quarantine, the notifications, what waits
 
-Exit codes: 0 shown, whether anything is quarantined or not; 1 the work folder cannot be read; 2 usage.
+Exit codes: 0 shown, whether anything is quarantined or not; 1 the pair was not synchronised yet with this work folder,
+or it cannot be read; 2 usage; 3 a folder of the pair is missing.
 )";
 
 const char* const kQuarantine = R"(kelsync quarantine clear --inside DIR --outside DIR [--work DIR] [PATH...]
@@ -148,36 +156,8 @@ file whose reason still holds is recorded again by the next run.
   --outside DIR  the encrypted archives
   --work DIR     the work folder of the pair, when it is not the default one
 
-Exit codes: 0 cleared; 1 a PATH has no record, a record could not be removed, or another run uses the work folder;
-2 usage.
-)";
-
-const char* const kKey = R"(kelsync key rotate --inside DIR --outside DIR [options]
-kelsync key verify --inside DIR --outside DIR [options]
-kelsync key recover ARCHIVE -o FILE [--key-file FILE] [--work DIR]
-
-rotate brings every archive on the Outside under a new key, on one device only; the files in them are not encrypted
-anew. Keep the old key until it says that it is done. Interrupted or failed, it goes on where it was when it is run
-again, and until then "kelsync sync" refuses to run. Afterwards the other devices need the new key. What one of them
-made under the old key meanwhile follows with --key-file OLD --new-key-file NEW.
-verify tries the key on every archive without decrypting the files.
-recover decrypts one archive into FILE, which must not exist yet. It needs no pair: nothing but the archive and its key.
-
-  --inside DIR         the plain files
-  --outside DIR        the encrypted archives
-  --work DIR           the work folder of the pair, when it is not the default one
-  --key-file FILE      a text file that holds the key (rotate: the old one)
-  --new-key-file FILE  rotate: a text file that holds the new key
-  --make-key           rotate: make a new random key, in the work folder (or in the file of --new-key-file)
-  --asset ID           the id that the archives name as their key's (default: main)
-  -o, --output FILE    recover: the file to write
-
-The key is looked for as by "kelsync sync". The new one is taken from --new-key-file, from the environment variable
-KELSYNC_NEW_KEY, or is asked for on a terminal. When the pair's own key, in the work folder, was the old one, the new
-one takes its place and the old one is kept beside it as "key.old" (then "key.old.2", and so on).
-
-Exit codes: 0 done; 1 some archives could not be read or replaced, or are damaged; 2 usage; 3 a folder of the pair is
-missing; 4 no key, or one that does not open an archive; 130 interrupted.
+Exit codes: 0 cleared; 1 a PATH has no record, a record could not be removed, the pair was not synchronised yet, or
+another run uses the work folder; 2 usage; 3 a folder of the pair is missing, and was never synchronised.
 )";
 
 const char* const kPack = R"(kelsync pack FILE -o ARCHIVE [--meta FILE] [--compress | --store]
@@ -204,7 +184,8 @@ replaced. The password is the environment variable KELSYNC_PASSWORD, or is asked
 
 const char* const kMeta = R"(kelsync meta ARCHIVE [--entry NAME]
 
-Prints an entry of ARCHIVE, as text.
+Prints an entry of ARCHIVE, as text. On a terminal control characters are shown as \t, \u{1b} and so on, since
+whoever made the archive chose them; a file or a pipe gets the text as it is.
 
   --entry NAME  the entry to print (default: __KELASSET_.json, the metadata of a pair's archives)
 
@@ -225,10 +206,21 @@ them, itself encrypted: an archive whose metadata is lost cannot be opened any m
 std::string generalHelp() { return kGeneral; }
 
 std::string helpOf(const std::wstring& command) {
-  static const std::map<std::wstring, const char*> texts = {
-      {L"sync", kSync},   {L"watch", kWatch},   {L"status", kStatus}, {L"quarantine", kQuarantine},
-      {L"names", kNames}, {L"ls", kLs},         {L"check", kCheck},   {L"key", kKey},
-      {L"pack", kPack},   {L"unpack", kUnpack}, {L"meta", kMeta},     {L"set-meta", kSetMeta}};
+  static const std::map<std::wstring, const char*> texts = {{L"sync", kSync},
+                                                            {L"watch", kWatch},
+                                                            {L"status", kStatus},
+                                                            {L"quarantine", kQuarantine},
+                                                            {L"names", kNames},
+                                                            {L"ls", kLs},
+                                                            {L"check", kCheck},
+                                                            {L"key", kKeyHelp},
+                                                            {L"pack", kPack},
+                                                            {L"unpack", kUnpack},
+                                                            {L"meta", kMeta},
+                                                            {L"set-meta", kSetMeta},
+                                                            {L"key rotate", kKeyRotateHelp},
+                                                            {L"key verify", kKeyVerifyHelp},
+                                                            {L"key recover", kKeyRecoverHelp}};
   const auto found = texts.find(command);
   return found == texts.end() ? std::string() : found->second;
 }

@@ -9,7 +9,7 @@ namespace host {
 /// The general help.
 std::string generalHelp();
 
-/// The help of one command; empty when there is no such command.
+/// The help of one command, "sync" or "key rotate"; empty when there is no such command.
 std::string helpOf(const std::wstring& command);
 
 /// "kelsync 0.1.0".

@@ -115,6 +115,7 @@ Exit rotate(const Arguments& arguments) {
   options.refuseOperands();
   const std::wstring asset = assetOf(options);
   NamedPair named(options);
+  named.open();
   const PairFolders& pair = named.folders;
   WorkFolder& work = named.work;
   const FoundKey old = pairKey(options, work, pair, false);
@@ -151,10 +152,9 @@ Exit verify(const Arguments& arguments) {
   const Options options(arguments, rulesWith(kKeyRules));
   options.refuseOperands();
   NamedPair named(options);
+  named.openForReading();
   const PairFolders& pair = named.folders;
-  WorkFolder& work = named.work;
-  const FoundKey key = pairKey(options, work, pair, false);
-  work.prepareLog();
+  const FoundKey key = pairKey(options, named.work, pair, false);
   Counter counter(pair);
   Engine engine(named.settings());
   engine.setListener(counter);

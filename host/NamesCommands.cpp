@@ -66,6 +66,7 @@ Exit namesCommand(const Arguments& arguments) {
   const std::wstring wish = options.onlyOperand(L"on or off");
   if (wish != L"on" && wish != L"off") throw Failure{Exit::usage, L"names takes on or off"};
   NamedPair named(options);
+  named.open();
   const PairFolders& pair = named.folders;
   WorkFolder& work = named.work;
   const FoundKey key = pairKey(options, work, pair, false);
@@ -87,10 +88,9 @@ Exit lsCommand(const Arguments& arguments) {
   const Options options(arguments, rulesWith(kKeyRules));
   options.refuseOperands();
   NamedPair named(options);
+  named.openForReading();
   const PairFolders& pair = named.folders;
-  WorkFolder& work = named.work;
-  const FoundKey key = pairKey(options, work, pair, false);
-  work.prepareLog();
+  const FoundKey key = pairKey(options, named.work, pair, false);
   Engine engine(named.settings());
   engine.setKey(assetOf(options), key.text.c_str());
   std::size_t unreadable = 0;
@@ -113,9 +113,8 @@ Exit checkCommand(const Arguments& arguments) {
   const Options options(arguments, rulesWith({}));
   options.refuseOperands();
   NamedPair named(options);
+  named.openForReading();
   const PairFolders& pair = named.folders;
-  WorkFolder& work = named.work;
-  work.prepareLog();
   Engine engine(named.settings());
   engine.setKey(L"check", L"any key gives names of the same lengths");
   std::size_t tooLong[2] = {0, 0};

@@ -103,6 +103,8 @@ void PairFolders::requirePresent() const {
   requireFolder(outside, L"Outside");
 }
 
+bool PairFolders::present() const { return isFolder(inside) && isFolder(outside); }
+
 std::wstring PairFolders::whatIsMissing() const {
   if (!isFolder(inside)) return L"the Inside is missing; is its volume mounted? " + printable(inside);
   if (!isFolder(outside)) return L"the Outside is missing; is its volume mounted? " + printable(outside);
@@ -125,6 +127,11 @@ std::wstring PairFolders::shown(const std::wstring& path,
   const bool archive = plainName && isWithin(genericOf(platform::pathOf(path)), outside);
   const std::wstring plain = archive ? plainName(path) : std::wstring();
   return plain.empty() ? shown(path, false) : shown(path.substr(0, path.rfind(L'/') + 1) + plain, true);
+}
+
+std::wstring PairFolders::counterpart(const std::wstring& path) const {
+  const bool isInside = isWithin(path, inside);
+  return (isInside ? outside : inside) + path.substr((isInside ? inside : outside).size());
 }
 
 bool PairFolders::outsideHoldsArchives() const {

@@ -27,6 +27,8 @@ struct PairFolders {
   PairFolders(const std::wstring& insideText, const std::wstring& outsideText);
   /// Throws Failure (folderMissing) when one is missing or no folder.
   void requirePresent() const;
+  /// Whether both stand.
+  bool present() const;
   /// Why the engine gave up on the pair, for the user.
   std::wstring whatIsMissing() const;
   /// `path` as it is shown to the user: relative to the folder that holds it, an archive under its plain name.
@@ -34,6 +36,8 @@ struct PairFolders {
   /// The same for a file whose archive may have an encrypted name: `plainName` tells the plain one, or empty.
   std::wstring shown(const std::wstring& path,
                      const std::function<std::wstring(const std::wstring& archive)>& plainName) const;
+  /// The same place below the other folder, the last component as it is.
+  std::wstring counterpart(const std::wstring& path) const;
   /// Whether the Outside holds any archive; true as well when it cannot be listed to the end.
   bool outsideHoldsArchives() const;
 };

@@ -47,13 +47,22 @@ std::vector<OptionRule> rulesWith(std::vector<OptionRule> more) {
   return rules;
 }
 
-NamedPair::NamedPair(const Options& options) : folders(foldersOf(options)), work(options.value(L"--work"), folders) {
+NamedPair::NamedPair(const Options& options)
+    : folders(foldersOf(options)), work(options.value(L"--work"), folders), log_(work.log()) {}
+
+void NamedPair::open() {
   folders.requirePresent();
   work.open();
 }
 
+void NamedPair::openForReading() {
+  folders.requirePresent();
+  work.openForReading();
+  log_ = work.readingLog();
+}
+
 EngineSettings NamedPair::settings() const {
-  return {folders.inside, folders.outside, work.state(), work.temp(), work.log(), false};
+  return {folders.inside, folders.outside, work.state(), work.temp(), log_, false};
 }
 
 std::vector<OptionRule> pairRules() {

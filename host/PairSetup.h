@@ -17,26 +17,35 @@ namespace host {
 /// The options that say which pair is meant, and `more`.
 std::vector<OptionRule> rulesWith(std::vector<OptionRule> more);
 
-/// The pair that the options name, with its work folder opened.
+/// The pair that the options name.
 struct NamedPair {
-  /// Throws Failure: usage, folderMissing, or what WorkFolder::open() throws.
+  /// Touches nothing. Throws Failure (usage).
   explicit NamedPair(const Options& options);
-  /// Those of an engine whose log goes to the work folder.
+  /// Opens the work folder. Throws Failure: folderMissing, or what WorkFolder::open() throws.
+  void open();
+  /// The same for a command that changes nothing.
+  void openForReading();
+  /// Those of an engine.
   EngineSettings settings() const;
 
   PairFolders folders;
   WorkFolder work;
+
+private:
+  std::wstring log_;
 };
 
 /// The options that say which pair is meant and how it is synchronised.
 std::vector<OptionRule> pairRules();
 
-/// One pair as the user wants it synchronised. While an object lives, no other run works with the pair.
+/// One pair as the user wants it synchronised.
 class PairSetup {
 public:
-  /// Throws Failure: usage, folderMissing, or what WorkFolder::open() throws.
+  /// Touches nothing. Throws Failure (usage).
   explicit PairSetup(const Options& options);
 
+  /// From now to the end of the object no other run works with the pair. Throws what NamedPair::open() throws.
+  void open() { pair_.open(); }
   const PairFolders& folders() const { return pair_.folders; }
   const WorkFolder& work() const { return pair_.work; }
   /// Finds the key, asking the user for it if need be, and gets the work folder ready. Throws Failure.

@@ -26,6 +26,9 @@ constexpr int kPauseFactor = 10;
 // So often a change may end a long full scan; then one is done to the end.
 constexpr int kMostInterruptions = 10;
 constexpr std::chrono::seconds kMissingPause{5};
+// A file that waits for no moment that is known, but for a program to close it.
+constexpr std::chrono::seconds kShortestWait{1};
+constexpr std::chrono::seconds kLongestWait{60};
 
 std::wstring parentOf(const std::wstring& path) { return genericOf(platform::pathOf(path).parent_path()); }
 
@@ -37,8 +40,6 @@ bool isFolder(const std::wstring& path) {
 
 PairWatch::PairWatch(const PairSetup& setup, StatusBoard& board, std::size_t number, std::wstring log)
     : setup_(setup), board_(board), number_(number), log_(std::move(log)) {}
-
-bool PairWatch::foldersStand() const { return isFolder(setup_.folders().inside) && isFolder(setup_.folders().outside); }
 
 void PairWatch::run() {
   std::chrono::seconds pause = kMissingPause;
@@ -52,7 +53,7 @@ void PairWatch::run() {
     pause = Clock::now() - start > std::chrono::minutes(1) ? kMissingPause : std::min(pause * 2, kLongestRetryPause);
     do {
       Stop::pause(pause);
-    } while (!Stop::asked() && !foldersStand());
+    } while (!Stop::asked() && !setup_.folders().present());
   }
   board_.setState(number_, State::ended);
 }
@@ -63,25 +64,53 @@ void PairWatch::runUntilMissing() {
   engine_ = engine.get();
   folders_.clear();
   retried_.clear();
+  waits_.clear();
   needFull();
   Changes changes(setup_.folders(), [this](const std::wstring& path) { noticed(path); });
   while (!Stop::asked() && engine->ok()) {
-    const Moment now = Clock::now();
-    if (now >= retryDue_) {
-      folders_.insert(retried_.begin(), retried_.end());
-      retryDue_ = Moment::max();
-    }
-    if (now >= fullDue_) {
+    tellIncomplete(changes);
+    takeDue();
+    if (Clock::now() >= fullDue_) {
       fullCycle(changes);
     } else if (!folders_.empty()) {
       subCycle();
     } else {
       board_.setState(number_, State::idle);
-      changes.wait(std::min(fullDue_, retryDue_));
+      changes.wait(nextDue());
     }
     changes.wait(Clock::now());  // for the end of a burst
     takeChanges(changes);
   }
+}
+
+void PairWatch::tellIncomplete(const Changes& changes) {
+  if (toldIncomplete_ || !changes.incomplete()) return;
+  toldIncomplete_ = true;
+  board_.complainAbout(
+      number_,
+      L"the system allows no more watches on folders; changes in some are found by scans, within about "
+      L"half a minute or later (on Linux: fs.inotify.max_user_watches, max_user_instances)");
+}
+
+/// What failed or waited, and whose time has come.
+void PairWatch::takeDue() {
+  const Moment now = Clock::now();
+  if (now >= retryDue_) {
+    folders_.insert(retried_.begin(), retried_.end());
+    retryDue_ = Moment::max();
+  }
+  for (const auto& wait : waits_) {
+    if (now < wait.second.due) continue;
+    folders_.insert(parentOf(wait.first));
+    // What it waits for may stand on the other side.
+    folders_.insert(parentOf(setup_.folders().counterpart(wait.first)));
+  }
+}
+
+PairWatch::Moment PairWatch::nextDue() const {
+  Moment next = std::min(fullDue_, retryDue_);
+  for (const auto& wait : waits_) next = std::min(next, wait.second.due);
+  return next;
 }
 
 void PairWatch::needFull() {
@@ -93,11 +122,18 @@ void PairWatch::takeChanges(Changes& changes) {
   bool anything = false;
   const std::size_t former = folders_.size();
   for (const std::wstring& path : changes.take(anything)) {
-    if (!own_.isAsLeft(path)) folders_.insert(parentOf(path));
+    if (!own_.isAsLeft(path) && !waitsStill(path)) folders_.insert(parentOf(path));
   }
   if (folders_.size() != former) retryPause_ = std::chrono::seconds(0);
   if (anything) needFull();
   board_.setPending(number_, folders_.size());
+}
+
+// A file that is being written to tells so all the time; it is looked at when its time has come, and when it goes.
+bool PairWatch::waitsStill(const std::wstring& path) const {
+  const auto wait = waits_.find(path);
+  return wait != waits_.end() && Clock::now() < wait->second.due &&
+         platform::stampOf(platform::pathOf(path)).kind == platform::Kind::file;
 }
 
 void PairWatch::beginCycle(State state) {
@@ -161,7 +197,18 @@ void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
     if (told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
     if (!told.more.empty()) reasons[told.message] = told.more;
   }
-  if (engine_->toldAnything()) setup_.work().keepNotifications(engine_->notificationsText());
+  tellFailures(reasons, scanned);
+  // Records are files: they are read when the engine told of one, and now and then.
+  if (anyQuarantined || scanned == nullptr) tellQuarantined();
+  showErrors();
+  planRetry();
+  const std::wstring waiting = engine_->waitingText();
+  planWaits(waiting);
+  keepLists(waiting);
+}
+
+void PairWatch::tellFailures(const std::map<std::wstring, std::wstring>& reasons,
+                             const std::set<std::wstring>* scanned) {
   for (auto told = told_.begin(); told != told_.end();) {
     const bool lookedAt = scanned == nullptr || scanned->count(parentOf(*told)) > 0;
     told = lookedAt && failed_.count(*told) == 0 ? told_.erase(told) : std::next(told);
@@ -172,10 +219,25 @@ void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
     board_.complainAbout(number_, L"not synchronised yet: " + printable(failure.second) +
                                       (reason == reasons.end() ? L"" : L": " + printable(reason->second)));
   }
-  // Records are files: they are read when the engine told of one, and now and then.
-  if (anyQuarantined || scanned == nullptr) tellQuarantined();
-  board_.setErrors(number_, told_.size() + quarantined_.size());
-  planRetry();
+}
+
+// Those of the cycle that is running count already, which may take its time over them.
+void PairWatch::showErrors() {
+  std::size_t fresh = 0;
+  for (const auto& failure : failed_) fresh += told_.count(failure.first) == 0 ? 1U : 0U;
+  board_.setErrors(number_, told_.size() + fresh + quarantined_.size());
+}
+
+// What cannot be kept (a full disk) is no reason to end: files may still be carried over.
+void PairWatch::keepLists(const std::wstring& waiting) {
+  try {
+    if (engine_->toldAnything()) setup_.work().keepNotifications(engine_->notificationsText());
+    if (keptWaiting_ != waiting) setup_.work().keepWaiting(waiting);
+    keptWaiting_ = waiting;
+    keepingFails_ = false;
+  } catch (const Failure& failure) {
+    if (!std::exchange(keepingFails_, true)) board_.complainAbout(number_, failure.message);
+  }
 }
 
 void PairWatch::tellQuarantined() {
@@ -200,15 +262,38 @@ void PairWatch::planRetry() {
   retryDue_ = Clock::now() + retryPause_;
 }
 
+void PairWatch::planWaits(const std::wstring& waiting) {
+  const Moment now = Clock::now();
+  const std::vector<Waiting> entries = waitingOf(waiting);
+  std::map<std::wstring, Wait> waits;
+  for (const Waiting& entry : entries) {
+    if (!entry.isUnsynchronised()) continue;  // whole cycles are soon enough
+    const auto former = waits_.find(entry.path);
+    if (entry.untilNext > std::chrono::seconds(0)) {
+      waits[entry.path] = {now + entry.untilNext, entry.untilNext};
+    } else if (former != waits_.end() && now < former->second.due) {
+      waits[entry.path] = former->second;
+    } else {
+      const std::chrono::seconds twice = former == waits_.end() ? kShortestWait : former->second.pause * 2;
+      const std::chrono::seconds pause = std::min(twice, kLongestWait);
+      waits[entry.path] = {now + pause, pause};
+    }
+  }
+  waits_.swap(waits);
+  board_.setWaiting(number_, entries.size());
+}
+
 void PairWatch::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
                       std::uint64_t total) {
   const std::wstring generic = genericOf(platform::pathOf(path));
   const auto plainName = [this](const std::wstring& archive) { return engine_->plainName(archive); };
   const bool isFolder = operation == L"folder";
   const std::wstring name = isFolder ? setup_.folders().shown(path, true) : setup_.folders().shown(path, plainName);
+  if (operation == L"changing") return board_.entry(number_, L"waiting", name);
   if (operation == L"failed") {
     failed_[generic] = name;
-    return;
+    board_.failing(number_, name);
+    return showErrors();
   }
   own_.note(generic);
   ++carried_;

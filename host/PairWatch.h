@@ -29,8 +29,18 @@ public:
 private:
   using Moment = Changes::Moment;
 
+  /// A file that the engine leaves for later.
+  struct Wait {
+    Moment due;
+    std::chrono::seconds pause;
+  };
+
   void runUntilMissing();
+  void tellIncomplete(const Changes& changes);
+  void takeDue();
+  Moment nextDue() const;
   void takeChanges(Changes& changes);
+  bool waitsStill(const std::wstring& path) const;
   void needFull();
   bool scan();
   void fullCycle(Changes& changes);
@@ -38,13 +48,17 @@ private:
   void beginCycle(StatusBoard::State state);
   /// `scanned`: the folders of a sub-folder cycle; null for a full one.
   void endCycle(const std::set<std::wstring>* scanned);
+  void tellFailures(const std::map<std::wstring, std::wstring>& reasons, const std::set<std::wstring>* scanned);
   /// Tells of the records that are new.
   void tellQuarantined();
   void planRetry();
+  void planWaits(const std::wstring& waiting);
+  /// For "kelsync status".
+  void keepLists(const std::wstring& waiting);
+  void showErrors();
   void noticed(const std::wstring& path);
   void setInterruptible(bool interruptible);
   bool interrupted();
-  bool foldersStand() const;
 
   const PairSetup& setup_;
   StatusBoard& board_;
@@ -57,6 +71,10 @@ private:
   std::set<std::wstring> retried_;  ///< folders of entries that failed, for later
   std::chrono::seconds retryPause_{0};
   Moment retryDue_ = Moment::max();
+  std::map<std::wstring, Wait> waits_;  ///< by path
+  std::wstring keptWaiting_;            ///< what the work folder has of them
+  bool keepingFails_ = false;           ///< which the user has been told
+  bool toldIncomplete_ = false;
   Moment fullDue_;
   std::size_t carried_ = 0;                      ///< in the latest cycle
   std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PairsFile.h"
 
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <sstream>
 
@@ -47,6 +48,18 @@ bool takeApart(const std::wstring& line, std::vector<std::wstring>& arguments) {
   return !quoted;
 }
 
+/// "~" and "~/…", also behind "--option=", as a shell would have them. Throws Failure (usage) when there is no home.
+std::wstring withHome(const std::wstring& argument) {
+  const std::size_t equals = argument.compare(0, 2, L"--") == 0 ? argument.find(L'=') : std::wstring::npos;
+  const std::size_t start = equals == std::wstring::npos ? 0 : equals + 1;
+  const std::wstring value = argument.substr(start);
+  if (value != L"~" && value.compare(0, 2, L"~/") != 0 && value.compare(0, 2, L"~\\") != 0) return argument;
+  std::wstring home;
+  if (!platform::environment("HOME", home)) platform::environment("USERPROFILE", home);
+  if (home.empty()) throw Failure{Exit::usage, printable(argument) + L": there is no home folder (HOME is not set)"};
+  return argument.substr(0, start) + home + value.substr(1);
+}
+
 }  // namespace
 
 std::vector<std::vector<std::wstring>> readPairs(const std::wstring& file) {
@@ -62,7 +75,9 @@ std::vector<std::vector<std::wstring>> readPairs(const std::wstring& file) {
     if (!platform::wideFromUtf8(line, wide) || !takeApart(wide, arguments)) {
       throw Failure{Exit::usage, printable(file) + L", line " + std::to_wstring(number) + L", cannot be read"};
     }
-    if (!arguments.empty() && arguments.front()[0] != L'#') pairs.push_back(std::move(arguments));
+    if (arguments.empty() || arguments.front()[0] == L'#') continue;
+    std::transform(arguments.begin(), arguments.end(), arguments.begin(), withHome);
+    pairs.push_back(std::move(arguments));
   }
   if (pairs.empty()) throw Failure{Exit::usage, printable(file) + L" names no pair"};
   return pairs;

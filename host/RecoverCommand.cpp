@@ -4,14 +4,13 @@
 #include <kelsyncpair/kelsyncpair.h>
 
 #include <boost/filesystem/exception.hpp>
-#include <boost/filesystem/operations.hpp>
 
 #include "ArchiveFiles.h"
 #include "Key.h"
+#include "LogFolder.h"
 #include "Options.h"
 #include "PairFolders.h"
 #include "Terminal.h"
-#include "platform/AtomicFile.h"
 #include "platform/Files.h"
 
 namespace fs = boost::filesystem;
@@ -30,21 +29,24 @@ void KELSYNC_CALL noteOutcome(void* context, const wchar_t* operation, const wch
   *static_cast<std::wstring*>(context) = operation;
 }
 
+/// The work folder of a pair, or one for the recoveries of all archives.
 fs::path workFolder(const std::wstring& text) {
   const fs::path data = platform::userDataFolder();
   if (text.empty() && data.empty())
     throw Failure{Exit::usage, L"the system names no folder for program data; give --work DIR"};
-  const fs::path root = text.empty() ? data / "kelsync" / "recover" : absoluteOf(text);
+  return text.empty() ? data / "kelsync" / "recover" : absoluteOf(text);
+}
+
+fs::path logFolder(const fs::path& work) { return work / "log" / "reading"; }
+
+void prepareWorkFolder(const fs::path& work) {
   try {
-    for (const char* const part : {"log", "temp"}) {
-      if (fs::create_directories(root / part)) platform::restrictToOwner(root / part);
-    }
-    const fs::path properties = root / "log" / "log.properties";
-    if (!fs::exists(properties)) platform::writeWholeFile(properties, "log4cplus.rootLogger=INFO\n");
+    createForOwner(work);
+    createForOwner(work / "temp");
+    prepareLogFolder(logFolder(work));
   } catch (const fs::filesystem_error&) {
-    throw Failure{Exit::failed, L"the work folder cannot be used: " + printable(genericOf(root))};
+    throw Failure{Exit::failed, L"the work folder cannot be used: " + printable(genericOf(work))};
   }
-  return root;
 }
 
 /// What the library made of it: "decrypt", "no-key" or "failed".
@@ -54,7 +56,7 @@ std::wstring decrypt(const std::wstring& archive, const std::wstring& file, cons
   if (handle == nullptr) throw Failure{Exit::failed, L"not enough memory"};
   std::wstring outcome = L"failed";
   givenKey = &key;
-  kelsync_set_log_folder(handle, genericOf(work / "log").c_str());
+  kelsync_set_log_folder(handle, genericOf(logFolder(work)).c_str());
   kelsync_set_temp_folder(handle, genericOf(work / "temp").c_str());
   kelsync_cb_register_keynotfound(handle, anyKey);
   kelsync_cb_register_progress(handle, noteOutcome, &outcome);
@@ -76,11 +78,14 @@ Exit recoverCommand(const Arguments& arguments) {
   const int readable = get_zip_meta_w(archive.c_str(), L"__KELASSET_.json", nullptr, &metadata);
   freeme(metadata);
   requireSuccess(readable, archive);
+  const fs::path work = workFolder(options.value(L"--work"));
   KeyWishes wishes;
   wishes.keyFile = options.value(L"--key-file");
+  wishes.ownFile = work / "key";
   wishes.archivesExist = true;
   const FoundKey key = findKey(wishes);
-  const std::wstring outcome = decrypt(archive, file, key.text, workFolder(options.value(L"--work")));
+  prepareWorkFolder(work);
+  const std::wstring outcome = decrypt(archive, file, key.text, work);
   if (outcome == L"no-key") throw Failure{Exit::noKey, printable(archive) + L": the key does not open it"};
   if (outcome != L"decrypt") {
     throw Failure{Exit::failed, printable(archive) + L": damaged, or " + printable(file) + L" cannot be written"};

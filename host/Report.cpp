@@ -46,6 +46,8 @@ void Report::beginCycle() {
 
 void Report::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
   const std::wstring name = operation == L"folder" ? pair_.shown(path, true) : pair_.shown(path, plainName_);
+  // A file that waits was not dealt with: it alone is no reason for another cycle.
+  if (operation == L"changing") return quiet_ ? void() : showEntry(L"waiting", name, done, total);
   ++dealtWith_;
   if (operation == L"failed") {
     failed_.push_back({name, std::wstring(), false});
@@ -97,6 +99,10 @@ void Report::setQuarantined(std::vector<Quarantined> entries) {
   failed_.erase(std::remove_if(failed_.begin(), failed_.end(), isQuarantined), failed_.end());
 }
 
+bool Report::waits() const {
+  return std::any_of(waiting_.begin(), waiting_.end(), [](const Waiting& entry) { return entry.isUnsynchronised(); });
+}
+
 void Report::listFailures() const {
   for (const std::wstring& name : conflictCopies_) say(L"conflict copy made: " + printable(name));
   for (const Failed& failed : failed_) {
@@ -106,6 +112,9 @@ void Report::listFailures() const {
   for (const Quarantined& entry : quarantined_) {
     say(L"quarantined: " + printable(pair_.shown(entry.path, false)) + L": " + printable(entry.message));
   }
+  for (const Waiting& entry : waiting_) {
+    say(L"left for later: " + printable(pair_.shown(entry.path, plainName_)) + L": " + printable(entry.explained()));
+  }
 }
 
 void Report::summary(const std::wstring& keySource, const std::wstring& logFolder) const {
@@ -114,10 +123,11 @@ void Report::summary(const std::wstring& keySource, const std::wstring& logFolde
     return std::to_wstring(found == totals_.end() ? 0 : found->second);
   };
   listFailures();
+  const std::wstring waiting = waiting_.empty() ? L"" : L", left for later " + std::to_wstring(waiting_.size());
   const std::wstring renamed = totals_.count(L"rename") > 0 ? L", renamed " + count(L"rename") : std::wstring();
   say(L"encrypted " + count(L"encrypt") + L", decrypted " + count(L"decrypt") + L", folders " + count(L"folder") +
       renamed + L", deleted " + count(L"delete") + L", failed " + std::to_wstring(failed_.size()) + L", quarantined " +
-      std::to_wstring(quarantined_.size()));
+      std::to_wstring(quarantined_.size()) + waiting);
   say(L"written " + std::to_wstring(bytes_) + L" bytes in " + secondsText(std::chrono::steady_clock::now() - start_) +
       L" seconds, " + std::to_wstring(cycles_) + (cycles_ == 1 ? L" cycle" : L" cycles"));
   say(L"key: " + keySource);

@@ -34,7 +34,11 @@ public:
   void explain(const std::wstring& message, const std::wstring& reason);
   /// At the end: an entry that is quarantined no longer counts as failed.
   void setQuarantined(std::vector<Quarantined> entries);
-  /// Whether anything is not synchronised.
+  /// At the end: what is left for later although nothing is wrong with it.
+  void setWaiting(std::vector<Waiting> entries) { waiting_ = std::move(entries); }
+  /// Whether the latest version of anything waits for its turn.
+  bool waits() const;
+  /// Whether anything could not be synchronised.
   bool failures() const { return !failed_.empty() || !quarantined_.empty() || errors_ != 0; }
   void summary(const std::wstring& keySource, const std::wstring& logFolder) const;
 
@@ -57,6 +61,7 @@ private:
   std::vector<Failed> failed_;                    ///< in the last cycle
   std::vector<std::wstring> conflictCopies_;
   std::vector<Quarantined> quarantined_;
+  std::vector<Waiting> waiting_;
   std::uint64_t bytes_ = 0;
   std::uint64_t dealtWith_ = 0;
   std::uint64_t largestTotal_ = 0;  ///< of the last cycle: what is left out again does not count it down

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "StatusBoard.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -13,7 +14,7 @@ namespace Kelta {
 namespace host {
 namespace {
 
-constexpr std::size_t kLineWidth = 79;  // of the narrowest usual terminal
+const wchar_t* const kEraseToEnd = L"\x1b[K";
 
 using Lock = std::lock_guard<std::mutex>;
 
@@ -35,13 +36,13 @@ const wchar_t* textOf(StatusBoard::State state) {
   return L"ended";
 }
 
-// Roughly: from the Hangul letters on, terminals mostly take two columns.
-std::size_t columnsOf(wchar_t character) { return static_cast<std::uint32_t>(character) >= 0x1100 ? 2 : 1; }
-
-std::size_t columnsOf(const std::wstring& text) {
-  std::size_t columns = 0;
-  for (const wchar_t character : text) columns += columnsOf(character);
-  return columns;
+// Rather too many than too few: what runs over the edge of the terminal makes a new line. Latin, Greek and most other
+// letters take one; Hangul, symbols from the watch and hourglass on, and all behind them mostly take two.
+std::size_t columnsOf(wchar_t character) {
+  const auto value = static_cast<std::uint32_t>(character);
+  const bool combining = value >= 0x300 && value < 0x370;
+  const bool wide = (value >= 0x1100 && value < 0x1160) || value >= 0x231A;
+  return combining ? 0 : wide ? 2 : 1;
 }
 
 std::wstring cutTo(const std::wstring& text, std::size_t columns) {
@@ -62,7 +63,7 @@ void put(const std::wstring& text) {
 }  // namespace
 
 StatusBoard::StatusBoard(std::vector<std::wstring> names, bool quiet)
-    : terminal_(platform::outputIsTerminal()), quiet_(quiet) {
+    : terminal_(platform::terminalColumns() > 0), quiet_(quiet) {
   for (std::wstring& name : names) pairs_.push_back({names.size() > 1 ? std::move(name) : std::wstring()});
 }
 
@@ -74,10 +75,12 @@ std::wstring StatusBoard::labelled(std::size_t pair, const std::wstring& line) c
 std::wstring StatusBoard::liveLine() const {
   std::map<State, int> states;
   std::size_t pending = 0;
+  std::size_t waiting = 0;
   std::size_t errors = 0;
   for (const Pair& pair : pairs_) {
     ++states[pair.state];
     pending += pair.pending;
+    waiting += pair.waiting;
     errors += pair.errors;
   }
   std::wstring line;
@@ -85,22 +88,23 @@ std::wstring StatusBoard::liveLine() const {
     line += (line.empty() ? L"" : L", ") + (pairs_.size() > 1 ? std::to_wstring(state.second) + L" " : std::wstring());
     line += textOf(state.first);
   }
-  line += L" | pending " + std::to_wstring(pending) + L" | errors " + std::to_wstring(errors);
-  if (!last_.empty()) line += L" | " + last_;
-  return cutTo(line, kLineWidth);
+  if (pending > 0) line += L" | pending " + std::to_wstring(pending);
+  if (waiting > 0) line += L" | waiting " + std::to_wstring(waiting);
+  line += L" | errors " + std::to_wstring(errors);
+  return last_.empty() ? line : line + L" | " + last_;
 }
 
 void StatusBoard::erase() {
-  if (shown_ > 0) put(L"\r" + std::wstring(shown_, L' ') + L"\r");
-  shown_ = 0;
+  if (shown_) put(std::wstring(L"\r") + kEraseToEnd);
+  shown_ = false;
 }
 
 void StatusBoard::draw() {
   if (!terminal_ || quiet_) return;
-  const std::wstring line = liveLine();
-  const std::size_t former = shown_;
-  shown_ = columnsOf(line);
-  put(L"\r" + line + std::wstring(former > shown_ ? former - shown_ : 0, L' '));
+  // The last column stays free: a character in it may be taken away by the erasing.
+  const std::size_t columns = std::max<std::size_t>(platform::terminalColumns(), 2) - 1;
+  put(L"\r" + cutTo(liveLine(), columns) + kEraseToEnd);
+  shown_ = true;
 }
 
 void StatusBoard::setState(std::size_t pair, State state) {
@@ -117,8 +121,16 @@ void StatusBoard::setPending(std::size_t pair, std::size_t count) {
   draw();
 }
 
+void StatusBoard::setWaiting(std::size_t pair, std::size_t count) {
+  const Lock lock(mutex_);
+  if (pairs_[pair].waiting == count) return;
+  pairs_[pair].waiting = count;
+  draw();
+}
+
 void StatusBoard::setErrors(std::size_t pair, std::size_t count) {
   const Lock lock(mutex_);
+  if (pairs_[pair].errors == count) return;
   pairs_[pair].errors = count;
   draw();
 }
@@ -128,6 +140,12 @@ void StatusBoard::entry(std::size_t pair, const std::wstring& operation, const s
   last_ = labelled(pair, operation + L"  " + printable(name));
   if (terminal_) return draw();
   if (!quiet_) say(last_);
+}
+
+void StatusBoard::failing(std::size_t pair, const std::wstring& name) {
+  const Lock lock(mutex_);
+  last_ = labelled(pair, L"FAILED  " + printable(name));
+  draw();
 }
 
 void StatusBoard::tell(std::size_t pair, const std::wstring& line) {

@@ -19,9 +19,12 @@ public:
   enum class State { starting, scanning, synchronising, idle, missing, ended };
   void setState(std::size_t pair, State state);
   void setPending(std::size_t pair, std::size_t count);
+  void setWaiting(std::size_t pair, std::size_t count);
   void setErrors(std::size_t pair, std::size_t count);
-  /// An entry that was carried over.
+  /// An entry that was carried over, or is left for later.
   void entry(std::size_t pair, const std::wstring& operation, const std::wstring& name);
+  /// An entry that could not be carried over, and is tried again: for the live line alone.
+  void failing(std::size_t pair, const std::wstring& name);
   /// Stays on the screen, or goes into the log of a service.
   void tell(std::size_t pair, const std::wstring& line);
   void complainAbout(std::size_t pair, const std::wstring& line);
@@ -33,6 +36,7 @@ private:
     std::wstring name;
     State state = State::starting;
     std::size_t pending = 0;
+    std::size_t waiting = 0;
     std::size_t errors = 0;
   };
   std::wstring labelled(std::size_t pair, const std::wstring& line) const;
@@ -45,7 +49,7 @@ private:
   std::mutex mutex_;
   std::vector<Pair> pairs_;
   std::wstring last_;
-  std::size_t shown_ = 0;  ///< columns of the live line on the screen
+  bool shown_ = false;  ///< the live line is on the screen
 };
 
 }  // namespace host

@@ -1,46 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <memory>
 
 #include "Commands.h"
 #include "Engine.h"
-#include "Options.h"
-#include "PairFolders.h"
+#include "PairSetup.h"
 #include "Terminal.h"
-#include "WorkFolder.h"
 #include "platform/Files.h"
-#include "platform/Text.h"
 
 namespace Kelta {
 namespace host {
 namespace {
-
-/// The records of a pair; none when it was never synchronised.
-class Records {
-public:
-  explicit Records(const WorkFolder& work) {
-    if (work.hasRecords()) engine_ = std::make_unique<Engine>(work.state(), work.log());
-  }
-  std::wstring text() { return engine_ ? engine_->quarantineText() : L"{\"quarantined\":[]}"; }
-  std::vector<Quarantined> list() { return engine_ ? engine_->quarantined() : std::vector<Quarantined>(); }
-  void clear(const Quarantined& record) { engine_->clearRecord(record); }
-
-private:
-  std::unique_ptr<Engine> engine_;
-};
-
-/// What the last run left, when that is what it wrote.
-std::wstring notificationsIn(const WorkFolder& work) {
-  const std::wstring start = L"{\"notifications\":[";
-  const std::wstring text = work.notifications();
-  try {
-    notificationsOf(text);
-    if (text.compare(0, start.size(), start) == 0) return text;
-  } catch (const Failure&) {
-  }
-  complain(L"the notifications of the last run are damaged and left out");
-  return start + L"]}";
-}
 
 std::wstring padded(const std::wstring& text, std::size_t width) {
   return text + std::wstring(text.size() < width ? width - text.size() : 0, L' ');
@@ -54,6 +23,16 @@ void showQuarantined(const PairFolders& pair, const std::vector<Quarantined>& re
   }
 }
 
+void showWaiting(const PairFolders& pair, std::vector<Waiting> entries) {
+  say(L"left for later: " + std::to_wstring(entries.size()));
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const Waiting& a, const Waiting& b) { return a.reason < b.reason; });
+  for (const Waiting& entry : entries) {
+    say(L"  " + padded(printable(entry.reason), 17) + L"  " + printable(pair.shown(entry.path, false)) + L": " +
+        printable(entry.explained()));
+  }
+}
+
 void showNotifications(const std::vector<Notification>& notifications) {
   say(L"notifications of the last run: " + std::to_wstring(notifications.size()));
   for (const Notification& notification : notifications) {
@@ -62,63 +41,73 @@ void showNotifications(const std::vector<Notification>& notifications) {
   }
 }
 
+/// Whether `text` names the record: by its full path, or as it is shown.
 bool names(const PairFolders& pair, const Quarantined& record, const std::wstring& text) {
-  const std::wstring full = genericOf(absoluteOf(text));
-  return platform::samePath(record.path, full) || pair.shown(record.path, false) == text;
+  if (platform::samePath(record.path, genericOf(absoluteOf(text)))) return true;
+  const std::wstring shown = pair.shown(record.path, false);
+  return text == shown || text == printable(shown) || text == printable(record.path);
 }
 
-PairFolders pairOf(const Options& options) {
-  const std::wstring inside = options.required(L"--inside");
-  return PairFolders(inside, options.required(L"--outside"));
+bool isMeant(const PairFolders& pair, const Quarantined& record, const std::vector<std::wstring>& paths) {
+  const auto namesIt = [&](const std::wstring& path) { return names(pair, record, path); };
+  return paths.empty() || std::any_of(paths.begin(), paths.end(), namesIt);
+}
+
+/// A pair that no run has worked with has nothing to show, which is not to be taken for "all is well".
+void requireEarlierRun(const PairFolders& pair, const WorkFolder& work) {
+  if (work.claimed()) return work.refuseOtherPair();
+  pair.requirePresent();
+  throw Failure{Exit::failed, L"this pair was not synchronised yet with the work folder " + printable(work.name())};
 }
 
 }  // namespace
 
 Exit statusCommand(const Arguments& arguments) {
-  const Options options(
-      arguments,
-      {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}, {L"--json", L"", false}});
+  const Options options(arguments, rulesWith({{L"--json", L"", false}}));
   options.refuseOperands();
-  const PairFolders pair = pairOf(options);
-  const WorkFolder work(options.value(L"--work"), pair);
-  work.refuseOtherPair();
-  Records records(work);
-  const std::wstring notifications = notificationsIn(work);
-  if (!options.has(L"--json")) {
-    showQuarantined(pair, records.list());
+  const NamedPair named(options);
+  requireEarlierRun(named.folders, named.work);
+  named.work.openForReading();
+  Engine engine(named.work.state(), named.work.readingLog());
+  const std::wstring notifications = named.work.notifications();
+  const std::wstring waiting = named.work.waiting();
+  if (options.has(L"--json")) {
+    for (const std::wstring& list : {engine.quarantineText(), notifications, waiting}) say(list);
+  } else {
+    showQuarantined(named.folders, engine.quarantined());
+    showWaiting(named.folders, waitingOf(waiting));
     showNotifications(notificationsOf(notifications));
-    return Exit::done;
   }
-  say(records.text());
-  say(notifications);
-  return Exit::done;
+  if (named.folders.present()) return Exit::done;
+  complain(named.folders.whatIsMissing());
+  return Exit::folderMissing;
 }
 
 Exit quarantineCommand(const Arguments& arguments) {
-  const Options options(arguments, {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}});
+  const Options options(arguments, rulesWith({}));
   std::vector<std::wstring> paths = options.operands();
   if (paths.empty() || paths.front() != L"clear") throw Failure{Exit::usage, L"what to do is missing: clear"};
   paths.erase(paths.begin());
-  const PairFolders pair = pairOf(options);
-  WorkFolder work(options.value(L"--work"), pair);
-  if (work.hasRecords()) work.open();
-  Records records(work);
-  const std::vector<Quarantined> list = records.list();
+  NamedPair named(options);
+  requireEarlierRun(named.folders, named.work);
+  named.work.open();
+  named.work.prepareLog();
+  Engine engine(named.work.state(), named.work.log());
+  const std::vector<Quarantined> list = engine.quarantined();
   Exit result = Exit::done;
   for (const std::wstring& path : paths) {
-    const auto named = [&](const Quarantined& record) { return names(pair, record, path); };
-    if (std::any_of(list.begin(), list.end(), named)) continue;
+    const auto namesIt = [&](const Quarantined& record) { return names(named.folders, record, path); };
+    if (std::any_of(list.begin(), list.end(), namesIt)) continue;
     complain(printable(path) + L": not quarantined");
     result = Exit::failed;
   }
   std::size_t cleared = 0;
   for (const Quarantined& record : list) {
-    const auto isMeant = [&](const std::wstring& path) { return names(pair, record, path); };
-    if (!paths.empty() && std::none_of(paths.begin(), paths.end(), isMeant)) continue;
-    records.clear(record);
+    if (!isMeant(named.folders, record, paths)) continue;
+    engine.clearRecord(record);
     ++cleared;
   }
-  const std::size_t left = records.list().size();
+  const std::size_t left = engine.quarantined().size();
   say(L"cleared " + std::to_wstring(list.size() - left) + L", left " + std::to_wstring(left));
   return left + cleared == list.size() ? result : Exit::failed;
 }

@@ -33,6 +33,12 @@ Exit runCycles(Engine& engine, Report& report, const PairFolders& pair) {
   }
 }
 
+/// For "kelsync status".
+void keepLists(const WorkFolder& work, Engine& engine) {
+  work.keepNotifications(engine.notificationsText());
+  work.keepWaiting(engine.waitingText());
+}
+
 Exit synchronise(const PairSetup& setup, bool quiet) {
   const WorkFolder& work = setup.work();
   Report report(setup.folders(), quiet);
@@ -42,14 +48,15 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
   try {
     result = runCycles(*engine, report, setup.folders());
   } catch (const Failure&) {
-    work.keepNotifications(engine->notificationsText());
+    keepLists(work, *engine);
     throw;
   }
-  work.keepNotifications(engine->notificationsText());
+  keepLists(work, *engine);
   report.setQuarantined(engine->quarantined());
+  report.setWaiting(waitingOf(engine->waitingText()));
   report.summary(setup.keySource(), work.log());
   if (result == Exit::interrupted) complain(L"interrupted; what was finished stays, the next run does the rest");
-  return result == Exit::done && report.failures() ? Exit::failed : result;
+  return result == Exit::done && (report.failures() || report.waits()) ? Exit::failed : result;
 }
 
 }  // namespace
@@ -59,6 +66,7 @@ Exit syncCommand(const Arguments& arguments) {
   rules.push_back({L"--quiet", L"-q", false});
   const Options options(arguments, rules);
   PairSetup setup(options);
+  setup.open();
   setup.prepare();
   return synchronise(setup, options.has(L"--quiet"));
 }

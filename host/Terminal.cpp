@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Terminal.h"
 
-#include <cstdint>
 #include <cstdio>
 
 #include "platform/Text.h"
@@ -10,44 +9,12 @@ namespace Kelta {
 namespace host {
 namespace {
 
-bool mayBeShown(std::uint32_t character) {
-  const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-  const bool lineBreak = character == 0x2028 || character == 0x2029;
-  const bool direction = (character >= 0x200E && character <= 0x200F) || (character >= 0x202A && character <= 0x202E) ||
-                         (character >= 0x2066 && character <= 0x2069);
-  return !control && !lineBreak && !direction;
-}
-
-std::wstring escaped(std::uint32_t character) {
-  if (character == L'\n') return L"\\n";
-  if (character == L'\r') return L"\\r";
-  if (character == L'\t') return L"\\t";
-  std::wstring digits;
-  for (std::uint32_t rest = character; rest != 0 || digits.empty(); rest /= 16) {
-    digits.insert(digits.begin(), L"0123456789abcdef"[rest % 16]);
-  }
-  return L"\\u{" + digits + L"}";
-}
-
 void write(std::FILE* stream, const std::string& line) {
   std::fwrite(line.data(), 1, line.size(), stream);
   std::fflush(stream);
 }
 
 }  // namespace
-
-std::wstring printable(const std::wstring& text) {
-  std::wstring shown;
-  for (const wchar_t character : text) {
-    const auto value = static_cast<std::uint32_t>(character);
-    if (mayBeShown(value)) {
-      shown.push_back(character);
-    } else {
-      shown += escaped(value);
-    }
-  }
-  return shown;
-}
 
 void say(const std::wstring& line) { write(stdout, platform::utf8(line) + "\n"); }
 

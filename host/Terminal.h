@@ -3,12 +3,12 @@
 
 #include <string>
 
+#include "platform/Printable.h"
+
 namespace Kelta {
 namespace host {
 
-/// `text` as it may stand on a terminal: control characters, and those that turn the direction of the text
-/// round, are shown as \n, \t or \u{1b}, so that a file name can neither steer the terminal nor fake a line.
-std::wstring printable(const std::wstring& text);
+using platform::printable;
 
 /// Writes one line to standard output, at once.
 void say(const std::wstring& line);

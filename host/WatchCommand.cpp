@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <exception>
 #include <thread>
 
@@ -26,7 +27,6 @@ std::vector<OptionRule> withRules(std::vector<OptionRule> rules, const std::vect
 
 void addSetup(Setups& setups, const Options& options) {
   auto setup = std::make_unique<PairSetup>(options);
-  // The lock of the work folder only keeps other processes out.
   for (const auto& other : setups) {
     if (platform::samePath(other->work().state(), setup->work().state())) {
       throw Failure{Exit::usage, L"two pairs have the same work folder: " + printable(setup->work().state())};
@@ -54,11 +54,33 @@ Setups setupsOf(const Options& options) {
   return setups;
 }
 
+/// The folder by which a pair is known: its Inside, or its Outside when other pairs have the same Inside.
+std::wstring folderOf(const Setups& setups, const PairFolders& pair) {
+  const auto sameInside = [&](const std::unique_ptr<PairSetup>& other) {
+    return platform::samePath(other->folders().inside, pair.inside);
+  };
+  return std::count_if(setups.begin(), setups.end(), sameInside) > 1 ? pair.outside : pair.inside;
+}
+
+/// The last `count` names of a path.
+std::wstring endOf(const std::wstring& path, std::size_t count) {
+  std::size_t start = path.size();
+  while (count-- > 0 && start != std::wstring::npos && start > 0) start = path.rfind(L'/', start - 1);
+  return start == std::wstring::npos ? path : path.substr(start + 1);
+}
+
+/// As short as tells them apart.
 std::vector<std::wstring> namesOf(const Setups& setups) {
+  std::vector<std::wstring> folders;
+  for (const auto& setup : setups) folders.push_back(folderOf(setups, setup->folders()));
   std::vector<std::wstring> names;
-  for (const auto& setup : setups) {
-    const std::wstring& inside = setup->folders().inside;
-    names.push_back(inside.substr(inside.rfind(L'/') + 1));
+  for (const std::wstring& folder : folders) {
+    std::size_t count = 1;
+    const auto looksAlike = [&](const std::wstring& other) {
+      return other != folder && endOf(other, count) == endOf(folder, count);
+    };
+    while (std::any_of(folders.begin(), folders.end(), looksAlike)) ++count;
+    names.push_back(endOf(folder, count));
   }
   return names;
 }
@@ -84,6 +106,7 @@ Exit serve(PairWatch& watch, StatusBoard& board, std::size_t number) {
 Exit watchCommand(const Arguments& arguments) {
   const Options options(arguments, withRules(pairRules(), {{L"--pairs", L"", true}, {L"--quiet", L"-q", false}}));
   const Setups setups = setupsOf(options);
+  for (const auto& setup : setups) setup->open();
   for (const auto& setup : setups) setup->prepare();
   Stop::listen();
   StatusBoard board(namesOf(setups), options.has(L"--quiet"));

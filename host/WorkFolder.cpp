@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "WorkFolder.h"
 
-#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 
 #include "Failure.h"
+#include "Lists.h"
+#include "LogFolder.h"
 #include "Terminal.h"
 #include "platform/AtomicFile.h"
 #include "platform/Files.h"
@@ -22,9 +22,7 @@ namespace Kelta {
 namespace host {
 namespace {
 
-const char* const kDefaultLogProperties = "log4cplus.rootLogger=INFO\n";
 constexpr std::size_t kSmallFile = 32768;
-constexpr std::int64_t kUnfinishedLockSeconds = 10;
 
 /// 16 hex digits that stay the same for the same two folders (FNV-1a, 64 bits).
 std::string pairDigits(const PairFolders& pair) {
@@ -45,10 +43,6 @@ fs::path defaultRoot(const PairFolders& pair) {
   return absoluteOf(genericOf(data / "kelsync" / pairDigits(pair)));
 }
 
-void createForOwner(const fs::path& folder) {
-  if (fs::create_directories(folder)) platform::restrictToOwner(folder);
-}
-
 std::string smallFile(const fs::path& path) {
   platform::File file(path, platform::File::Mode::read);
   std::string content(kSmallFile, '\0');
@@ -56,31 +50,35 @@ std::string smallFile(const fs::path& path) {
   return content;
 }
 
-std::int64_t secondsNow() {
-  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-/// Whether the process that wrote the lock is gone. A lock without a number is one that is being written just now,
-/// unless it is old.
-bool isStale(const fs::path& lock, const std::string& content) {
-  const std::uint64_t owner = std::strtoull(content.c_str(), nullptr, 10);
-  if (owner == 0) return platform::stampOf(lock).seconds() + kUnfinishedLockSeconds < secondsNow();
-  const std::size_t machine = content.find(' ');
-  const std::size_t end = std::min(content.find('\n'), content.size());
-  const std::size_t start = machine == std::string::npos ? end : std::min(content.find(' ', machine + 1), end);
-  // Whether a process of another machine runs cannot be told from here.
-  if (machine != std::string::npos && content.substr(machine + 1, start - machine - 1) != platform::machineName()) {
-    return false;
-  }
-  if (owner == platform::processId() || !platform::processRuns(owner)) return true;
-  // Another process may have the number by now, after a restart of the machine say.
-  const std::string now = platform::processStart(owner);
-  return start < end && !now.empty() && content.substr(start + 1, end - start - 1) != now;
-}
-
 /// What the system says, to be put behind a sentence.
 std::wstring reasonOf(const fs::filesystem_error& error) {
   return L": " + printable(platform::readableFromUtf8(error.code().message()));
+}
+
+void keepText(const fs::path& file, const std::wstring& text, const std::wstring& what) {
+  try {
+    platform::writeWholeFile(file, platform::utf8(text) + "\n", true);
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, what + L" cannot be kept" + reasonOf(error)};
+  }
+}
+
+/// What keepText() wrote: a JSON text with the list `name`.
+std::wstring keptList(const fs::path& path, const std::wstring& name, const std::wstring& what) {
+  const std::wstring start = L"{\"" + name + L"\":[";
+  if (platform::stampOf(path).kind == platform::Kind::missing) return start + L"]}";
+  try {
+    platform::File file(path, platform::File::Mode::read);
+    std::string bytes(static_cast<std::size_t>(file.size()), '\0');
+    bytes.resize(file.read(&bytes[0], bytes.size()));
+    const std::wstring text = platform::readableFromUtf8(bytes);
+    const std::wstring line = text.substr(0, text.find(L'\n'));
+    if (line.compare(0, start.size(), start) == 0 && isList(line, name)) return line;
+    complain(what + L" cannot be read: damaged");
+  } catch (const fs::filesystem_error& error) {
+    complain(what + L" cannot be read" + reasonOf(error));
+  }
+  return start + L"]}";
 }
 
 }  // namespace
@@ -102,24 +100,40 @@ WorkFolder::WorkFolder(const std::wstring& text, const PairFolders& pair)
   }
 }
 
-WorkFolder::~WorkFolder() {
-  boost::system::error_code ignored;
-  if (locked_) fs::remove(lockFile(), ignored);
+void WorkFolder::createFolders() const {
+  createForOwner(root_);
+  for (const char* const part : {"state", "temp", "log"}) createForOwner(root_ / part);
 }
 
 void WorkFolder::open() {
-  const std::wstring name = printable(genericOf(root_));
   try {
-    createForOwner(root_);
-    for (const char* const part : {"state", "temp", "log"}) createForOwner(root_ / part);
-    locked_ = takeLock() || (removeStaleLock() && takeLock());
-    if (locked_) refuseOtherPair();
+    createFolders();
+    takeLock();
+    refuseOtherPair();
   } catch (const fs::filesystem_error& error) {
-    throw Failure{Exit::failed, L"the work folder cannot be used: " + name + reasonOf(error)};
+    throw Failure{Exit::failed, L"the work folder cannot be used: " + printable(name()) + reasonOf(error)};
   }
-  if (!locked_) {
-    throw Failure{Exit::failed, L"another kelsync uses this work folder now. If none does, remove " + name + L"/lock"};
+}
+
+void WorkFolder::openForReading() const {
+  try {
+    refuseOtherPair();
+    createFolders();
+    prepareLogFolder(root_ / "log" / "reading");
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, L"the work folder cannot be used: " + printable(name()) + reasonOf(error)};
   }
+}
+
+void WorkFolder::takeLock() {
+  auto lock = std::make_unique<platform::LockFile>(lockFile());
+  if (!lock->taken()) {
+    const std::uint64_t holder = std::strtoull(lock->note().c_str(), nullptr, 10);
+    const std::wstring process = holder == 0 ? std::wstring() : L" (process " + std::to_wstring(holder) + L")";
+    throw Failure{Exit::failed, L"another kelsync" + process + L" uses this work folder now: " + printable(name())};
+  }
+  lock->setNote(std::to_string(platform::processId()) + "\n");
+  lock_ = std::move(lock);
 }
 
 bool WorkFolder::keyChangePending() const { return platform::stampOf(newKeyFile()).kind != platform::Kind::missing; }
@@ -129,9 +143,7 @@ void WorkFolder::requireNoKeyChange() const {
   throw Failure{Exit::failed, L"the pair's key was not changed to the end; run \"kelsync key rotate\" again first"};
 }
 
-bool WorkFolder::hasRecords() const {
-  return platform::stampOf(root_ / "state" / "quar").kind == platform::Kind::folder;
-}
+bool WorkFolder::claimed() const { return platform::stampOf(pairFile()).kind != platform::Kind::missing; }
 
 bool WorkFolder::namesRemembered() const { return platform::stampOf(root_ / "names").kind == platform::Kind::file; }
 
@@ -145,29 +157,21 @@ void WorkFolder::rememberNames(bool encrypted) const {
 }
 
 void WorkFolder::keepNotifications(const std::wstring& text) const {
-  try {
-    platform::writeWholeFile(root_ / "notifications", platform::utf8(text) + "\n", true);
-  } catch (const fs::filesystem_error& error) {
-    throw Failure{Exit::failed, L"the notifications cannot be kept" + reasonOf(error)};
-  }
+  keepText(root_ / "notifications", text, L"the notifications");
+}
+
+void WorkFolder::keepWaiting(const std::wstring& text) const {
+  keepText(root_ / "waiting", text, L"the list of what waits");
 }
 
 std::wstring WorkFolder::notifications() const {
-  const std::wstring none = L"{\"notifications\":[]}";
-  if (platform::stampOf(root_ / "notifications").kind != platform::Kind::file) return none;
-  try {
-    platform::File file(root_ / "notifications", platform::File::Mode::read);
-    std::string text(static_cast<std::size_t>(file.size()), '\0');
-    text.resize(file.read(&text[0], text.size()));
-    const std::wstring wide = platform::readableFromUtf8(text);
-    return wide.empty() ? none : wide.substr(0, wide.find(L'\n'));
-  } catch (const fs::filesystem_error& error) {
-    throw Failure{Exit::failed, L"the notifications of the last run cannot be read" + reasonOf(error)};
-  }
+  return keptList(root_ / "notifications", L"notifications", L"the notifications of the last run");
 }
 
+std::wstring WorkFolder::waiting() const { return keptList(root_ / "waiting", L"waiting", L"the list of what waits"); }
+
 void WorkFolder::refuseOtherPair() const {
-  if (platform::stampOf(pairFile()).kind == platform::Kind::missing) return;
+  if (!claimed()) return;
   const std::wstring text = platform::readableFromUtf8(smallFile(pairFile()));
   if (platform::samePath(text, pairText_)) return;
   const std::size_t lineEnd = text.find(L'\n');
@@ -182,51 +186,17 @@ void WorkFolder::refuseOtherPair() const {
 
 void WorkFolder::claim() const {
   try {
-    const bool known = platform::stampOf(pairFile()).kind != platform::Kind::missing;
-    if (!known) platform::writeWholeFile(pairFile(), platform::utf8(pairText_), true);
+    if (!claimed()) platform::writeWholeFile(pairFile(), platform::utf8(pairText_), true);
   } catch (const fs::filesystem_error& error) {
     throw Failure{Exit::failed, printable(genericOf(pairFile())) + L" cannot be written" + reasonOf(error)};
   }
 }
 
-bool WorkFolder::takeLock() const {
-  if (platform::stampOf(lockFile()).kind != platform::Kind::missing) return false;
-  bool created = false;
-  try {
-    platform::File file(lockFile(), platform::File::Mode::createNew);
-    created = true;
-    const std::string owner = std::to_string(platform::processId()) + " " + platform::machineName() + " " +
-                              platform::processStart(platform::processId()) + "\n";
-    file.write(owner.data(), owner.size());
-    file.close();
-    return true;
-  } catch (const fs::filesystem_error& error) {
-    if (!created && error.code() == boost::system::errc::file_exists) return false;
-    boost::system::error_code ignored;
-    if (created) fs::remove(lockFile(), ignored);
-    throw;
-  }
-}
-
-bool WorkFolder::removeStaleLock() const {
-  if (platform::stampOf(lockFile()).kind == platform::Kind::missing) return true;
-  const std::string content = smallFile(lockFile());
-  if (!isStale(lockFile(), content) || smallFile(lockFile()) != content) return false;
-  return fs::remove(lockFile());
-}
-
 void WorkFolder::prepareLog() const {
-  const fs::path properties = root_ / "log" / "log.properties";
-  const bool there = platform::stampOf(properties).kind != platform::Kind::missing;
-  std::wstring ignored;
   try {
-    if (!platform::environment("SYNCPAIRTRACE", ignored)) {
-      if (!there) platform::writeWholeFile(properties, kDefaultLogProperties);
-    } else if (there && smallFile(properties) == kDefaultLogProperties) {
-      fs::remove(properties);
-    }
-  } catch (const fs::filesystem_error&) {
-    throw Failure{Exit::failed, L"the log cannot be set up in " + printable(log())};
+    prepareLogFolder(root_ / "log");
+  } catch (const fs::filesystem_error& error) {
+    throw Failure{Exit::failed, L"the log cannot be set up in " + printable(log()) + reasonOf(error)};
   }
 }
 

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <memory>
 #include <string>
 
 #include "PairFolders.h"
+#include "platform/LockFile.h"
 
 namespace Kelta {
 namespace host {
@@ -13,49 +15,55 @@ namespace host {
 ///
 ///     state/  what both sides looked like when they were last in step, and the quarantine records
 ///     temp/   intermediate files
-///     log/    log.properties, syncpair.log
+///     log/    log.properties, syncpair.log; in reading/ those of the commands that only read
 ///     key     the key, when it was made here
 ///     key.new the key that is about to replace it, while a change of keys is not finished
 ///     key.old the one before; key.old.2 and so on the ones of later changes
 ///     notifications  what the engine told in the last run, as JSON
+///     waiting what was left for later at the end of the last cycle, as JSON
 ///     names   there while archives get encrypted names
-///     pair    the two folders it belongs to, one on each line
-///     lock    the number of the process that works with the folder
+///     pair    the two folders it belongs to, one on each line; there from the first run on
+///     lock    what the system's lock is on; in it, for a message, the number of the process that has it
 ///
-/// From open() to the end of the object no other run uses the folder.
+/// From open() to the end of the object no other run changes the folder or works with the pair.
 class WorkFolder {
 public:
   /// `text` as the user gave it; empty for the default, which is derived from the two folders of the pair.
   /// Throws Failure (usage) when it lies in one of them or the system names no place for it.
   WorkFolder(const std::wstring& text, const PairFolders& pair);
-  ~WorkFolder();
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
 
   /// Creates what is missing, for the owner alone, and takes the lock. Throws Failure: failed when it cannot,
   /// usage when the folder belongs to another pair.
   void open();
+  /// The same without the lock, for a command that changes nothing: another run may be going on.
+  void openForReading() const;
   /// Notes which pair the folder belongs to from now on. Throws Failure (failed).
   void claim() const;
-  /// Puts the default log.properties into the log folder; with SYNCPAIRTRACE set, takes it away again
-  /// (the library then traces). A file that the user changed stays.
+  /// Gets the log folder ready. Throws Failure (failed).
   void prepareLog() const;
 
   /// Throws Failure (usage) when the folder belongs to another pair.
   void refuseOtherPair() const;
-  /// Whether quarantine records may lie here: the pair was synchronised with this folder.
-  bool hasRecords() const;
+  /// Whether the folder has belonged to its pair since an earlier run.
+  bool claimed() const;
   /// Whether archives of the pair get encrypted names from here.
   bool namesRemembered() const;
   void rememberNames(bool encrypted) const;  ///< throws Failure (failed)
-  /// Keeps what a run told the host. Throws Failure (failed).
+  /// Keeps what a run told the host, and what it left for later. Throw Failure (failed).
   void keepNotifications(const std::wstring& text) const;
-  /// The same of the last run; an empty list when there is none.
+  void keepWaiting(const std::wstring& text) const;
+  /// The same of the last run; an empty list, with a complaint, when it cannot be read, and one without when there is
+  /// none.
   std::wstring notifications() const;
+  std::wstring waiting() const;
 
+  std::wstring name() const { return genericOf(root_); }
   std::wstring state() const { return genericOf(root_ / "state"); }
   std::wstring temp() const { return genericOf(root_ / "temp"); }
   std::wstring log() const { return genericOf(root_ / "log"); }
+  std::wstring readingLog() const { return genericOf(root_ / "log" / "reading"); }
   boost::filesystem::path keyFile() const { return root_ / "key"; }
   boost::filesystem::path newKeyFile() const { return root_ / "key.new"; }
   boost::filesystem::path oldKeyFile() const { return root_ / "key.old"; }
@@ -66,12 +74,12 @@ public:
 private:
   boost::filesystem::path pairFile() const { return root_ / "pair"; }
   boost::filesystem::path lockFile() const { return root_ / "lock"; }
-  bool takeLock() const;
-  bool removeStaleLock() const;
+  void createFolders() const;
+  void takeLock();
 
   boost::filesystem::path root_;
   std::wstring pairText_;
-  bool locked_ = false;
+  std::unique_ptr<platform::LockFile> lock_;
 };
 
 }  // namespace host

@@ -7,20 +7,26 @@
 #include "Help.h"
 #include "Terminal.h"
 #include "platform/Console.h"
+#include "platform/Libraries.h"
 #include "platform/Text.h"
 
 namespace Kelta {
 namespace host {
 namespace {
 
-using Command = Exit (*)(const Arguments&);
+struct Command {
+  Exit (*run)(const Arguments&);
+  /// It does nothing but show: it ends, without a word, when nobody reads on ("kelsync ls | head").
+  bool shows = false;
+};
 
-const std::map<std::wstring, Command> kCommands = {{L"sync", syncCommand},     {L"watch", watchCommand},
-                                                   {L"status", statusCommand}, {L"quarantine", quarantineCommand},
-                                                   {L"names", namesCommand},   {L"ls", lsCommand},
-                                                   {L"check", checkCommand},   {L"key", keyCommand},
-                                                   {L"pack", packCommand},     {L"unpack", unpackCommand},
-                                                   {L"meta", metaCommand},     {L"set-meta", setMetaCommand}};
+const std::map<std::wstring, Command> kCommands = {
+    {L"sync", {syncCommand}},           {L"watch", {watchCommand}},
+    {L"status", {statusCommand, true}}, {L"quarantine", {quarantineCommand}},
+    {L"names", {namesCommand}},         {L"ls", {lsCommand, true}},
+    {L"check", {checkCommand, true}},   {L"key", {keyCommand}},
+    {L"pack", {packCommand}},           {L"unpack", {unpackCommand}},
+    {L"meta", {metaCommand, true}},     {L"set-meta", {setMetaCommand}}};
 
 Exit print(const std::string& text) {
   std::fputs(text.c_str(), stdout);
@@ -37,11 +43,17 @@ bool asksForHelp(const Arguments& arguments) {
   return false;
 }
 
+/// "key rotate" has a help of its own.
+Exit helpOnCommand(const std::wstring& name, const Arguments& arguments) {
+  const std::string text = arguments.empty() ? std::string() : helpOf(name + L" " + arguments.front());
+  return print(text.empty() ? helpOf(name) : text);
+}
+
 Exit help(const Arguments& arguments) {
   if (arguments.empty()) return print(generalHelp());
-  const std::string text = helpOf(arguments.front());
-  if (text.empty()) throw Failure{Exit::usage, L"unknown command " + printable(arguments.front())};
-  return print(text);
+  const std::wstring& name = arguments.front();
+  if (kCommands.count(name) == 0) throw Failure{Exit::usage, L"unknown command " + printable(name)};
+  return helpOnCommand(name, Arguments(arguments.begin() + 1, arguments.end()));
 }
 
 Exit run(const std::wstring& name, const Arguments& arguments) {
@@ -50,8 +62,9 @@ Exit run(const std::wstring& name, const Arguments& arguments) {
   if (name == L"help") return help(arguments);
   const auto command = kCommands.find(name);
   if (command == kCommands.end()) throw Failure{Exit::usage, L"unknown command " + printable(name)};
-  if (asksForHelp(arguments)) return print(helpOf(name));
-  return command->second(arguments);
+  if (asksForHelp(arguments)) return helpOnCommand(name, arguments);
+  if (!command->second.shows) platform::surviveClosedPipes();
+  return command->second.run(arguments);
 }
 
 Exit runCommandLine(int argc, char** argv) {
@@ -89,7 +102,7 @@ Exit checkOutput(Exit result) {
 }  // namespace Kelta
 
 int main(int argc, char** argv) {
+  Kelta::platform::searchLibrariesSafely();
   Kelta::platform::useUtf8Output();
-  Kelta::platform::surviveClosedPipes();
   return static_cast<int>(Kelta::host::checkOutput(Kelta::host::guardedRun(argc, argv)));
 }

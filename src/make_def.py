@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Writes the lists of what the Windows library exports.
+"""Writes the lists of what the library exports.
 
-usage: make_def.py HEADER NM LOG4CPLUS_ARCHIVE ALL_DEF C_DEF
+usage: make_def.py HEADER VERSION_SCRIPT
+       make_def.py HEADER NM LOG4CPLUS_ARCHIVE ALL_DEF C_DEF      for Windows
 
+VERSION_SCRIPT: the functions of the public header, and nothing else.
 ALL_DEF: the functions of the public header, and log4cplus's C functions and C++ classes.
 C_DEF: the C functions alone, as an import library for other compilers needs them.
 """
@@ -30,8 +32,15 @@ def symbols(nm, archive):
     return {name[underscore:]: kind for name, kind in found.items()}
 
 
-def main():
-    header, nm, archive, all_def, c_def = sys.argv[1:]
+def write_version_script(header, script):
+    functions = declared(header)
+    if not functions:
+        raise SystemExit("make_def: no functions in the header")
+    lines = "".join("    %s;\n" % name for name in sorted(functions))
+    pathlib.Path(script).write_text("{\n  global:\n%s  local:\n    *;\n};\n" % lines, encoding="ascii")
+
+
+def write_definitions(header, nm, archive, all_def, c_def):
     functions = declared(header)
     log = symbols(nm, archive)
     log_functions = {name for name, kind in log.items() if kind == "T" and name.startswith("log4cplus_")}
@@ -47,4 +56,4 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    write_version_script(*sys.argv[1:]) if len(sys.argv) == 3 else write_definitions(*sys.argv[1:])

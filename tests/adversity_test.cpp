@@ -2,27 +2,12 @@
 // The user, another device or the cloud client acting at the worst moment, and volumes that come and go.
 #include <gtest/gtest.h>
 
-#include "archive/Archive.h"
 #include "archive/zip/ArchiveEngine.h"
 #include "support/Device.h"
 
 namespace Kelta {
 namespace test {
 namespace {
-
-class HookClock : public VirtualClock {
-public:
-  std::function<void(std::int64_t)> onPause;
-  mutable std::function<void()> onLook;
-  void wait(std::int64_t ms, Interruption& i) override {
-    VirtualClock::wait(ms, i);
-    if (onPause) onPause(ms);
-  }
-  std::int64_t nowMicroseconds() const override {
-    if (onLook) onLook();
-    return VirtualClock::nowMicroseconds();
-  }
-};
 
 class Adversity : public ::testing::Test {
 protected:
@@ -162,23 +147,6 @@ TEST_F(Adversity, ANewFileComesWithTheKeyWithoutARestart) {
   for (int i = 0; i < 3; ++i) b.cycle();
   EXPECT_EQ(b.tree(), "x=new@20");
 }
-// Unencrypted Content with somebody's metadata
-TEST_F(Adversity, AnUnencryptedContentIsNotTaken) {
-  put(in(a, "x"), "genuine", 10);
-  a.cycle();
-  const fs::path meta = folder / "__KELASSET_.json";
-  put(meta, archive::readEntry(out("x.kelta"), "__KELASSET_.json", ""), 0);
-  put(folder / "evil", "planted by the cloud", 0);
-  zip::ArchiveEngine engine;
-  zip::EntryOptions plain;
-  engine.addFile(folder / "evil", "Content", plain);
-  engine.addFile(meta, "__KELASSET_.json", plain);
-  engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
-  engine.writeArchive(out("x.kelta"));
-  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 50) * 1000000000);
-  a.cycle();
-  EXPECT_EQ(contentOf(in(a, "x")), "genuine");
-}
 TEST_F(Adversity, ForeignEntriesAreNotUnpacked) {
   put(in(a, "x"), "genuine", 10);
   a.cycle();
@@ -226,6 +194,71 @@ TEST_F(Adversity, AReplacedRootWithItsOwnMarkerIsNoMassDeletion) {
   c.start();
   c.cycle();
   EXPECT_EQ(namesOf(c.outside()), "dir/ dir/two.kelta one.kelta");
+}
+TEST_F(Adversity, AMountPointThatIsMarkedLikeTheOutsideIsNoMassDeletion) {
+  Device c(folder / "c", folder / "outside-c");
+  c.cycle();
+  fs::rename(c.outside(), folder / "bare");
+  fs::create_directory(c.outside());  // the volume
+  put(in(c, "one"), "1", 10);
+  c.start();
+  c.cycle();
+  ASSERT_EQ(namesOf(c.outside()), "one.kelta");
+  fs::rename(c.outside(), folder / "volume");  // unmounted
+  fs::rename(folder / "bare", c.outside());
+  EXPECT_EQ(c.cycle(), "");
+  EXPECT_FALSE(c.pair().ok());
+  c.start();
+  EXPECT_EQ(c.cycle(), "encrypt:one.kelta") << "merged";
+  fs::rename(c.outside(), folder / "bare");
+  fs::rename(folder / "volume", c.outside());
+  EXPECT_EQ(c.cycle(), "");
+  EXPECT_TRUE(c.pair().ok());
+  EXPECT_EQ(c.tree(), "one=1@10");
+}
+// The Outside's marker: one for all devices, whoever placed it, and whatever a cloud client does to it
+TEST_F(Adversity, TheOutsidesMarkerIsTheSameEverywhere) {
+  const std::string text = "This folder holds encrypted files. Deleting this file does no harm.\n";
+  fs::remove(out(".kelta"));
+  put(out(".kelta"), text + "1234-56-789-10-\n", 0);  // of an earlier version
+  put(in(a, "top/x"), "1", 10);
+  a.cycle();
+  const std::string marker = contentOf(out(".kelta"));
+  Device c(folder / "c", folder / "outside-c");
+  put(in(c, "other"), "1", 10);
+  c.cycle();
+  EXPECT_EQ(contentOf(c.outside() / ".kelta"), marker);
+  c.handler().changeAssetKey(L"main", std::wstring(64, L'5'), {});
+  c.cycle();
+  EXPECT_EQ(contentOf(c.outside() / ".kelta"), marker);
+
+  // An earlier version's marker arrives together with a rename that leaves nothing where it was.
+  for (const char* const name : {"renamed", "again"}) {
+    fs::remove(out(".kelta"));
+    put(out(".kelta"), text + "99-88-77-66-\n", 20);
+    for (const char* copy :
+         {".kelta (Ann's conflicted copy 2024-05-01)", " (conflicted copy).kelta", ".kelta-DESKTOP-1A2B3C4"})
+      put(out(copy), text + "1-2-3-4-\n", 0);
+    put(out(".kelta (1)"), "the user's", 0);
+    fs::rename(out(treeOf(a.inside()).substr(0, a.tree().find('/'))), out(name));
+    a.cycle();
+    EXPECT_TRUE(a.pair().ok());
+    EXPECT_EQ(a.tree(), std::string(name) + "/ " + name + "/x=1@10");
+    EXPECT_EQ(namesOf(a.outside()), std::string(".kelta (1) ") + name + "/ " + name + "/x.kelta");
+    EXPECT_EQ(contentOf(out(".kelta")), marker);
+    a.start();
+  }
+}
+TEST_F(Adversity, NothingIsMarkedBeforeThereIsAKey) {
+  fs::remove(out(".kelta"));
+  a.handler().clearAssets();
+  fs::create_directory(in(a, "d"));
+  a.cycle();
+  EXPECT_EQ(namesOf(a.outside()), "d/");
+  EXPECT_FALSE(fs::exists(out(".kelta")));
+  a.handler().setAssetKey(L"main", testKey());
+  a.cycle();
+  EXPECT_TRUE(fs::exists(out(".kelta")) && a.pair().ok());
 }
 TEST_F(Adversity, ASubfolderThatBecameALinkIsNoMassDeletion) {
   put(in(a, "dir/one"), "1", 10);
@@ -337,6 +370,44 @@ TEST_F(Adversity, SubScanSeesDeletionsBesideAFolder) {
   a.pair().subResolve();
   EXPECT_EQ(namesOf(out("top")), "d/ d/file.kelta");
 }
+// A file that gave way to a folder of its name, seen as a watcher tells of it
+TEST_F(Adversity, AFolderInAFilesPlaceKeepsItsRecords) {
+  put(in(a, "x"), "file", 10);
+  converge();
+  fs::remove(in(a, "x"));
+  put(in(a, "x/in"), "inner", 20);
+  a.pair().subScanForChanges({platform::wideOf(a.inside()), platform::wideOf(in(a, "x"))});
+  a.pair().subResolve();
+  fs::remove_all(in(a, "x"));
+  for (int i = 0; i < 3; ++i) a.cycle();
+  EXPECT_EQ(namesOf(a.outside()), "");
+  EXPECT_EQ(a.tree(), "");
+}
+// A new folder whose entries are copied before a scan has looked at it
+TEST_F(Adversity, ACopiedFolderGetsItsOwnIdentifier) {
+  put(in(a, "d/x"), "1", 10);
+  a.cycle();
+  fs::create_directory(in(a, "e"));
+  for (const char* name : {".rid", "x"})
+    fs::copy_file(in(a, std::string("d/") + name), in(a, std::string("e/") + name));
+  a.pair().subScanForChanges({platform::wideOf(in(a, "e"))});
+  a.pair().subResolve();
+  a.cycle();
+  const auto idOf = [&](const char* name) { return a.pair().getFolderRenameId(platform::wideOf(in(a, name))); };
+  EXPECT_NE(idOf("d"), idOf("e"));
+}
+TEST_F(Adversity, AFolderThatGoesDuringTheResolutionIsKnownOnNoSide) {
+  fs::create_directory(in(a, "d"));
+  fs::create_directory(out("d"));
+  a.pair().scanSrcChanges();
+  a.pair().scanDestChanges();
+  fs::remove(out("d"));
+  a.pair().syncChanges();
+  a.pair().endCycle();
+  EXPECT_EQ(a.pair().srcStateList.size() + a.pair().destStateList.size(), 0u);
+  a.cycle();
+  EXPECT_EQ(namesOf(a.outside()), "d/");
+}
 // One-sided record
 TEST_F(Adversity, ARecordRemovedByTheHostIsMergedAgain) {
   put(in(a, "x"), "1", 10);
@@ -381,24 +452,6 @@ TEST_F(Adversity, AFolderDeletionSurvivesAnInterruption) {
   a.cycle();
   EXPECT_FALSE(fs::exists(in(a, "d"))) << "came back";
 }
-// Both a folder and an archive of one plain name
-TEST_F(Adversity, AFolderBesideAnArchiveOfTheSameName) {
-  put(in(a, "x"), "file", 10);
-  converge();
-  // b turned x into a folder; the cloud brings the folder before the deletion
-  Device c(folder / "c", folder / "outside-c");
-  put(in(c, "x/inner"), "inner", 30);
-  c.cycle();
-  fs::create_directories(out("x"));
-  fs::copy_file(folder / "outside-c/x/inner.kelta", out("x/inner.kelta"));
-  platform::setLastWriteTime(out("x/inner.kelta"), (kEpoch + 30) * 1000000000);
-  a.cycle();
-  a.cycle();
-  fs::remove(out("x.kelta"));
-  for (int i = 0; i < 4; ++i) a.cycle();
-  EXPECT_EQ(a.cycle(), "");
-  EXPECT_EQ(a.tree(), "x/ x/inner=inner@30");
-}
 // Leftovers of another host name
 TEST_F(Adversity, PlaintextLeftByAKilledRunUnderAnotherHostName) {
   put(a.temp() / ".~kelsync-deadbeef-999999-01234567/content/Content", "plain text", 1);
@@ -406,11 +459,23 @@ TEST_F(Adversity, PlaintextLeftByAKilledRunUnderAnotherHostName) {
   a.start();
   EXPECT_EQ(a.leftovers(), "");
 }
-TEST_F(Adversity, AVolumesRootAsAPairFolder) {
-  EXPECT_TRUE(platform::liesBelow(L"D:/x", L"D:/"));
-  SyncPair pair(clock);
-  pair.setSourceFolder(L"D:\\");
-  EXPECT_TRUE(pair.isSrcFolder(L"D:/x"));
+// Names on the Outside that would lead elsewhere: one more separator, another folder, the folder above
+TEST_F(Adversity, ANameThatIsNoNameStandsForNothing) {
+  put(in(a, "d/x"), "1", 10);
+  a.cycle();
+  const std::string archive = contentOf(a.archive("d/x.kelta"));
+  const std::string stem(43, 'A');
+  for (const std::string& name :
+       {"\\" + stem, "d\\" + stem, stem + "\\", "\\\\" + stem, std::string("."), std::string("..")}) {
+    const fs::path planted = a.outside() / (name + ".kelta");
+    if (planted.filename().size() == name.size() + 6) put(planted, archive, 20);
+  }
+  for (const bool names : {false, true}) {
+    a.setNames(names);
+    a.resetNames();
+    EXPECT_EQ(a.cycle(), "");
+  }
+  EXPECT_EQ(a.tree(), "d/ d/x=1@10");
 }
 }  // namespace
 }  // namespace test

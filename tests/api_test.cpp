@@ -175,8 +175,96 @@ TEST_F(Api, KeysAndSingleFilesThroughTheExports) {
   kelsync_set_source_folder(fresh, folder.wide("inside").c_str());
   kelsync_set_dest_folder(fresh, folder.wide("outside").c_str());
   kelsync_set_state_path(fresh, folder.wide("state").c_str());
-  EXPECT_EQ(kelsync_remove_all_files(fresh, 0), 0) << "no state was loaded";
+  put(folder / "inside/x", "content", 10);
+  const std::string state = contentOf(folder / "state/Kelta_sync_state_0.txt");
+  EXPECT_EQ(kelsync_remove_all_files(fresh, 0) + kelsync_state_insert_record(fresh, folder.wide("inside/x").c_str()), 0)
+      << "no state was loaded";
+  EXPECT_EQ(contentOf(folder / "state/Kelta_sync_state_0.txt"), state);
   kelsync_delete(fresh);
+}
+
+TEST_F(Api, AChangedShareWaitsForTheHost) {
+  configure();
+  kelsync_set_assetkey(h, L"other", L"another key");
+  kelsync_set_share_policy(nullptr, 1);
+  kelsync_set_share_policy(h, 1);
+  put(folder / "inside/x", "content", 10);
+  scanAndResolve({"inside"});
+  put(folder / "outside/.sid", "other", 0);
+  put(folder / "inside/x", "edited", 20);
+  scanAndResolve({"inside"});
+  const auto waiting = [&] {
+    wchar_t* text = nullptr;
+    kelsync_get_waiting_JSON(h, &text);
+    const std::string json = platform::utf8(std::wstring(text));
+    freeme(text);
+    return json;
+  };
+  EXPECT_NE(waiting().find("/inside/x\",\"reason\":\"share-unconfirmed\""), std::string::npos) << waiting();
+  const std::wstring share = folder.wide("outside");
+  EXPECT_EQ(kelsync_share_confirm(nullptr, share.c_str(), L"other") + kelsync_share_confirm(h, nullptr, L"other") +
+                kelsync_share_confirm(h, share.c_str(), nullptr) + kelsync_share_confirm(h, share.c_str(), L"main") +
+                kelsync_share_confirm(h, folder.wide("log").c_str(), L"other"),
+            0);
+  EXPECT_EQ(kelsync_share_confirm(h, share.c_str(), L"other"), 1);
+  EXPECT_EQ(waiting(), "{\"waiting\":[]}");
+}
+
+TEST_F(Api, NothingStartsWithFoldersThatCannotBeUsed) {
+  const fs::path before = fs::current_path();
+  put(folder / "inside/x", "content", 10);
+  fs::current_path(folder.path());
+  const struct {
+    std::wstring state, temp;
+    const char* message;
+  } table[] = {{L"", folder.wide("temp"), "No folder for the state"},
+               {folder.wide("outside/state"), folder.wide("temp"), "lies on the Outside"},
+               {folder.wide("state"), folder.wide("outside//temp"), "lies on the Outside"}};
+  for (const auto& row : table) {
+    kelsync_pair* const last = h;
+    kelsync_init(&h);
+    kelsync_delete(last);
+    kelsync_set_source_folder(h, folder.wide("inside").c_str());
+    kelsync_set_dest_folder(h, folder.wide("outside").c_str());
+    kelsync_set_temp_folder(h, row.temp.c_str());
+    kelsync_set_state_path(h, row.state.c_str());
+    kelsync_set_assetkey(h, L"main", testKey());
+    kelsync_init_state(h);
+    EXPECT_EQ(kelsync_ok(h), 0);
+    EXPECT_NE(notifications().find(row.message), std::string::npos) << notifications();
+    scanAndResolve({"inside"});
+    EXPECT_FALSE(fs::exists(folder / "outside/x.kelta"));
+    EXPECT_FALSE(fs::exists(folder / "Kelta_sync_state_0.txt"));
+  }
+  fs::current_path(before);
+}
+
+TEST_F(Api, PathsAreTakenInAnySpellingOrRefused) {
+  configure();
+  const auto mapped = [&](decltype(fn_encrypt)* map, const std::wstring& path) {
+    wchar_t* text = nullptr;
+    map(h, path.c_str(), &text);
+    const std::wstring name(text);
+    freeme(text);
+    return name;
+  };
+  const std::wstring name = mapped(fn_encrypt, folder.wide("inside/dir/x"));
+  EXPECT_EQ(mapped(fn_encrypt, L"x"), name);
+  for (const char* path : {"inside//dir//x", "inside/./x", "inside/dir/../x", "inside//x/"})
+    EXPECT_EQ(mapped(fn_encrypt, folder.wide(path)), name) << path;
+  for (const char* path : {"outside//", "outside/.//dir/"})
+    EXPECT_EQ(mapped(fn_decrypt, folder.wide(path) + name), L"x");
+  for (const wchar_t* path : {L"", L".", L"..", L"/../x", L"\\"}) EXPECT_EQ(mapped(fn_encrypt, path), L"");
+  for (const wchar_t* path : {L"..kelta", L"...kelta"}) EXPECT_EQ(mapped(fn_decrypt, path), L"");
+
+  put(folder / "inside/x", "content", 10);
+  const auto encrypt = [&](const char* src, const char* dst) {
+    return single_encrypt(h, folder.wide(src).c_str(), folder.wide(dst).c_str());
+  };
+  EXPECT_EQ(encrypt("inside//x", "outside//dir//./x.kelta"), 1);
+  EXPECT_EQ(encrypt("inside/x", "outside/../outside/y.kelta"), 1);
+  EXPECT_EQ(encrypt("inside/x", "outside/z.kelta/") + encrypt("inside/x", "inside//z.kelta"), 0);
+  EXPECT_EQ(namesOf(folder / "outside"), "dir/ dir/x.kelta y.kelta");
 }
 
 TEST_F(Api, AnInterruptionFromAnotherThreadEndsASleep) {
@@ -224,6 +312,12 @@ TEST_F(Api, TheLogFollowsItsFolderAndItsProperties) {
   std::wstring whole;
   EXPECT_TRUE(platform::wideFromUtf8(logIn("properties"), whole)) << "an over-long line was cut within a character";
   EXPECT_EQ(logIn("log"), info);
+
+  fs::create_directories(folder / "refused/syncpair.log");
+  EXPECT_EQ(shownWhenSet("refused"), "Log::init() Exception on set appender.\n");
+  kelsync_set_state_path(h, (folder.wide("state") + L"/a\nERROR b\x1b[31m\x2028").c_str());
+  EXPECT_NE(logIn("properties").find("/a\\nERROR b\\u{1b}[31m\\u{2028}/Kelta_sync_state_0.txt"), std::string::npos)
+      << "names are escaped, and the log goes where it went before";
   log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
 }
 
@@ -245,7 +339,8 @@ TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
   log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
 
   const std::string log = logIn("log");
-  EXPECT_NE(log.find("assetid = main"), std::string::npos) << "not at the finest level";
+  for (const char* line : {"assetid = main", " got\n\t'asset'=main\n\t", "EVP final ok ? true"})
+    EXPECT_NE(log.find(line), std::string::npos) << "not at the finest level, or not as it is made: " << line;
   EXPECT_EQ(log.find("correct horse"), std::string::npos);
   EXPECT_FALSE(std::regex_search(log, std::regex("[0-9a-fA-F]{64}"))) << "a key, a password or its cipher";
   EXPECT_EQ(log.find(" encrypt\t"), std::string::npos);

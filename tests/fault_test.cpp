@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A cycle in which a file call of the C library fails: at the first, the second, the third … call, alone or with every
 // one behind it (a disk that filled up, a volume that turned read-only). Whatever fails, no file is lost on either
-// side, none is there in part, and the next cycles finish the work.
+// side, none is there in part, and the next cycles finish the work. And one in which somebody else does something
+// between two of its calls: at the first, the second, the third … moment.
 //
 // The calls below stand before the C library's own for the whole program, shared libraries included.
 #include <dlfcn.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "support/Device.h"
 
@@ -25,8 +27,18 @@ struct Fault {
   int countdown = 0;
   bool fired = false;
   int error = 0;
+  std::function<void()> act = {};  ///< is done right before the call, instead of letting it fail
 
+  /// The moment before any call, also one that only looks.
+  void reach() {
+    if (!armed || !act || --countdown > 0) return;
+    armed = false;
+    fired = true;
+    act();
+  }
   bool strikes() {
+    reach();
+    if (act) return false;
     if (!armed || --countdown > 0) return false;
     if (countdown < 0 && !lasting) return false;
     fired = true;
@@ -50,8 +62,8 @@ struct Place {
   bool struck = false;
 } place;
 
-bool startsWith(const char* path, const std::string& start) {
-  return !start.empty() && std::string(path).compare(0, start.size(), start) == 0;
+bool startsWith(const std::string& path, const std::string& start) {
+  return !start.empty() && path.compare(0, start.size(), start) == 0;
 }
 
 bool failsToRead(int file) {
@@ -64,7 +76,14 @@ bool failsToRead(int file) {
   return place.struck = true;
 }
 
-bool failsToRename(const char* to) {
+std::string pathOf(int folder, const char* name) {
+  char path[4096];
+  const std::string link = "/proc/self/fd/" + std::to_string(folder);
+  const ssize_t length = *name == '/' ? -1 : readlink(link.c_str(), path, sizeof path);
+  return length < 0 ? name : std::string(path, static_cast<std::size_t>(length)) + "/" + name;
+}
+
+bool failsToRename(const std::string& to) {
   if (!place.contested.empty() && place.contested == to) {
     place.contested.clear();
     Kelta::test::put(to, "from somebody else", 50);
@@ -89,6 +108,14 @@ mode_t modeOf(int flags, va_list arguments) {
     static const auto next = real<int (*)(const char*, int, ...)>(#name);                        \
     return fault.strikes() ? -1 : next(path, flags, mode);                                       \
   }
+extern "C" __attribute__((visibility("default"))) int openat(int folder, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  static const auto next = real<int (*)(int, const char*, int, ...)>("openat");
+  return fault.strikes() ? -1 : next(folder, path, flags, mode);
+}
 #define KELSYNC_FAULTY_IF(fails, result, name, parameters, arguments)           \
   extern "C" __attribute__((visibility("default"))) result name parameters {    \
     static const auto next = real<result(*) parameters>(#name);                 \
@@ -101,9 +128,14 @@ KELSYNC_FAULTY_OPEN(open)
 KELSYNC_FAULTY(ssize_t, write, (int file, const void* data, size_t size), (file, data, size))
 KELSYNC_FAULTY_IF(failsToRead(file), ssize_t, read, (int file, void* data, size_t size), (file, data, size))
 KELSYNC_FAULTY_IF(failsToRename(to), int, rename, (const char* from, const char* to) noexcept, (from, to))
-KELSYNC_FAULTY_IF(failsToRename(to), int, renameat2,
+KELSYNC_FAULTY_IF(failsToRename(pathOf(toFolder, to)), int, renameat,
+                  (int fromFolder, const char* from, int toFolder, const char* to) noexcept,
+                  (fromFolder, from, toFolder, to))
+KELSYNC_FAULTY_IF(failsToRename(pathOf(toFolder, to)), int, renameat2,
                   (int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept,
                   (fromFolder, from, toFolder, to, flags))
+KELSYNC_FAULTY(int, unlinkat, (int folder, const char* path, int flags) noexcept, (folder, path, flags))
+KELSYNC_FAULTY(int, mkdirat, (int folder, const char* path, mode_t mode) noexcept, (folder, path, mode))
 KELSYNC_FAULTY(int, unlink, (const char* path) noexcept, (path))
 KELSYNC_FAULTY(int, rmdir, (const char* path) noexcept, (path))
 KELSYNC_FAULTY(int, mkdir, (const char* path, mode_t mode) noexcept, (path, mode))
@@ -114,8 +146,17 @@ KELSYNC_FAULTY(int, fchmod, (int file, mode_t mode) noexcept, (file, mode))
 // Nothing is ever flushed: that costs most of the time, and these tests cut no power.
 extern "C" __attribute__((visibility("default"))) int fsync(int) { return fault.strikes() ? -1 : 0; }
 
+extern "C" __attribute__((visibility("default"))) int fstatat(int folder, const char* path, struct stat* status,
+                                                              int flags) noexcept {
+  static const auto next = real<int (*)(int, const char*, struct stat*, int)>("fstatat64");
+  if (!startsWith(pathOf(folder, path), place.hidden)) return next(folder, path, status, flags);
+  errno = EIO;
+  return -1;
+}
+
 extern "C" __attribute__((visibility("default"))) int lstat(const char* path, struct stat* status) noexcept {
   static const auto next = real<int (*)(const char*, struct stat*)>("lstat64");
+  fault.reach();
   if (!startsWith(path, place.hidden)) return next(path, status);
   errno = EIO;
   return -1;
@@ -294,13 +335,14 @@ bool failAt(int call, bool lasting) {
   }
   EXPECT_EQ(a.cycle() + b.cycle(), "") << "quiet";
   std::string after = withShortConflicts(a.tree());
-  // The loser that no bin took goes on as a conflict copy.
-  const std::string kept = " dir/both!=older@20";
-  if (const std::size_t at = after.find(kept); at != std::string::npos) after.erase(at, kept.size());
+  // The loser that no bin took goes on as a conflict copy; the folder that could not be removed is back, empty.
+  for (const std::string kept : {" dir/both!=older@20", " old/"}) {
+    if (const std::size_t at = after.find(kept); at != std::string::npos) after.erase(at, kept.size());
+  }
   EXPECT_EQ(after, kExpected);
   EXPECT_EQ(a.tree(), b.tree());
-  EXPECT_EQ(a.leftovers(), "");
   a.start();
+  EXPECT_EQ(a.leftovers(), "") << "what could not be removed at the time";
   EXPECT_EQ(a.cycle(), "") << "after a restart";
   EXPECT_EQ(namesOf(a.inside()).find(".~") & namesOf(a.outside()).find(".~"), std::string::npos);
   return fired;
@@ -318,6 +360,138 @@ TEST_P(FailingCall, LosesNothingAndHeals) {
 }
 
 INSTANTIATE_TEST_SUITE_P(OnceAndLasting, FailingCall, ::testing::Bool());
+
+// Sanitizers make each run slow, and look at something else.
+#ifdef __SANITIZE_ADDRESS__
+constexpr int kStride = 7;
+#else
+constexpr int kStride = 1;
+#endif
+
+// What a program, or a second device, does while device a runs a cycle.
+struct Moment {
+  const char* name;
+  void (*prepare)(Device& a, Device& b);
+  void (*act)(Device& a, const fs::path& late);  ///< `late`: an archive of "x" as "late", time 40
+  const char* expected;                          ///< what both devices have in the end, conflict copies left out
+  bool quiet;                                    ///< no bin and no conflict copy may get anything
+  const char* alsoKept = "";                     ///< a version that must be somewhere, if only in a bin
+  bool deletes = false;
+};
+
+void save(const fs::path& file, const std::string& content, std::int64_t time) {
+  put(file.parent_path() / "saving.tmp~", content, time);
+  fs::rename(file.parent_path() / "saving.tmp~", file);
+}
+void begin(Device& a, Device& b) {
+  for (const char* name : {"x", "dir/x"}) put(a.inside() / name, "old", 10);
+  a.cycle();
+  b.cycle();
+}
+void edit(Device& device, const std::string& content, std::int64_t time) { put(device.inside() / "x", content, time); }
+void saveLate(Device& a, const fs::path&) { save(a.inside() / "x", "late", 40); }
+void deliverLate(Device& a, const fs::path& late) {
+  fs::copy_file(late, a.outside() / ".~delivered");
+  platform::setLastWriteTime(a.outside() / ".~delivered", (kEpoch + 40) * 1000000000);
+  fs::rename(a.outside() / ".~delivered", a.outside() / "x.kelta");
+}
+
+const Moment kMoments[] = {
+    {"encrypt", [](Device& a, Device& b) { begin(a, b), edit(a, "mine", 20); }, saveLate, "dir/ dir/x=old@10 x=late@40",
+     true},
+    {"encrypt, a second device", [](Device& a, Device& b) { begin(a, b), edit(a, "mine", 20); }, deliverLate,
+     "dir/ dir/x=old@10 x=late@40", false},
+    {"decrypt", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(); }, saveLate,
+     "dir/ dir/x=old@10 x=late@40", false, "mine"},
+    {"decrypt, a second device", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(); }, deliverLate,
+     "dir/ dir/x=old@10 x=late@40", true},
+    {"deletion", [](Device& a, Device& b) { begin(a, b), fs::remove(b.inside() / "x"), b.cycle(); }, saveLate,
+     "dir/ dir/x=old@10 x=late@40", false},
+    {"deletion, a second device", [](Device& a, Device& b) { begin(a, b), fs::remove(a.inside() / "x"); }, deliverLate,
+     "dir/ dir/x=old@10 x=late@40", true},
+    {"tie", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 20); }, saveLate,
+     nullptr, false, "mine"},
+    {"newer wins", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 30), b.cycle(), edit(a, "ours", 20); },
+     saveLate, nullptr, false, "mine"},
+    {"older loses", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 30); },
+     deliverLate, nullptr, false},
+    {"rename", [](Device& a, Device& b) { begin(a, b), fs::rename(b.inside() / "x", b.inside() / "y"), b.cycle(); },
+     saveLate, nullptr, false},
+    {"rename of the folder",
+     [](Device& a, Device& b) { begin(a, b), fs::rename(b.inside() / "dir", b.inside() / "moved"), b.cycle(); },
+     [](Device& a, const fs::path&) {
+       save(a.inside() / (fs::exists(a.inside() / "dir") ? "dir/x" : "moved/x"), "late", 40);
+     },
+     nullptr, false},
+    {"a file that grows", [](Device& a, Device& b) { begin(a, b), put(a.inside() / "x", "la", 20); },
+     [](Device& a, const fs::path&) { writeFile(a.inside() / "x", "late"); }, nullptr, true},
+    {"a part that is renamed", [](Device& a, Device& b) { begin(a, b), put(a.inside() / "x.part", "la", 20); },
+     [](Device& a, const fs::path&) {
+       writeFile(a.inside() / "x.part", "late");
+       fs::rename(a.inside() / "x.part", a.inside() / "y");
+     },
+     nullptr, true},
+    {"a part that is deleted", [](Device& a, Device& b) { begin(a, b), put(a.inside() / "z", "part", 20); },
+     [](Device& a, const fs::path&) { fs::remove(a.inside() / "z"); }, "dir/ dir/x=old@10 x=old@10", false, "", true},
+};
+
+// False when the cycle ended before the moment came.
+bool actAt(const Moment& moment, int call, const fs::path& late) {
+  TempFolder folder;
+  Device a(folder / "a", folder / "outside");
+  Device b(folder / "b", folder / "outside");
+  moment.prepare(a, b);
+  const std::multiset<std::string> before = a.bin().contents();
+  fault = Fault();
+  fault.countdown = call;
+  bool seen = false;  // what the user saves over is the user's to lose
+  fault.act = [&] {
+    seen = fs::exists(a.inside() / "x") && contentOf(a.inside() / "x") == moment.alsoKept;
+    moment.act(a, late);
+  };
+  fault.armed = true;
+  a.cycle();
+  const bool fired = fault.fired;
+  fault = Fault();
+  for (int i = 0; i < 5; ++i) {
+    a.cycle();
+    b.cycle();
+    a.clock().advance(60000);
+    b.clock().advance(60000);
+  }
+  EXPECT_EQ(a.cycle() + b.cycle(), "") << "quiet";
+  EXPECT_EQ(a.tree(), b.tree());
+  EXPECT_EQ(a.leftovers(), "");
+  const std::string after = withShortConflicts(a.tree());
+  if (fired && moment.expected && after.find('!') == std::string::npos) {
+    EXPECT_EQ(after, moment.expected);
+  }
+  EXPECT_TRUE(!fired || moment.deletes || after.find("=late@") != std::string::npos) << after;
+  const bool kept = after.find(std::string("=") + moment.alsoKept + "@") != std::string::npos;
+  EXPECT_TRUE(!*moment.alsoKept || seen || kept || a.bin().holds(moment.alsoKept)) << after;
+  if (moment.quiet && fired) {
+    EXPECT_EQ(after.find('!'), std::string::npos) << after;
+    EXPECT_EQ(a.bin().contents(), before);
+  }
+  return fired;
+}
+
+class Meanwhile : public ::testing::TestWithParam<Moment> {};
+
+TEST_P(Meanwhile, WhatIsDoneBetweenTwoCallsIsNotLost) {
+  TempFolder folder;
+  Device c(folder / "c", folder / "outside");
+  put(c.inside() / "x", "late", 40);
+  c.cycle();
+  int call = 1;
+  while (actAt(GetParam(), call, folder / "outside/x.kelta")) {
+    ASSERT_FALSE(HasFailure()) << GetParam().name << ", call " << call;
+    call += kStride;
+  }
+  EXPECT_GT(call, 100) << "the cycle ended too soon to mean anything";
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEveryCall, Meanwhile, ::testing::ValuesIn(kMoments));
 
 }  // namespace
 }  // namespace test

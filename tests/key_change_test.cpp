@@ -115,6 +115,33 @@ TEST_F(KeyChange, KilledAtTwentyMomentsFinishesWhenCalledAgain) {
   EXPECT_EQ(a.leftovers(), "");
 }
 
+// Deeper than the system can name at once; made and taken apart from within.
+TEST_F(KeyChange, FoldersThatNoScanTakesDoNotEndIt) {
+  Device a(folder / "a", folder / "outside");
+  put(a.inside() / "x", "content", 10);
+  a.cycle();
+  const auto wrap = [&](const fs::path& inner, const fs::path& outer) {
+    fs::create_directory(outer);
+    fs::rename(inner, outer / "deep");
+  };
+  fs::create_directory(folder / "0");
+  constexpr int kLevels = 1000;
+  for (int level = 0; level < kLevels; ++level)
+    wrap(folder / std::to_string(level % 2), folder / std::to_string((level + 1) % 2));
+  fs::rename(folder / "0", a.outside() / "deep");
+  EXPECT_TRUE(a.handler().changeAssetKey(L"main", L"another key", {}));
+  EXPECT_TRUE(a.handler().verifyArchives({}));
+  EXPECT_TRUE(a.resetNames());
+  const std::string told = platform::utf8(a.handler().getQuarantineAsJSON());
+  EXPECT_NE(told.find("Path too long"), std::string::npos) << told;
+  EXPECT_EQ(told.find("errorid"), told.rfind("errorid")) << "named once, where it begins";
+  fs::rename(a.outside() / "deep", folder / "0");
+  for (int level = 0; level < kLevels; ++level) {
+    fs::rename(folder / (std::to_string(level % 2) + "/deep"), folder / std::to_string((level + 1) % 2));
+    fs::remove(folder / std::to_string(level % 2));
+  }
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace Kelta

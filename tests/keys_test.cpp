@@ -2,7 +2,11 @@
 // Asset keys over whole devices: shares, keys that come late or change, single files, removals.
 #include <regex>
 
+#include "CryptoHelper/CryptoHelper.h"
+#include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "archive/Archive.h"
+#include "archive/ConsolePwdListener.h"
+#include "archive/zip/ArchiveEngine.h"
 #include "archive/zip/ArchiveError.h"
 #include "kelsyncpair/kelsyncpair.h"
 #include "support/Device.h"
@@ -201,6 +205,204 @@ TEST_F(Keys, OddMetadataFailsThatFileOnly) {
     const auto text = archive::readEntry(folder / "outside/x.kelta", "__KELASSET_.json", "");
     EXPECT_EQ(text.find("other") != std::string::npos, std::get<0>(row).find("other") != std::string::npos) << text;
   }
+}
+
+// Whoever can write to the Outside makes wrapped passwords of an archive's own, whose plain text he may influence, and
+// watches what becomes of them. Everything that no password of a pair opens must look the same to him.
+class Oracle : public Keys {
+protected:
+  Oracle() {
+    put(folder / "plain", "planted", 0);
+    put(folder / "meta/__KELASSET_.json", "{}", 0);
+  }
+  std::string wrapped(std::string password, const std::wstring& key = testKey()) {
+    std::string keyText = platform::utf8(key);
+    std::string cipher;
+    CryptoHelper().encrypted(password, keyText, std::string(16, 'v'), cipher);
+    return hexOf(cipher.data(), cipher.size());
+  }
+  /// An archive whose content is encrypted under the password "a", or not at all.
+  void plant(const fs::path& archive, const std::string& asset, const std::string& hex, bool encrypted, int time) {
+    put(folder / "meta/__KELASSET_.json", metadataText(asset, hex), 0);
+    zip::ArchiveEngine engine;
+    archive::ConsolePwdListener password("a");
+    engine.setPasswordListener(&password);
+    zip::EntryOptions content;
+    content.setCompression(zip::kStored, 0);
+    const zip::EntryOptions metadata = content;
+    if (encrypted) content.setEncryption(0x6610, 256, 0x4101);
+    engine.addFile(folder / "plain", "Content", content);
+    engine.addFile(folder / "meta/__KELASSET_.json", "__KELASSET_.json", metadata);
+    engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
+    engine.writeArchive(archive);
+    platform::setLastWriteTime(archive, (kEpoch + time) * 1000000000);
+  }
+  /// What is to be seen of such an archive that is newer than the Inside, older, as old, alone, and put over one that
+  /// is in sync; and what the host gets to know.
+  std::string effectsOf(const std::string& asset, const std::string& hex, bool encrypted) {
+    fs::remove_all(folder / "d");
+    fs::remove_all(folder / "o");
+    Device d(folder / "d", folder / "o");
+    const auto edit = [&](const char* name, int time) { put(d.inside() / name, std::string("edited ") + name, time); };
+    for (const char* name : {"newer", "older", "tie", "same"}) edit(name, 10);
+    int asked = 0;
+    d.handler().registerKeyNotFound([&](const std::wstring&) { return ++asked, std::wstring(); });
+    std::string seen = d.cycle();
+    const std::pair<const char*, int> planted[] = {
+        {"newer", 30}, {"older", 20}, {"tie", 25}, {"alone", 20}, {"same", 10}};
+    for (const auto& row : planted)
+      plant(d.outside() / (row.first + std::string(".kelta")), asset, hex, encrypted, row.second);
+    for (const char* name : {"newer", "older", "tie", "same"}) edit(name, 25);
+    for (const int pause : {0, 0, 91, 0}) {
+      d.clock().advance(pause * 1000);
+      seen += "\n" + d.cycle();
+    }
+    seen += "\n" + verify(d) + (d.handler().verifyAssetKey(L"main") ? " fits" : " does not fit");
+    seen += d.handler().changeAssetKey(L"main", kNewKey, {}) ? " changed" : " not changed";
+    seen += "\n" + std::to_string(asked) + "\n" + d.notifications() + quarantine(d) + "\n" + d.tree() + "\n";
+    std::set<std::string> left;
+    for (const fs::directory_entry& entry : fs::directory_iterator(d.outside())) {
+      if (entry.path().filename() == ".kelta") continue;
+      const std::string content = contentOf(entry.path());
+      left.insert(platform::utf8(entry.path().filename()) + (content.find(hex) == std::string::npos ? "" : ":planted") +
+                  "@" + std::to_string(platform::stampOf(entry.path()).seconds() - kEpoch));
+    }
+    for (const std::string& line : left) seen += line + "\n";
+    seen = std::regex_replace(withShortConflicts(seen), std::regex("[0-9-]{10}T[0-9:]{8}Z"), "TIME");
+    return std::regex_replace(seen, std::regex("quar/[0-9a-f]{32}"), "quar/RECORD");
+  }
+};
+
+TEST_F(Oracle, WhatNoPasswordOpensLooksTheSame) {
+  const std::string right(64, '7');
+  std::string flipped = wrapped(right);
+  char& last = flipped[2 * (16 + 48) + 31];  // of the block before the padding: 0x10 becomes 0x11 to 0x1f
+  last = last == '0' ? '1' : '0';
+  const std::pair<const char*, std::string> rows[] = {{"wrong padding", flipped},
+                                                      {"another key", wrapped(right, kNewKey)},
+                                                      {"one letter, which opens the content", wrapped("a")},
+                                                      {"nothing", wrapped("")},
+                                                      {"a text", wrapped("correct horse battery staple")},
+                                                      {"63 digits", wrapped(std::string(63, '7'))},
+                                                      {"65 digits", wrapped(std::string(65, '7'))},
+                                                      {"64 letters", wrapped(std::string(64, 'g'))},
+                                                      {"31 bytes", wrapped(std::string(31, '\xFF'))},
+                                                      {"64 digits", wrapped(right)},
+                                                      {"64 capital digits", wrapped(std::string(64, 'A'))},
+                                                      {"32 bytes", wrapped(std::string(32, '\0'))},
+                                                      {"no digits", "xyz"},
+                                                      {"half a block", wrapped(right).substr(0, 80)}};
+  for (const bool encrypted : {true, false}) {
+    const std::string expected = effectsOf("main", flipped, encrypted);
+    EXPECT_EQ(expected.find("Quarantine for alone.kelta") != std::string::npos, encrypted) << expected;
+    EXPECT_EQ(expected.find("=planted"), std::string::npos) << expected;
+    for (const auto& row : rows) EXPECT_EQ(effectsOf("main", row.second, encrypted), expected) << row.first;
+  }
+}
+
+// Both sides changed, the Inside later. What a tool added to the other version does not matter where it can still be
+// read; else the archive itself is what is kept.
+TEST_F(Keys, AVersionThatIsReplacedIsKeptWhateverWasDoneToIt) {
+  Device b(folder / "b", folder / "outside");
+  const fs::path archive = folder / "outside/x.kelta";
+  const auto number = [](std::string& bytes, std::size_t at) { return reinterpret_cast<std::uint32_t*>(&bytes[at]); };
+  const auto metadata = [&] { return archive::readEntry(archive, "__KELASSET_.json", ""); };
+  const std::tuple<const char*, bool, std::function<void()>> rows[] = {
+      {"nothing", true, [] {}},
+      {"a byte behind", true, [&] { put(archive, contentOf(archive) + "x", 20); }},
+      {"bytes in front", true, [&] { put(archive, "in front" + contentOf(archive), 20); }},
+      {"text behind the JSON", true, [&] { rewriteMetadata("x.kelta", metadata() + " more {"); }},
+      {"a second metadata entry", true,
+       [&] {
+         put(folder / "__KELASSET_.jsoX", "{\"assets\":[{\"other\":\"00\"}]}", 0);
+         archive::updateMetadata(archive, folder / "__KELASSET_.jsoX");
+         put(archive, std::regex_replace(contentOf(archive), std::regex("jsoX"), "json"), 20);
+       }},
+      {"bytes before the directory", false,
+       [&] {
+         std::string bytes = contentOf(archive);
+         std::uint32_t* const offset = number(bytes, bytes.size() - 6);
+         bytes.insert(*offset, 4, '\0');
+         *number(bytes, bytes.size() - 6) += 4;
+         put(archive, bytes, 20);
+       }},
+      {"no JSON", false, [&] { rewriteMetadata("x.kelta", "no JSON"); }},
+      {"another byte in the content", false,
+       [&] {
+         std::string bytes = contentOf(archive);
+         bytes[160] = static_cast<char>(bytes[160] ^ 1);
+         put(archive, bytes, 20);
+       }},
+      {"cut short", false, [&] { put(archive, contentOf(archive).substr(0, 150), 20); }}};
+  int time = 0;
+  for (const bool withBin : {true, false}) {
+    if (!withBin && fs::path::preferred_separator != '/') continue;
+    fs::remove_all(folder / "b/data/Trash");
+    if (!withBin) put(folder / "b/data/Trash", "no folder", 0);
+    for (const auto& row : rows) {
+      SCOPED_TRACE(std::get<0>(row));
+      const std::string theirs = std::string("theirs, before ") + std::get<0>(row) + (withBin ? "" : ", no bin");
+      put(a.inside() / "x", "both", time += 10);
+      for (Device* device : {&a, &b, &a}) device->cycle();
+      put(b.inside() / "x", theirs, time += 10);
+      b.cycle();
+      std::get<2>(row)();
+      platform::setLastWriteTime(archive, (kEpoch + time) * 1000000000);
+      put(a.inside() / "x", "mine", time += 10);
+      a.pair().clearNotifications();
+      const std::string raw = contentOf(archive);
+      a.cycle();
+      std::multiset<std::string> kept = a.bin().contents();
+      for (const fs::path& side : {a.inside(), a.outside()})
+        for (const fs::directory_entry& entry : fs::directory_iterator(side)) kept.insert(contentOf(entry.path()));
+      EXPECT_EQ(kept.count(std::get<1>(row) ? theirs : raw), 1u);
+      EXPECT_EQ(a.notifications().find("cannot be read and is replaced") == std::string::npos, std::get<1>(row));
+      EXPECT_EQ(a.bin().contents().count(raw) == 1, withBin && !std::get<1>(row));
+      b.cycle();
+      EXPECT_EQ(contentOf(b.inside() / "x"), "mine");
+    }
+  }
+}
+
+TEST_F(Keys, AnArchiveThatHoldsTooMuchIsForeignAndSaidOnce) {
+  const fs::path archive = folder / "outside/x.kelta";
+  put(a.inside() / "x", "content", 10);
+  a.cycle();
+  const std::string good = archive::readEntry(archive, "__KELASSET_.json", "");
+  const std::string whole = contentOf(archive);
+  const auto assets = [&](int others) {
+    std::string text = good.substr(0, 11);
+    for (int i = 0; i < others; ++i) text += "{\"other " + std::to_string(i) + "\":\"00\"},";
+    rewriteMetadata("x.kelta", text + good.substr(11));
+  };
+  const auto size = [&](std::size_t bytes) {
+    rewriteMetadata("x.kelta", std::string(bytes - good.size(), ' ') + good);
+  };
+  const auto entries = [&](int count) {
+    zip::ArchiveEngine engine;
+    for (int i = 2; i < count; ++i) engine.addFile(folder / "empty", std::to_string(i), zip::EntryOptions());
+    engine.setWriteFlags(zip::ArchiveEngine::kReplaceTarget);
+    engine.updateArchive(archive);
+  };
+  put(folder / "empty", "", 0);
+  const std::pair<bool, std::function<void()>> rows[] = {
+      {true, [&] { assets(63); }},   {false, [&] { assets(64); }},   {true, [&] { size(65536); }},
+      {false, [&] { size(65537); }}, {true, [&] { entries(1024); }}, {false, [&] { entries(1025); }}};
+  int asked = 0;
+  a.handler().registerKeyNotFound([&](const std::wstring&) { return ++asked, std::wstring(); });
+  for (const auto& row : rows) {
+    put(archive, whole, 10);
+    row.second();
+    for (int time = 0; time < 2; ++time) {
+      a.pair().clearNotifications();
+      const bool opened = a.handler().decryptSingle(archive, folder / "y") == L"decrypt";
+      EXPECT_EQ(opened, row.first) << &row - rows;
+      EXPECT_EQ(a.notifications().find("Quarantine for x.kelta") != std::string::npos, !row.first && time == 0);
+    }
+    EXPECT_EQ(quarantine(a).find("more than an archive") != std::string::npos, !row.first);
+    EXPECT_TRUE(change(a, testKey())) << "what is foreign has no key to be changed";
+  }
+  EXPECT_EQ(asked, 0);
 }
 
 TEST_F(Keys, ANewerArchiveIsNeverReplacedByARewrappedOne) {

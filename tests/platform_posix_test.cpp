@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <functional>
 #include <string>
@@ -63,8 +65,57 @@ TEST(PosixFiles, LocksOfOthersAreSeen) {
   close(holder);
   // A pipe nobody writes to would hold up whoever opens it to read.
   ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
-  EXPECT_FALSE(isLocked(temp / "pipe"));
+  EXPECT_FALSE(isLocked(temp / "pipe") || isOpenForWriting(temp / "pipe"));
   EXPECT_THROW(File(temp / "pipe", File::Mode::read), fs::filesystem_error);
+}
+
+TEST(PosixFiles, WritersOfAnyKindAreSeenUntilTheyAreGone) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "content");
+  const fs::path path = temp / "file";
+  for (const int flags : {O_RDONLY, O_WRONLY, O_RDWR | O_APPEND}) {
+    const int holder = open(path.c_str(), flags);
+    EXPECT_EQ(isOpenForWriting(path), flags != O_RDONLY) << flags;
+    close(holder);
+    EXPECT_FALSE(isOpenForWriting(path));
+  }
+  const int mapped = open(path.c_str(), O_RDWR);
+  void* const map = mmap(nullptr, 1, PROT_WRITE, MAP_SHARED, mapped, 0);
+  close(mapped);
+  EXPECT_TRUE(isOpenForWriting(path)) << "mapped";
+  munmap(map, 1);
+  EXPECT_FALSE(isOpenForWriting(path));
+}
+
+std::atomic<int> signalsSeen{0};
+
+// A host may use any signal itself: none comes of a look at a file, and none that waits for the host is taken.
+TEST(PosixFiles, ALookForWritersTakesAndSendsNoSignals) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "content");
+  const fs::path path = temp / "file";
+  constexpr std::array<int, 2> kSignals{SIGURG, SIGIO};
+  sigset_t set;
+  sigset_t former;
+  sigemptyset(&set);
+  for (const int number : kSignals) {
+    sigaddset(&set, number);
+    signal(number, [](int) { ++signalsSeen; });
+  }
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    while (!done) close(open(path.c_str(), O_WRONLY));
+  });
+  for (int look = 0; look < 3000; ++look) isOpenForWriting(path);
+  done = true;
+  writer.join();
+  EXPECT_EQ(signalsSeen, 0);
+  pthread_sigmask(SIG_BLOCK, &set, &former);
+  for (const int number : kSignals) pthread_kill(pthread_self(), number);
+  EXPECT_FALSE(isOpenForWriting(path));
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  EXPECT_EQ(signalsSeen, 2) << "those that waited";
+  for (const int number : kSignals) signal(number, SIG_DFL);
 }
 
 TEST(PosixFiles, EntriesAreToldApartWithoutFollowingLinks) {
@@ -105,11 +156,72 @@ TEST(PosixFiles, RightsFollowTheFileThatIsReplaced) {
   EXPECT_TRUE(restrictToOwner(temp / "other"));
   EXPECT_EQ(modeOf(temp / "other"), 0600u);
   EXPECT_FALSE(restrictToOwner(temp / "none"));
+  // Another name for the file, planted in the fresh one's place, does not open it to others.
+  fs::create_symlink(temp / "secret", temp / "planted");
+  giveNormalRights(temp / "planted", temp / "new");
+  fs::create_hard_link(temp / "secret", temp / "second name");
+  giveNormalRights(temp / "second name", temp / "new");
+  chmod((temp / "new").c_str(), 0644);
+  fs::create_symlink(temp / "new", temp / "to new");
+  EXPECT_FALSE(restrictToOwner(temp / "to new"));
+  EXPECT_EQ(modeOf(temp / "secret"), 0600u);
+  EXPECT_EQ(modeOf(temp / "new"), 0644u);
   // A link at the target's place is replaced, and what it points to left alone.
   fs::create_symlink(temp / "secret", temp / "link");
   writeWholeFile(temp / "link", "y");
   EXPECT_EQ(stampOf(temp / "link").kind, Kind::file);
   EXPECT_EQ(readFile(temp / "secret"), "x");
+}
+
+// Whoever may write to the folder puts something in the place of the temporary file.
+TEST(PosixFiles, AnAtomicFileIsNotMistakenForAnother) {
+  const TempFolder temp;
+  const fs::path secret = temp / "secret";
+  writeWholeFile(secret, "secret", true);
+  const std::function<void(const fs::path&)> plants[] = {
+      [&](const fs::path& place) { fs::create_symlink(secret, place); },
+      [&](const fs::path& place) { fs::create_hard_link(secret, place); },
+      [](const fs::path& place) { writeWholeFile(place, "foreign"); }};
+  for (const auto& plant : plants) {
+    writeWholeFile(temp / "target", "old");
+    fs::path place;
+    {
+      AtomicFile output(temp / "target");
+      place = output.temporary();
+      fs::rename(place, temp / "stolen");
+      plant(place);
+      EXPECT_THROW(output.commit(), fs::filesystem_error);
+      EXPECT_EQ(readFile(temp / "target"), "old");
+    }
+    EXPECT_EQ(readFile(secret), "secret");
+    EXPECT_EQ(modeOf(secret), 0600u);
+    EXPECT_EQ(stampOf(place).kind, Kind::missing);
+    fs::remove(temp / "stolen");
+  }
+}
+
+// A folder that others may write to: it is moved away, and a link to another one put in its place.
+TEST(PosixFiles, AFolderThatIsHeldIsNotMistakenForAnother) {
+  const TempFolder temp;
+  for (const char* name : {"root/in/deep", "elsewhere/deep"}) fs::create_directories(temp / name);
+  for (const char* name : {"root/in/deep/f", "root/in/deep/g", "elsewhere/deep/f"}) writeWholeFile(temp / name, name);
+  const OpenFolder root(temp / "root");
+  const OpenFolder deep = root.folder("in").folder("deep");
+  AtomicFile output(deep, "g");
+  const EntryId file = deep.look("f").id;
+  fs::rename(temp / "root/in", temp / "away");
+  fs::create_symlink(temp / "elsewhere", temp / "root/in");
+  EXPECT_EQ(readFile(deep.path() / "f"), "elsewhere/deep/f") << "by its path";
+  EXPECT_THROW(root.folder("in"), fs::filesystem_error);
+  output.commit();
+  EXPECT_TRUE(deep.removeFile("f", file));
+  deep.open("new", File::Mode::createNew);
+  EXPECT_TRUE(deep.move("new", deep.look("new").id, deep.makeFolder("below"), "new"));
+  EXPECT_EQ(countIn(temp / "elsewhere/deep"), 1u);
+  EXPECT_EQ(readFile(temp / "elsewhere/deep/f"), "elsewhere/deep/f");
+  EXPECT_EQ(readFile(temp / "away/deep/g"), "");
+  EXPECT_TRUE(fs::exists(temp / "away/deep/below/new"));
+  EXPECT_FALSE(fs::exists(temp / "away/deep/f"));
 }
 
 TEST(PosixFiles, AWriteThatFailsHalfwayLeavesTheOldContent) {

@@ -11,6 +11,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/Files.h"
+#include "platform/LockFile.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
 #include "platform/Utf8.h"
@@ -167,33 +168,6 @@ TEST(PlatformFiles, FileReadsWhatWasWrittenAndRefusesWhatIsNoFile) {
   EXPECT_EQ(readFile(temp / "f"), "0123456789");
 }
 
-TEST(PlatformFiles, ReplacingKeepsOneOfTheTwo) {
-  const TempFolder temp;
-  writeWholeFile(temp / "a", "new");
-  writeWholeFile(temp / "b", "old");
-  EXPECT_TRUE(errorOf([&] { replaceFile(temp / "none", temp / "b"); }));
-  EXPECT_EQ(readFile(temp / "b"), "old");
-  replaceFile(temp / "a", temp / "b");
-  EXPECT_EQ(readFile(temp / "b"), "new");
-  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"b"});
-  EXPECT_FALSE(isLocked(temp / "b"));
-  EXPECT_FALSE(isLocked(temp / "none"));
-  EXPECT_FALSE(isLocked(temp.path()));
-}
-
-TEST(PlatformFiles, MovingReplacesNothing) {
-  const TempFolder temp;
-  for (const char* name : {"from", "to"}) writeWholeFile(temp / name, name);
-  EXPECT_FALSE(moveFile(temp / "from", temp / "to"));
-  EXPECT_FALSE(AtomicFile(temp / "to").commitNew());
-  EXPECT_EQ(readFile(temp / "from") + readFile(temp / "to"), "fromto");
-  fs::remove(temp / "to");
-  EXPECT_TRUE(moveFile(temp / "from", temp / "to"));
-  EXPECT_EQ(readFile(temp / "to"), "from");
-  EXPECT_TRUE(errorOf([&] { moveFile(temp / "from", temp / "to"); }));
-  EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"to"});
-}
-
 TEST(PlatformFiles, OnlyAnEmptyFolderIsRecycled) {
   const TempFolder temp;
   fs::create_directory(temp / "folder");
@@ -204,6 +178,13 @@ TEST(PlatformFiles, OnlyAnEmptyFolderIsRecycled) {
   EXPECT_TRUE(recycle(temp / "folder"));
   EXPECT_TRUE(recycle(temp / "folder"));
   EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{});
+}
+
+TEST(PlatformFiles, OrdinaryFilesAloneAreLockedOrOpenForWriting) {
+  const TempFolder temp;
+  writeWholeFile(temp / "file", "x");
+  for (const fs::path& path : {temp / "file", temp / "none", temp.path()})
+    EXPECT_FALSE(isLocked(path) || isOpenForWriting(path)) << path;
 }
 
 TEST(PlatformFiles, LiesBelowMindsComponents) {
@@ -230,10 +211,28 @@ TEST(PlatformAtomicFile, TheTargetIsOldOrNewAndNothingStaysBehind) {
   EXPECT_EQ(namesIn(temp.path()), std::vector<std::string>{"target"});
   writeWholeFile(temp / "target", std::string("new\0", 4));
   EXPECT_EQ(readFile(temp / "target"), std::string("new\0", 4));
+  EXPECT_FALSE(AtomicFile(temp / "target").commitNew());
   fs::create_directories(temp / "folder/full");
   EXPECT_TRUE(errorOf([&] { writeWholeFile(temp / "folder", "x"); }));
   EXPECT_TRUE(errorOf([&] { writeWholeFile(temp / "none/target", "x"); }));
   EXPECT_EQ(namesIn(temp.path()), (std::vector<std::string>{"folder", "target"}));
+}
+
+TEST(PlatformLockFile, KeepsOthersOutAsLongAsItLives) {
+  const TempFolder folder;
+  writeWholeFile(folder / "lock", "1 elsewhere\n");
+  {
+    LockFile first(folder / "lock");
+    ASSERT_TRUE(first.taken()) << "what is in the file decides nothing";
+    first.setNote("42\n");
+    const LockFile second(folder / "lock");
+    EXPECT_FALSE(second.taken());
+    EXPECT_EQ(second.note(), "42\n");
+  }
+  const LockFile later(folder / "lock");
+  EXPECT_TRUE(later.taken() && later.note().empty());
+  fs::create_directory(folder / "folder");
+  EXPECT_TRUE(errorOf([&] { const LockFile none(folder / "folder"); }).failed());
 }
 
 TEST(PlatformAtomicFile, TemporaryNamesTellWhoseTheyAre) {

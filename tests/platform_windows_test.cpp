@@ -278,6 +278,45 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   EXPECT_TRUE(platform::recycle(folder / "look"));
 }
 
+// The system knows no exchange: what was replaced stands beside its place for a moment, where any scan finds it.
+TEST_F(Windows, AnExchangeKeepsWhatItReplacesAtEveryStep) {
+  const fs::path fresh = folder / "fresh";
+  const fs::path target = folder / "x.tar.gz";
+  put(fresh, "new", 7);
+  put(target, "old", 1);
+  mark(target, kMarks);
+  EXPECT_TRUE(platform::exchangeFiles(fresh, target));
+  EXPECT_EQ(contentOf(target) + contentOf(fresh), "newold");
+  EXPECT_EQ(marksOf(target), 0U);
+  EXPECT_EQ(marksOf(fresh), kMarks);
+  EXPECT_EQ(platform::stampOf(target).seconds(), kEpoch + 7);
+  EXPECT_EQ(platform::stampOf(fresh).seconds(), kEpoch + 1);
+  mark(fresh, FILE_ATTRIBUTE_NORMAL);
+  {
+    const ClosedPlace closed(fresh);
+    EXPECT_THROW(platform::exchangeFiles(fresh, target), fs::filesystem_error);
+  }
+  const std::set<std::string> left = exactTree(folder.path());
+  EXPECT_EQ(left.count("x.tar.gz=old"), 1U);
+  const auto beside = left.lower_bound("x (replaced ");
+  ASSERT_NE(beside, left.end());
+  EXPECT_EQ(beside->substr(beside->size() - 12), ").tar.gz=new");
+}
+
+TEST_F(Windows, AFolderThatIsHeldStaysWhereItIs) {
+  put(folder / "root/in/deep/f", "text", 1);
+  {
+    const platform::OpenFolder root(folder / "root");
+    const platform::OpenFolder deep = root.folder("in").folder("deep");
+    for (const char* held : {"root", "root/in", "root/in/deep"})
+      EXPECT_FALSE(MoveFileExW(callPath(folder / held).c_str(), callPath(folder / "away").c_str(), 0)) << held;
+    EXPECT_THROW(root.folder("IN"), fs::filesystem_error);
+    const ReparsePoint junction(folder / "root/in", IO_REPARSE_TAG_MOUNT_POINT);
+    EXPECT_THROW(root.folder("in"), fs::filesystem_error);
+  }
+  EXPECT_TRUE(MoveFileExW(callPath(folder / "root/in").c_str(), callPath(folder / "away").c_str(), 0));
+}
+
 TEST_F(Windows, AJunctionIsNotFollowedButAFolderKeptElsewhereIs) {
   constexpr unsigned long kept = 0x9000001A;  // by a cloud's client
   put(a.inside() / "dir/f", "text", 1);

@@ -69,6 +69,37 @@ TEST_F(Scan, EmptyFilesAndOddEntries) {
   EXPECT_EQ(a.pair().srcSyncList.count(L"empty"), 1u);
 }
 
+TEST_F(Scan, AFolderListTakesAnySpellingAndNothingFromElsewhere) {
+  put(a.inside() / "dir/x", "1", 10);
+  const bool linked = makeLink(folder.path(), a.inside() / "link");
+  const std::wstring root = platform::wideOf(a.inside());
+  const struct {
+    std::wstring path;
+    std::size_t found;
+  } table[] = {{root + L"//dir", 1},
+               {root + L"\\dir\\", 1},
+               {root + L"/./dir/.", 1},
+               {root + L"/dir/../dir", 1},
+               {root + L"/../inside/dir", 1},
+               {root + L"/..", 0},
+               {root + L"/link/../dir", linked ? 0U : 1U},
+               {L"", 0},
+               {L"dir", 0},
+               {platform::wideOf(a.inside().root_path()) + L"../dir", 0}};
+  for (const auto& row : table) {
+    a.pair().srcSyncList.clear();
+    a.pair().subScanForChanges({row.path});
+    EXPECT_EQ(a.pair().srcSyncList.count(L"dir/x"), row.found) << platform::utf8(row.path);
+    EXPECT_EQ(a.pair().srcSyncList.size(), row.found) << platform::utf8(row.path);
+  }
+  EXPECT_EQ(a.handler().getQuarantineAsJSON(), L"{\"quarantined\":[]}");
+  SyncPair pair(clock);
+  pair.setSourceFolder(root + L"/dir//../.\\");
+  EXPECT_TRUE(pair.isPairRoot(root));
+  pair.setSourceFolder(platform::wideOf(a.inside().root_path()));
+  EXPECT_TRUE(pair.isSrcFolder(root)) << "a volume's root";
+}
+
 TEST_F(Scan, PaceBetweenCycles) {
   const auto tell = [&] {
     int seconds = -1;

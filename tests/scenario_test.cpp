@@ -145,15 +145,129 @@ TEST_F(Scenario, WhatChangesBetweenScanAndCopyIsNeverOverwritten) {
   EXPECT_EQ(b.tree(), "x=edited on a@20 y=edited on a@20 z=from b@20");
 }
 
-TEST_F(Scenario, ADeletedFolderThatHoldsForeignFilesStays) {
-  put(in(a, "gone/known"), "1", 10);
-  converge();
-  fs::remove_all(in(b, "gone"));
-  b.cycle();
-  put(in(a, "gone/.DS_Store"), "foreign", 20);
-  for (int i = 0; i < 6; ++i) (i % 2 == 0 ? a : b).cycle();
-  EXPECT_EQ(a.cycle() + b.cycle(), "");
-  EXPECT_EQ(namesOf(in(a, "gone")) + namesOf(in(b, "gone")), ".DS_Store") << "it came back where it was deleted";
+// What a system makes by itself goes along, whether it is synchronised ("Thumbs.db") or not; a lock file tells that
+// somebody works there.
+TEST_F(Scenario, ADeletedFolderStaysOnlyForWhatSomebodyMade) {
+  const struct {
+    const char* name;
+    bool known, stays;
+  } table[] = {{".DS_Store", false, false}, {"desktop.ini", false, false}, {"Thumbs.db", false, false},
+               {"Thumbs.db", true, false},  {"~$open.docx", false, true},  {"own.db", false, true}};
+  int made = 0;
+  for (const bool otherFirst : {true, false}) {
+    for (const auto& row : table) {
+      const std::string file = std::string("gone/sub/") + row.name;
+      const std::string content = "made " + std::to_string(++made);
+      put(in(a, "gone/sub/known"), "1", 10);
+      if (row.known) put(in(b, file), "0", 10);
+      converge();
+      fs::remove_all(in(a, "gone"));
+      put(in(b, file), content, 20);
+      for (int i = 0; i < 6; ++i) ((i % 2 == 0) == otherFirst ? b : a).cycle();
+      EXPECT_EQ(a.cycle() + b.cycle(), "") << row.name;
+      for (const fs::path& place : {in(a, "gone/sub"), in(b, "gone"), out("gone")})
+        EXPECT_EQ(fs::exists(place), row.stays) << row.name << otherFirst;
+      EXPECT_EQ(a.bin().holds(content), !row.stays) << row.name << otherFirst;
+      for (const Device* device : {&a, &b}) fs::remove_all(in(*device, "gone"));
+      converge();
+    }
+  }
+}
+
+// Whoever notices it: the folder keeps the name, the file goes on under another, and the host hears of it once.
+TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
+  const auto synced = [&](Device& one, Device& two, const std::string& entry) {
+    put(in(one, entry), "old", 10);
+    for (int i = 0; i < 2; ++i) one.cycle() + two.cycle();
+    fs::remove_all(in(one, "x"));
+  };
+  const struct {
+    std::function<void(Device&, Device&)> story;
+    const char* tree;
+  } table[] = {
+      {[&](Device& one, Device& two) {
+         put(in(one, "x"), "file", 20);
+         put(in(two, "x/in"), "inner", 30);
+       },
+       "x!=file@20 x/ x/in=inner@30"},
+      {[&](Device& one, Device& two) {
+         synced(one, two, "x");
+         put(in(one, "x/in"), "inner", 20);
+         put(in(two, "x"), "edited", 30);
+       },
+       "x!=edited@30 x/ x/in=inner@20"},
+      {[&](Device& one, Device& two) {
+         synced(one, two, "x/in");
+         put(in(one, "x"), "file", 20);
+         put(in(two, "x/new"), "inner", 30);
+       },
+       "x!=file@20 x/ x/new=inner@30"},
+      // Both were uploaded before either was seen by the other device.
+      {[&](Device& one, Device& two) {
+         put(in(one, "x"), "file", 20);
+         one.cycle();
+         const fs::path archive = one.archive("x.kelta");
+         fs::rename(archive, one.outside().parent_path() / archive.filename());
+         put(in(two, "x/in"), "inner", 30);
+         two.cycle();
+         fs::rename(one.outside().parent_path() / archive.filename(), archive);
+       },
+       "x!=file@20 x/ x/in=inner@30"},
+  };
+  for (const bool subScans : {false, true}) {
+    for (const bool oneFirst : {true, false}) {
+      for (const auto& row : table) {
+        const TempFolder place;
+        Device one(place / "one", place / "outside");
+        Device two(place / "two", place / "outside");
+        row.story(one, two);
+        for (int i = 0; i < 6; ++i) {  // one to bring it about, two to settle it
+          Device& device = (i % 2 == 0) == oneFirst ? one : two;
+          std::vector<std::wstring> folders;
+          for (const fs::path& root : {device.inside(), device.outside()})
+            for (const fs::path& listed : {root, root / "x"}) folders.push_back(platform::wideOf(listed));
+          if (subScans) device.pair().subScanForChanges(folders);
+          if (subScans) device.pair().subResolve();
+          if (!subScans) device.cycle();
+        }
+        EXPECT_EQ(one.cycle() + two.cycle(), "") << row.tree << subScans << oneFirst;
+        EXPECT_EQ(withShortConflicts(one.tree()), row.tree) << subScans << oneFirst;
+        EXPECT_EQ(one.tree(), two.tree());
+        const std::string told = one.notifications() + two.notifications();
+        EXPECT_NE(told.find("a folder has the name of the file x,"), std::string::npos) << told;
+        EXPECT_EQ(told.find("a folder has the name"), told.rfind("a folder has the name")) << told;
+        EXPECT_EQ(told.find("Could not"), std::string::npos) << told;
+      }
+    }
+  }
+}
+
+TEST_F(Scenario, AFutureTimeIsToldOnceAndListed) {
+  const auto isListed = [](Device& device, const char* name) {
+    const std::string listed = platform::utf8(device.pair().waiting().asJSON());
+    return listed.find(name + std::string("\",\"reason\":\"future-time\"")) != std::string::npos;
+  };
+  const auto isTold = [](Device& device) {
+    const bool told = device.notifications().find("lies in the future") != std::string::npos;
+    device.pair().clearNotifications();
+    return told;
+  };
+  const std::int64_t now = a.clock().nowSeconds() - kEpoch;
+  put(in(a, "x"), "1", now + 3 * 86400);
+  put(in(a, "near"), "1", now + 80000);
+  a.cycle();
+  for (Device* device : {&a, &b}) {
+    device->cycle();
+    EXPECT_TRUE(isTold(*device));
+    device->cycle();
+    EXPECT_TRUE(!isTold(*device) && isListed(*device, "/x") && !isListed(*device, "/near"));
+  }
+  put(in(a, "x"), "2", now);
+  a.cycle();
+  EXPECT_TRUE(isListed(a, "/x")) << "not noticed yet";
+  a.clock().advance(std::int64_t(3) * 86400 * 1000);
+  a.cycle();
+  EXPECT_FALSE(isListed(a, "/x"));
 }
 
 TEST_F(Scenario, AFileBecomesAFolderAndTheReverse) {
@@ -325,6 +439,84 @@ TEST_F(Scenario, SubFolderScansSeeWhatIsListedAndWhatIsNewOrGoneBelow) {
   EXPECT_FALSE(a.pair().ok());
   EXPECT_EQ(namesOf(a.outside()), archives);
 }
+
+// The folder of a cloud client that keeps times in steps of two seconds, rounded down or up once it has seen a file.
+class CoarseTimes : public Scenario, public ::testing::WithParamInterface<std::tuple<bool, bool, int>> {
+protected:
+  CoarseTimes() { b.setNames(std::get<1>(GetParam())); }
+
+  static void put(const fs::path& file, const std::string& content, std::int64_t time) {
+    test::put(file, content, time);
+    platform::setLastWriteTime(file, (kEpoch + time) * 1000000000 + std::get<2>(GetParam()));
+  }
+  std::string cycle(Device& device) {
+    constexpr std::int64_t step = 2000000000;
+    const std::string events = device.cycle();
+    for (const fs::directory_entry& entry : fs::directory_iterator(device.outside())) {
+      const std::int64_t time = platform::stampOf(entry.path()).nanoseconds;
+      const std::int64_t up = std::get<0>(GetParam()) ? step - 1 : 0;
+      platform::setLastWriteTime(entry.path(), (time + up) / step * step);
+    }
+    return events;
+  }
+  void quiet() {
+    std::string events = "?";
+    for (int round = 0; round < 4 && !events.empty(); ++round) events = cycle(a) + cycle(b);
+    EXPECT_EQ(events, "") << "never quiet";
+    EXPECT_EQ(contents(a), contents(b));
+  }
+  static std::multiset<std::string> contents(const Device& device) {
+    std::multiset<std::string> found;
+    for (const fs::directory_entry& entry : fs::directory_iterator(device.inside()))
+      if (entry.path().filename() != ".rid") found.insert(contentOf(entry.path()));
+    return found;
+  }
+};
+
+TEST_P(CoarseTimes, EndQuietAndLoseNothing) {
+  put(in(a, "alike"), "alike", 21);
+  put(in(b, "alike"), "alike", 21);
+  put(in(a, "x"), "from a", 21);
+  put(in(b, "x"), "from b", 21);
+  put(in(a, "y"), "1", 21);
+  quiet();
+  auto kept = contents(a);
+  for (const std::string& content : a.bin().contents()) kept.insert(content);
+  EXPECT_TRUE(kept.count("from a") > 0 && kept.count("from b") > 0);
+  EXPECT_EQ(contents(a).count("alike"), 1U);
+  const auto bin = a.bin().contents().size();
+  put(in(b, "y"), "2", 25);
+  quiet();
+  put(in(a, "y"), "3", 27);
+  quiet();
+  EXPECT_EQ(contents(a).count("3"), 1U);
+  EXPECT_EQ(a.bin().contents().size(), bin) << "an edit that was carried over";
+  fs::rename(in(b, "y"), in(b, "z"));
+  quiet();
+  EXPECT_EQ(contentOf(in(a, "z")), "3");
+  for (const char* name : {"alike", "x", "z"}) fs::remove(in(a, name));
+  quiet();
+  EXPECT_EQ(contents(b).count("alike") + contents(b).count("3"), 0U) << "came back";
+}
+
+TEST_F(Scenario, EditsOneSecondApartAreNoTie) {
+  for (const std::int64_t fraction : {0, 300000000}) {
+    for (const int time : {20, 21}) {
+      const std::string name = std::to_string(time) + "." + std::to_string(fraction);
+      for (Device* device : {&a, &b}) {
+        put(in(*device, name), device == &a ? "older " + name : "newer " + name, 0);
+        const std::int64_t seconds = kEpoch + time + (device == &a ? 0 : 1);
+        platform::setLastWriteTime(in(*device, name), seconds * 1000000000 + fraction);
+      }
+      converge();
+      EXPECT_EQ(contentOf(in(a, name)), "newer " + name);
+      EXPECT_TRUE(a.bin().holds("older " + name));
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, CoarseTimes,
+                         ::testing::Combine(::testing::Bool(), ::testing::Bool(), ::testing::Values(0, 400000000)));
 
 TEST_F(Scenario, FolderIdentifiersAreKept) {
   fs::create_directories(in(a, "d"));

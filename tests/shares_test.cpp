@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Folders with a key of their own inside one pair.
+#include "archive/Archive.h"
 #include "support/Device.h"
 #include "support/HandlerFixture.h"
 
@@ -73,6 +74,113 @@ TEST_F(Shares, AMarkerThatAppearsDuringTheCopyEndsIt) {
   clock->atNextLook([this] { mark("out/s/.sid", "other"); });
   EXPECT_EQ(copy("in/s/x", "out/s/x"), kFailed);
   EXPECT_FALSE(there("out/s/x.kelta"));
+}
+
+class ChangedShares : public ::testing::Test {
+protected:
+  void start() {
+    a.start();
+    for (const wchar_t* id : {L"s", L"other"}) a.handler().setAssetKey(id, L"a key");
+    a.pair().clearNotifications();
+  }
+  std::string assetOf(const std::string& archive) {
+    const std::string text = archive::readEntry(a.outside() / archive, "__KELASSET_.json", "");
+    return text.substr(13, text.find('"', 13) - 13);
+  }
+  void putArchiveOf(const std::string& asset, const std::string& entry) {
+    Device b(folder / "b", folder / "elsewhere");
+    b.handler().clearAssets();
+    b.handler().setAssetKey(platform::wideOf(fs::path(asset)), asset == "main" ? testKey() : L"a key");
+    put(folder / "plain", "with the marker", 15);
+    EXPECT_EQ(b.handler().encryptSingle(folder / "plain", a.outside() / (entry + ".kelta")), L"encrypt");
+  }
+  bool told(const std::string& text) { return a.notifications().find(text) != std::string::npos; }
+  std::string waiting() { return platform::utf8(a.pair().waiting().asJSON()); }
+  bool confirm(const std::string& entry, const wchar_t* id) {
+    return a.handler().confirmShare(platform::wideOf(a.inside() / entry), id);
+  }
+
+  TempFolder folder;
+  Device a{folder / "a", folder / "outside"};
+};
+
+TEST_F(ChangedShares, AreToldBeforeTheyAreUsedAndWaitWhereTheHostWantsThat) {
+  const struct {
+    const char* marker;
+    const char* before;  // what it names; empty: there is none
+    const char* after;
+    const char* share;
+  } rows[] = {{"d/.sid", "s", "other", "d"},
+              {"d/.sid", "", "other", "d"},
+              {"d/e/.sid", "", "other", "d/e"},
+              {"d/.sid", "s", "", "d"}};
+  int row = 0;
+  for (const auto& change : rows) {
+    for (const bool waits : {false, true}) {
+      const std::string top = "row " + std::to_string(++row) + "/";
+      SCOPED_TRACE(top + change.marker);
+      const std::string before = *change.before ? change.before : "main";
+      const std::string after = *change.after ? change.after : "main";
+      const fs::path file = a.inside() / (top + "d/e/x");
+      const std::string archive = top + "d/e/x.kelta";
+      start();
+      a.handler().setChangedSharesWait(waits);
+      if (*change.before) put(a.outside() / top / change.marker, change.before, 0);
+      put(file, "content", 10);
+      a.cycle();
+      EXPECT_FALSE(told("ERROR")) << "a new share: " << a.notifications();
+      EXPECT_EQ(assetOf(archive), before);
+
+      start();  // it is remembered on the disk
+      a.handler().setChangedSharesWait(waits);
+      fs::remove(a.outside() / top / change.marker);
+      if (*change.after) put(a.outside() / top / change.marker, change.after, 0);
+      putArchiveOf(after, top + "d/e/y");
+      a.cycle();
+      EXPECT_TRUE(fs::exists(a.inside() / top / "d/e/y"));
+      put(file, "edited", 20);
+      a.cycle();
+      EXPECT_TRUE(
+          told(top + change.share + " was changed: its files were encrypted for " + before + ", and are for " + after))
+          << a.notifications();
+      EXPECT_EQ(assetOf(archive), waits ? before : after);
+      a.pair().clearNotifications();
+      if (waits) {
+        EXPECT_EQ(a.cycle(), "failed:x");
+        EXPECT_NE(waiting().find("d/e/x\",\"reason\":\"share-unconfirmed\""), std::string::npos) << waiting();
+        a.handler().setFNE(true);
+        a.handler().resetStateFNE({});
+        EXPECT_TRUE(fs::exists(a.outside() / archive)) << "no name is encrypted for the other asset either";
+        a.handler().setFNE(false);
+        a.handler().resetStateFNE({});
+        EXPECT_FALSE(confirm(top + "d/e", platform::wideOf(fs::path(before)).c_str()));
+        EXPECT_TRUE(confirm(top + change.share, platform::wideOf(fs::path(after)).c_str()));
+        a.cycle();
+      }
+      put(file, "edited again", 30);
+      a.cycle();
+      EXPECT_EQ(assetOf(archive), after);
+      EXPECT_FALSE(told("was changed")) << "once";
+      EXPECT_EQ(waiting(), "{\"waiting\":[]}");
+    }
+  }
+}
+
+TEST_F(ChangedShares, NothingIsEncryptedWhereTheMarkersOfTheTwoSidesDisagree) {
+  start();
+  put(a.outside() / "d/.sid", "other", 0);
+  put(a.inside() / "d/.sid", "s", 0);
+  put(a.inside() / "d/x", "content", 10);
+  for (const bool first : {true, false}) {
+    a.cycle();
+    EXPECT_EQ(told("d name two assets, other on the Outside and s on the Inside"), first);
+    a.pair().clearNotifications();
+  }
+  EXPECT_EQ(namesOf(a.outside()), "d/ d/.sid");
+  EXPECT_FALSE(confirm("d", L"other"));
+  put(a.inside() / "d/.sid", "other", 0);
+  a.cycle();
+  EXPECT_EQ(assetOf("d/x.kelta"), "other");
 }
 
 }  // namespace

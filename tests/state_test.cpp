@@ -46,10 +46,13 @@ TEST_F(State, LinesThatAreNoRecordsAreSkippedAndAnOverlongOneEndsTheFile) {
       {longLine(2047) + good, 2},
       {good + longLine(2048) + "/r/c\t1\th\n", 1},
       {good + std::string(300000, 'x'), 1},
+      {"/r//./a/../b\t10\thash\n/r/b\t11\th\n", 1},  // one path
+      {"/../b\t10\thash\n" + good, 1},               // no path
       {good + "/r/\xC3\xBC \xF0\x9F\x98\x80\t1\t+" + std::string(32, '0') + "\n", 2},
   };
   for (const auto& row : table) EXPECT_EQ(load(row.text).size(), row.records) << row.text.substr(0, 60);
   EXPECT_EQ(load(good)[L"/r/a"], (StateRecord{L"10", L"hash"}));
+  EXPECT_EQ(load("/r/a\t10\thash\r\n/r/b\t0\t\r\n"), (StateList{{L"/r/a", {L"10", L"hash"}}, {L"/r/b", {L"0", L""}}}));
 }
 
 TEST_F(State, IsWrittenOnlyWhenSomethingHappened) {
@@ -64,16 +67,74 @@ TEST_F(State, IsWrittenOnlyWhenSomethingHappened) {
   a.pair().setState(a.pair().srcStateList, platform::wideOf(a.inside() / "x"), kEpoch + 11);
   a.pair().writeState();
   EXPECT_EQ(file(0), inside);
+}
 
-  const std::wstring y = platform::wideOf(a.inside() / "y");
-  EXPECT_FALSE(a.pair().stateInsertRecord(y)) << "not there";
+TEST_F(State, AHostEditsRecordsOfWhatAScanWouldTakeAlone) {
+  put(a.inside() / "x", "1", 10);
+  a.cycle();
   put(a.inside() / "y", "1", 10);
-  EXPECT_TRUE(a.pair().stateInsertRecord(y));
+  put(a.inside() / "archive.kelta", "1", 10);
+  put(a.outside() / "foreign.txt", "1", 10);
+  put(a.outside() / ".sid", "main\n", 10);
+  const std::wstring in = platform::wideOf(a.inside());
+  const std::wstring out = platform::wideOf(a.outside());
+  const std::string before = file(0) + file(1);
+  for (const std::wstring& path :
+       {in, out, in + L"/.rid", out + L"/.kelta", out + L"/.sid", out + L"/foreign.txt", in + L"/archive.kelta",
+        in + L"/missing", in + L"//y", in + L"/./y", in + L"/y/", in + L"/../inside/y", in + L"//x", in + L"/./x",
+        in + L"/x/", in + L"/x\ty", std::wstring(L"/elsewhere/y"), std::wstring(L"y"), std::wstring()}) {
+    EXPECT_FALSE(a.pair().stateInsertRecord(path)) << platform::utf8(path);
+    EXPECT_FALSE(a.pair().stateRemoveRecord(path)) << platform::utf8(path);
+  }
+  EXPECT_EQ(file(0) + file(1), before);
+  EXPECT_TRUE(a.pair().stateInsertRecord(in + L"\\y"));
   EXPECT_NE(file(0).find("/y\t"), std::string::npos);
-  EXPECT_TRUE(a.pair().stateRemoveRecord(y));
-  EXPECT_FALSE(a.pair().stateRemoveRecord(y));
+  EXPECT_TRUE(a.pair().stateRemoveRecord(in + L"/y"));
+  EXPECT_FALSE(a.pair().stateRemoveRecord(in + L"/y"));
   EXPECT_EQ(file(0).find("/y\t"), std::string::npos);
-  EXPECT_FALSE(a.pair().stateInsertRecord(L"/elsewhere/y"));
+}
+
+// Read by half, it would tell deletions that nobody made.
+TEST_F(State, WhatCannotBeReadIsKeptAsideAndBothSidesAreMerged) {
+  for (const std::string name : {"state_0", "state_1", "roots"}) {
+    Device b(folder / name, folder / (name + "-outside"));
+    put(b.inside() / "x", "1", 10);
+    put(b.inside() / "y", "1", 10);
+    b.cycle();
+    fs::remove(b.inside() / "x");
+    const fs::path file = b.state() / ("Kelta_sync_" + name + ".txt");
+    fs::remove(file);
+    put(file / "content", "unread", 0);
+    b.start();
+    EXPECT_NE(b.notifications().find("\"ERROR\",\"message\":\"The state could not be read"), std::string::npos) << name;
+    EXPECT_EQ(b.cycle(), "decrypt:x") << name;
+    EXPECT_EQ(b.cycle(), "") << name;
+    EXPECT_EQ(b.tree(), "x=1@10 y=1@10") << name;
+    EXPECT_EQ(contentOf(file.parent_path() / (file.filename().string() + ".unread1") / "content"), "unread");
+    EXPECT_TRUE(fs::is_regular_file(file)) << name;
+  }
+  put(a.inside() / "x", "1", 10);
+  a.cycle();
+  put(a.state() / "Kelta_sync_renames.txt/content", "unread", 0);
+  fs::remove(a.inside() / "x");
+  a.start();
+  EXPECT_EQ(a.cycle(), "delete:x.kelta") << "the records are whole";
+}
+
+// Time 0: what is there is not what the other side has, though both may carry one time.
+TEST_F(State, ARecordOfUnseenContentOutlivesDamage) {
+  put(a.inside() / "x", "1", 10);
+  a.cycle();
+  const std::wstring x = platform::wideOf(a.inside() / "x");
+  for (const bool damaged : {false, true}) {
+    put(a.inside() / "x", damaged ? "3" : "2", 10);
+    a.pair().setState(a.pair().srcStateList, x, 0);
+    a.pair().writeStateList(a.pair().srcStateList, platform::wideOf(a.state() / "Kelta_sync_state_0.txt"));
+    if (damaged) put(a.state() / "Kelta_sync_state_0.txt", file(0) + "no record\n", 0);
+    a.start();
+    EXPECT_EQ(a.pair().srcStateList[x][0], L"0");
+    EXPECT_EQ(a.cycle(), "encrypt:x.kelta");
+  }
 }
 
 // Folders whose names begin alike, and characters that sort before the separator.

@@ -238,6 +238,7 @@ public:
     if (!script_[next_].second.empty()) paths.push_back(script_[next_].second);
     return script_[next_++].first;
   }
+  bool isIncomplete() const override { return next_ > 0 && script_[next_ - 1].first == Event::lost; }
   void stop() override {
     const std::lock_guard<std::mutex> lock(mutex_);
     stopped_ = true;
@@ -270,7 +271,12 @@ TEST_F(WatcherTest, LostNotificationsAreToldAsTheFolder) {
       std::sort(told.begin(), told.end());
     }
     EXPECT_EQ(Paths(told.begin(), told.end()), (Paths{watched, watched + L"/old", watched + L"/old/deep"}));
+    EXPECT_EQ(watcher.isIncomplete(), last == Event::lost);
   }
+  Watcher refused([](const std::wstring&) -> std::unique_ptr<MadeUp> { throw std::runtime_error("no more of them"); });
+  refused.addFolder(watched);
+  EXPECT_THROW(refused.start(), std::runtime_error);
+  EXPECT_TRUE(refused.isIncomplete());
 }
 
 /// Changes in random order; files get later times and fresh names as they go.

@@ -90,8 +90,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_delete(kelsync_pair* h);
 /**
  * Health of the engine.
  * @return 1, or 0 once a scan found one of the pair's folders missing (an
- * unmounted volume, say). A handle that reports 0 stays so: delete it, and
- * create a new one when the folder is back. A null handle gives 0.
+ * unmounted volume, say), or one that cannot be used was set: no state folder,
+ * one of the pair within the other, the state or the Temp folder on the
+ * Outside. A handle that reports 0 stays so: delete it, and create a new one
+ * when the folder is back. A null handle gives 0.
  */
 KELSYNC_API int KELSYNC_CALL kelsync_ok(kelsync_pair* h);
 
@@ -131,7 +133,7 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_state_path(kelsync_pair* h, const wcha
 
 /**
  * Sends the log of the whole process to "syncpair.log" in `folder`, which must
- * exist; otherwise nothing changes. "log.properties" in that folder, if there,
+ * exist and be writable; otherwise the log goes where it went before. "log.properties" in that folder, if there,
  * configures log4cplus first; without it the level is INFO, or DEBUG when the
  * environment variable SYNCPAIRTRACE is set. Not to be called by two threads at once.
  */
@@ -155,10 +157,12 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_FNE(kelsync_pair* h, int flag);
 /*
  * Shares. A folder of the pair that holds a file ".sid" is a share: its files, and those of the folders below, are
  * encrypted under the asset that the first line of that file names (UTF-8), not under the default one. The marker may
- * lie on either side; where both have one, that of the Outside counts. It is never synchronised, and read again before
- * every file that is encrypted. While a marker holds no usable id, or cannot be read, nothing in its share is
- * encrypted. A file that is moved from one share to another is encrypted anew; one that merely lies in a folder whose
- * marker changes is so with its next change.
+ * lie on either side; where both have one, that of the Outside counts, and unless both name the same asset nothing in
+ * the share is encrypted. It is never synchronised, and read again before every file that is encrypted. While a marker
+ * holds no usable id, or cannot be read, nothing in its share is encrypted. Which asset a folder was last used with is
+ * remembered in the state folder; a marker that changes it, comes or goes is told with an "ERROR" notification before
+ * anything is encrypted for the other asset. A file that is moved from one share to another is encrypted anew; one that
+ * merely lies in a folder whose marker changes is so with its next change.
  */
 
 /**
@@ -197,12 +201,31 @@ KELSYNC_API void KELSYNC_CALL kelsync_remove_assetkey(kelsync_pair* h, const wch
 KELSYNC_API void KELSYNC_CALL kelsync_clear_assets(kelsync_pair* h);
 
 /**
- * Tries the installed key of an asset on archives of the Outside (a handful, metadata only). Call it before the first
- * cycle: with a wrong key, existing files would merely fail, but new ones would be locked away from every other device.
+ * Tries the installed key of an asset on archives of the Outside (a handful, without decrypting any content). Call it
+ * before the first cycle: with a wrong key, existing files would merely fail, but new ones would be locked away from
+ * every other device.
  * @return 0 when there are archives of that asset and the key opens none of those tried (also for null
  *   arguments); 1 otherwise, in particular when there is nothing to try.
  */
 KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId);
+
+/**
+ * What becomes of a folder whose marker, where files of it were encrypted before, makes them another asset's: with 0,
+ * the default, that is told and they are encrypted for the other asset with their next change. With 1 they wait for
+ * kelsync_share_confirm(), and kelsync_get_waiting_JSON() lists those that have changed as "share-unconfirmed". Anybody
+ * who can write to the Outside can put a marker there. New shares, and folders of which no file was encrypted yet, do
+ * not wait. Other values are taken as 0.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_share_policy(kelsync_pair* h, int policy);
+
+/**
+ * Confirms that the share which holds `folder`, a full path of either side, is to be encrypted for `assetId` from now
+ * on (a folder that is no share any more: for the default asset). Files that wait go with the next cycle. Call it after
+ * kelsync_set_state_path(), between commands.
+ * @return 1 when it was confirmed; 0 when the markers there name another asset, or two, and for a folder outside of the
+ *   pair or null arguments.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_share_confirm(kelsync_pair* h, const wchar_t* folder, const wchar_t* assetId);
 
 /**
  * Brings the names of all archives on the Outside in line with the flag of kelsync_set_FNE(). They are renamed, not
@@ -248,7 +271,8 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, k
  * @param context what was registered.
  * @param operation "encrypt", "decrypt", "folder", "rename", "delete", "conflict" for a
  *   file that changed on both sides at the same time, or "failed" for an entry
- *   that could not be carried over this time; "rewrap" for an archive that is
+ *   that could not be carried over this time, "changing" for a file that is left
+ *   for later because it is being written to (told once until it rests); "rewrap" for an archive that is
  *   under the changed key now, "kept" for one of another asset; "verify" for one
  *   that opens, "no-key" and "damaged" for one that does not.
  * @param path the entry that was written, deleted, or that failed, for "conflict"
@@ -267,8 +291,10 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_progress(kelsync_pair* h, kels
 /* ------------------------------------------------------------------ */
 
 /**
- * Loads the state of both sides, or builds it on the first start from what
- * both sides agree on, and removes what an earlier run left in the Temp folder.
+ * Loads the state of both sides, or builds it on the first start, or when it
+ * cannot be read, from what both sides agree on (then nothing is deleted, and
+ * the files that could not be read are kept as "….unread1"), and removes what
+ * an earlier run left in the Temp folder.
  * Call it once, after the configuration and before the first cycle.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_init_state(kelsync_pair* h);
@@ -327,8 +353,11 @@ KELSYNC_API void KELSYNC_CALL kelsync_sub_scan_resolve(kelsync_pair* h, kelsync_
 KELSYNC_API void KELSYNC_CALL kelsync_sub_resolve(kelsync_pair* h);
 
 /**
- * Makes or refreshes (removes) the state record of one path and writes that side's state file.
- * @return 1 when it was done, otherwise 0.
+ * Makes or refreshes (removes) the state record of one path and writes that side's state file. The path is spelled as
+ * the folder that was set and the names below it, with either separator, and names what a scan would take. Call it
+ * after kelsync_init_state().
+ * @return 1 when it was done; 0, with nothing changed, when it was not: no state is loaded, another spelling, a folder
+ *   of the pair itself, a marker, a foreign file, nothing there (no record).
  */
 KELSYNC_API int KELSYNC_CALL kelsync_state_insert_record(kelsync_pair* h, const wchar_t* path);
 KELSYNC_API int KELSYNC_CALL kelsync_state_remove_record(kelsync_pair* h, const wchar_t* path);
@@ -379,6 +408,18 @@ KELSYNC_API uint32_t KELSYNC_CALL kelsync_get_notifications_JSON(kelsync_pair* h
 
 /** Empties the queue. */
 KELSYNC_API void KELSYNC_CALL kelsync_clear_notifications(kelsync_pair* h);
+
+/**
+ * Hands out the entries that are left for later although nothing is wrong with them, as JSON:
+ * {"waiting":[{"path":"…","reason":"changing","seconds":4},…]}. Reasons: "changing" for a file that is being written to
+ * (it is tried again when it rests, at growing distances of 1 to 60 seconds), "in-use" for one whose new version cannot
+ * be put in place while a program has it open, "future-time" for one whose last-write time lies more than a day ahead,
+ * "share-unconfirmed" for a share whose changed asset the host has not confirmed. `seconds` says when it is tried
+ * again; 0: in the next cycle. Call it between commands.
+ * @param out receives a block for freeme(); NULL when memory ran out.
+ * @return the length in wide characters, without the terminator.
+ */
+KELSYNC_API uint32_t KELSYNC_CALL kelsync_get_waiting_JSON(kelsync_pair* h, wchar_t** out);
 
 /**
  * Hands out the list of paths that are not synchronised, as JSON:
@@ -451,6 +492,12 @@ KELSYNC_API void KELSYNC_CALL kelsync_fw_startwatch(kelsync_watcher* handle);
 KELSYNC_API int KELSYNC_CALL kelsync_fw_change_occurred(kelsync_watcher* handle);
 
 /**
+ * @return 1 when the system refuses to watch some of the folders (on Linux each user may have so many watches, and no
+ *   more), otherwise 0. A watched folder with such folders below it is told as changed about every half minute.
+ */
+KELSYNC_API int KELSYNC_CALL kelsync_fw_incomplete(kelsync_watcher* handle);
+
+/**
  * Hands out what was gathered, sorted and each path once, and forgets it. With kelsync_fw_folders_only(), a watched
  * folder that is told as changed comes with every folder below it, so that the list is ready for the sub-scan commands.
  * @param out receives a list, perhaps empty, for a sub-scan command or kelsync_vw_delete(); NULL when memory ran out.
@@ -483,7 +530,8 @@ enum kelsync_archive_result {
   KELSYNC_ARCHIVE_NO_ENTRY = 8,       /**< the archive has no entry of that name */
   KELSYNC_ARCHIVE_UNSAFE_NAME = 9,    /**< an entry's name would leave the target folder */
   KELSYNC_ARCHIVE_CANCELLED = 10,     /**< the password prompt was cancelled */
-  KELSYNC_ARCHIVE_INTERNAL = 11       /**< out of memory or another fault inside */
+  KELSYNC_ARCHIVE_INTERNAL = 11,      /**< out of memory or another fault inside */
+  KELSYNC_ARCHIVE_CHANGED = 12        /**< a file was written to while it was read */
 };
 
 /**

@@ -80,7 +80,7 @@ Run runCipher(Direction direction, const Key& key, const Iv& iv, const unsigned 
 }
 
 void logRun(const Run& run, int line, const char* function) {
-  log4cplus::Logger& logger = log::copyHandler();
+  log4cplus::Logger& logger = run.right() ? log::crypto() : log::copyHandler();
   if (!logger.isEnabledFor(log4cplus::INFO_LOG_LEVEL)) return;
   const log::Place place = {__FILE__, line, function, nullptr};
   log::write(logger, log4cplus::INFO_LOG_LEVEL, place, "EVP init ok ? %s", log::truth(run.init));

@@ -11,7 +11,8 @@
 #include "base/Log.h"
 #include "platform/Random.h"
 
-#define RANDOM_INFO(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, nullptr, __VA_ARGS__)
+#define RANDOM_LOG(logger, ...) KELTA_LOG(logger, log4cplus::INFO_LOG_LEVEL, nullptr, __VA_ARGS__)
+#define RANDOM_INFO(...) RANDOM_LOG(::Kelta::log::copyHandler(), __VA_ARGS__)
 
 namespace Kelta {
 namespace crypto {
@@ -46,7 +47,8 @@ bool fillFromWords(RandomSource& source, unsigned char* buffer, std::size_t size
 bool genRandomBuffer(RandomSource& source, unsigned char* buffer, std::size_t size) {
   if (source.acquired()) {
     const bool filled = source.fill(buffer, size);
-    RANDOM_INFO("%s", filled ? "Strong entropy acquired" : "Strong entropy failed for buffer");
+    if (filled) RANDOM_LOG(log::crypto(), "Strong entropy acquired");
+    if (!filled) RANDOM_INFO("Strong entropy failed for buffer");
     return filled;
   }
   RANDOM_INFO("CryptAcquireContext() failed, entropy weakened");

@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The archive's own password and how it travels: encrypted with the asset key, as hexadecimal text, in the archive's
-// metadata {"assets":[{"ASSETID":"HEXPASS"}]}. Metadata comes from the Outside and is not to be trusted.
-#include <algorithm>
+// The metadata of an archive, {"assets":[{"ASSETID":"HEXPASS"}]}. It comes from the Outside and is not to be trusted.
+#include "CryptoSyncCopyHandler/ArchiveMeta.h"
+
 #include <boost/property_tree/json_parser.hpp>
-#include <cstdlib>
-#include <memory>
-#include <set>
 #include <sstream>
 
-#include "CryptoHelper/CryptoHelper.h"
-#include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
-#include "archive/Archive.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "archive/zip/ArchiveError.h"
+#include "base/GenericPath.h"
 #include "base/JsonText.h"
 #include "base/Log.h"
 
@@ -21,60 +17,49 @@ namespace {
 
 using boost::property_tree::ptree;
 
-constexpr std::size_t kMaxMetadataBytes = 1024 * 1024;
+constexpr std::size_t kMaxAssets = 64;
 constexpr int kMaxNesting = 16;  // the parser recurses
-constexpr std::size_t kMaxHexDigits = 4096;
 
-struct Free {
-  void operator()(unsigned char* block) const { std::free(block); }
-};
-
-int digitValue(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  return -1;
-}
-
-bool bytesOf(const std::string& hex, std::string& bytes) {
-  bytes.clear();
-  if (hex.empty() || hex.size() % 2 != 0 || hex.size() > kMaxHexDigits) return false;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    const int high = digitValue(hex[i]);
-    const int low = digitValue(hex[i + 1]);
-    if (high < 0 || low < 0) return false;
-    bytes += static_cast<char>(high * 16 + low);
-  }
-  return true;
-}
-
-bool nestsTooDeep(const std::string& text) {
+// Where the first object of a text ends: what a tool has put behind it is no metadata. Throws when it nests too deep.
+std::size_t endOfObject(const std::string& text) {
   int depth = 0;
   bool quoted = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char character = text[i];
     if (character == '"') quoted = !quoted;
     if (quoted && character == '\\') ++i;
-    if (!quoted && (character == '{' || character == '[') && ++depth > kMaxNesting) return true;
-    if (!quoted && (character == '}' || character == ']')) --depth;
+    if (quoted) continue;
+    if ((character == '{' || character == '[') && ++depth > kMaxNesting)
+      throw boost::property_tree::ptree_error("nested too deep");
+    if ((character == '}' || character == ']') && --depth <= 0) return i + 1;
   }
-  return false;
+  return text.size();
 }
 
-template <typename Visit>
-void forEachAsset(const ptree& meta, Visit visit) {
-  const auto assets = meta.find("assets");
-  if (assets == meta.not_found()) return;
-  for (const auto& element : assets->second) {
-    for (const auto& member : element.second) visit(member.first, member.second.data());
-  }
+ptree parsed(const std::string& text) {
+  ptree tree;
+  std::istringstream stream(text.substr(0, endOfObject(text)));
+  boost::property_tree::read_json(stream, tree);
+  return tree;
 }
 
-bool isUtf8(const std::string& text) {
-  std::wstring wide;
-  const bool valid = platform::wideFromUtf8(text, wide);
-  wipe(wide);
-  return valid;
+// What every one of the texts lists. Throws ptree_error when none of them can be read.
+ptree merged(const std::vector<std::string>& texts) {
+  ptree all;
+  bool any = false;
+  for (const std::string& text : texts) {
+    try {
+      const ptree one = parsed(text);
+      any = true;
+      if (one.find("assets") == one.not_found()) continue;
+      ptree& assets =
+          all.find("assets") == all.not_found() ? all.add_child("assets", ptree()) : all.get_child("assets");
+      for (const auto& element : one.get_child("assets")) assets.push_back(element);
+    } catch (const boost::property_tree::ptree_error&) {
+      if (!any && &text == &texts.back()) throw;
+    }
+  }
+  return all;
 }
 
 }  // namespace
@@ -112,103 +97,43 @@ std::string metadataText(const WrappedPasswords& wrapped) {
 
 WrappedPasswords wrappedPasswords(const ptree& meta) {
   WrappedPasswords wrapped;
-  forEachAsset(meta, [&](const std::string& id, const std::string& hexPass) { wrapped.emplace_back(id, hexPass); });
+  const auto assets = meta.find("assets");
+  if (assets == meta.not_found()) return wrapped;
+  for (const auto& element : assets->second) {
+    for (const auto& member : element.second) wrapped.emplace_back(member.first, member.second.data());
+  }
   return wrapped;
 }
 
-std::string CryptoSyncCopyHandler::encryptArchivePassword(std::string& archivePassword, std::string& assetKey) {
-  HANDLER_DEBUG("archPass.size() %d", static_cast<int>(archivePassword.size()));
-  CryptoHelper crypto;
-  int length = static_cast<int>(archivePassword.size());
-  auto* clear = reinterpret_cast<unsigned char*>(&archivePassword[0]);
-  const std::unique_ptr<unsigned char, Free> cipher(crypto.encryptBufferAES(clear, &length, assetKey));
-  std::string bytes;
-  if (cipher) bytes.assign(reinterpret_cast<const char*>(cipher.get()), static_cast<std::size_t>(length));
-  Secret again;
-  // A password that cannot be had back would make the archive unreadable for ever.
-  if (!cipher || !crypto.decrypted(bytes, assetKey, again.text) || again.text != archivePassword) {
-    HANDLER_ERROR("couldn't encrypt password");
-    return std::string();
-  }
-  HANDLER_DEBUG("l=%d", length);
-  const std::string hexPass = hexOf(bytes.data(), bytes.size());
-  HANDLER_DEBUG("returning hexPass %d", static_cast<int>(hexPass.size()));
-  return hexPass;
-}
-
-bool CryptoSyncCopyHandler::passwordFrom(const std::string& assetId, const std::string& hexPass,
-                                         std::string& password) {
-  const std::vector<const std::string*> keys = keys_.readers(assetId);
-  return std::any_of(keys.begin(), keys.end(),
-                     [&](const std::string* key) { return passwordUnder(*key, hexPass, password); });
-}
-
-bool CryptoSyncCopyHandler::passwordUnder(const std::string& assetKey, const std::string& hexPass,
-                                          std::string& password) {
-  std::string cipher;
-  if (!bytesOf(hexPass, cipher)) return false;
-  HANDLER_DEBUG("cipherbuf len=%d", static_cast<int>(cipher.size()));
-  Secret key(assetKey);
-  const bool right = CryptoHelper().decrypted(cipher, key.text, password);
-  HANDLER_DEBUG("clearbuf len=%i", static_cast<int>(password.size()));
-  // A wrong key that happens to give right padding still does not give a text.
-  if (right && !password.empty() && isUtf8(password)) return true;
-  wipe(password);
-  return false;
-}
-
-KeyFit CryptoSyncCopyHandler::keyFits(const std::string& assetId, const ptree& meta) {
-  KeyFit fit = KeyFit::otherAsset;
-  forEachAsset(meta, [&](const std::string& id, const std::string& hexPass) {
-    if (id != assetId || fit == KeyFit::fits) return;
-    Secret password;
-    fit = passwordFrom(id, hexPass, password.text) ? KeyFit::fits : KeyFit::doesNot;
-  });
-  return fit;
-}
-
-std::vector<std::string> CryptoSyncCopyHandler::getPasswordFromMeta(ptree& meta) {
-  std::vector<std::string> passwords;
-  forEachAsset(meta, [&](const std::string& assetId, const std::string& hexPass) {
-    if (!AssetKeys::isValidId(assetId)) return;
-    HANDLER_DEBUG("got\n\t'asset'=%s\n\tarchivePass=%s", assetId.c_str(),
-                  ("(" + std::to_string(hexPass.size()) + " digits)").c_str());
-    Secret password;
-    if (passwordFrom(assetId, hexPass, password.text)) passwords.push_back(password.text);
-  });
-  return passwords;
-}
-
-// Asks the host for the key of every asset that the metadata names, each once. True when any was given.
-bool CryptoSyncCopyHandler::askForKeys(const ptree& meta) {
-  std::set<std::string> ids;
-  forEachAsset(meta, [&](const std::string& assetId, const std::string&) {
-    if (AssetKeys::isValidId(assetId)) ids.insert(assetId);
-  });
-  bool given = false;
-  for (const std::string& id : ids) given = askForKey(id) || given;
-  return given;
-}
-
-bool CryptoSyncCopyHandler::getZipMetaJSON(const boost::filesystem::path& archive, ptree& meta) {
-  meta.clear();
+// Everything that is read of an archive before a key is used, in one go: what is done with keys afterwards touches no
+// file, and so cannot be seen by those who see the Outside.
+bool CryptoSyncCopyHandler::readSealed(const boost::filesystem::path& path, SealedArchive& archive) {
+  const bool ofPair = isBelow(genericForm(platform::wideOf(path)), outsideFolder_);
+  archive.form = ofPair ? PasswordForm::ofPair : PasswordForm::any;
+  archive.failure = zip::ArchiveFailure::damaged;
   try {
-    const std::string text = archive::readEntry(archive, kMetadataEntry, std::string());
-    if (text.size() > kMaxMetadataBytes || nestsTooDeep(text)) {
-      HANDLER_ERROR("error with get_zip_meta_w %s", "metadata out of bounds");
-      return false;
-    }
-    std::istringstream stream(text);
-    boost::property_tree::read_json(stream, meta);
+    archive.head = std::make_unique<archive::ArchiveHead>(path, kMetadataEntry);
+    archive.meta = merged(archive.head->metadata());
+    if (wrappedPasswords(archive.meta).size() > kMaxAssets)
+      throw zip::ArchiveError(zip::ArchiveFailure::foreign, "too many assets");
     return true;
   } catch (const zip::ArchiveError& error) {
+    archive.failure = error.failure();
     HANDLER_ERROR("get_zip_meta_w error %d", error.code());
-    return archiveFailed(error, archive);
+    return archiveFailed(error, path);
   } catch (const boost::property_tree::ptree_error& error) {
+    archive.failure = zip::ArchiveFailure::noEntry;
     HANDLER_ERROR("error with get_zip_meta_w %s", error.what());
     sourceIsDamaged_ = true;
     return false;
   }
+}
+
+bool CryptoSyncCopyHandler::getZipMetaJSON(const boost::filesystem::path& archive, ptree& meta) {
+  SealedArchive sealed;
+  const bool read = readSealed(archive, sealed);
+  meta.swap(sealed.meta);
+  return read;
 }
 
 }  // namespace Kelta

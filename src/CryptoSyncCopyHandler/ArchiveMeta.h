@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <boost/property_tree/ptree_fwd.hpp>
+#include <boost/property_tree/ptree.hpp>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "archive/ArchiveHead.h"
+#include "archive/zip/ArchiveError.h"
 
 namespace Kelta {
 
@@ -21,5 +25,19 @@ using WrappedPasswords = std::vector<std::pair<std::string, std::string>>;
 std::string metadataText(const std::string& assetId, const std::string& hexPass);
 std::string metadataText(const WrappedPasswords& wrapped);
 WrappedPasswords wrappedPasswords(const boost::property_tree::ptree& meta);
+
+/// What is taken for an archive's password once it is unwrapped.
+enum class PasswordForm {
+  ofPair,  ///< what the writers of a pair make: 64 hexadecimal digits, or 32 bytes
+  any,     ///< any text: for an archive that lies outside of the pair, where only the caller learns what became of it
+};
+
+/// An archive before any key is used.
+struct SealedArchive {
+  boost::property_tree::ptree meta;
+  std::unique_ptr<archive::ArchiveHead> head;
+  PasswordForm form = PasswordForm::ofPair;
+  zip::ArchiveFailure failure = zip::ArchiveFailure::damaged;  ///< why it could not be read
+};
 
 }  // namespace Kelta

@@ -13,7 +13,11 @@ bool isConflictName(const std::wstring& name);
 /// ".kelta_conflict".
 std::wstring newConflictSuffix(std::int64_t seconds);
 
+/// The same with digits that follow from `text` and the time, so that every device comes to one name.
+std::wstring sharedConflictSuffix(const std::wstring& text, std::int64_t seconds);
+
 /// `path` as a conflict copy; of a conflict copy not a second one, but another.
 std::wstring conflictNameOf(const std::wstring& path, std::int64_t seconds);
+std::wstring conflictNameOf(const std::wstring& path, const std::wstring& suffix);
 
 }  // namespace Kelta

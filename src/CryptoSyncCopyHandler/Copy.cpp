@@ -17,15 +17,33 @@ using platform::Kind;
 
 std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyFile(fs::path src, fs::path dest) {
   HANDLER_DEBUG("copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
+  CopyJob job;
+  const bool done = copyJob(job, src, dest);
+  return {done, done ? job.outcome.written : std::wstring()};
+}
+
+CopyOutcome CryptoSyncCopyHandler::copyGuarded(fs::path src, fs::path dest, const CopyGuard* guard) {
+  HANDLER_DEBUG("copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
+  CopyJob job;
+  job.guard = guard;
+  copyJob(job, src, dest);
+  return job.outcome;
+}
+
+bool CryptoSyncCopyHandler::copyJob(CopyJob& job, const fs::path& src, const fs::path& dest) {
   interruption().check();
-  sourceIsDamaged_ = false;
+  sourceIsDamaged_ = endChanged_ = false;
   std::wstring source;
   platform::wideOf(src, source);
   const bool encrypt = isInsideFolder(source);
-  const auto result = encrypt ? copyEncrypt(src, dest) : copyDecrypt(src, dest);
-  const bool forTheUser = result.first && !result.second.empty() && !isBelow(genericForm(result.second), tempFolder_);
-  if (forTheUser) logActivity(encrypt ? "encrypt" : "decrypt", result.second);
-  return result;
+  const bool done = encrypt ? encryptJob(job, src, dest) : decryptJob(job, src, dest);
+  if (sourceIsDamaged_) job.outcome.result = CopyOutcome::Result::damaged;
+  if (endChanged_) job.outcome.result = CopyOutcome::Result::changed;
+  if (!done) return false;
+  job.outcome.result = job.outcome.written.empty() ? CopyOutcome::Result::settled : CopyOutcome::Result::done;
+  const bool forTheUser = !job.outcome.written.empty() && !isBelow(job.outcome.written, tempFolder_);
+  if (forTheUser) logActivity(encrypt ? "encrypt" : "decrypt", job.outcome.written);
+  return true;
 }
 
 bool CryptoSyncCopyHandler::copyDir(fs::path src, fs::path dest) {
@@ -63,6 +81,17 @@ bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
   return false;
 }
 
+// Whether both ends are what the caller has judged.
+bool CryptoSyncCopyHandler::isAsJudged(const CopyJob& job) {
+  const auto target = job.guard->targets.find(job.target);
+  const bool known = target == job.guard->targets.end() ? job.targetStamp.kind == Kind::missing
+                                                        : job.targetStamp.sameContent(target->second);
+  if (known && job.sourceStamp.sameContent(job.guard->source)) return true;
+  HANDLER_INFO("changed meanwhile, left as it is: %s", utf8(known ? job.source : platform::pathOf(job.target)).c_str());
+  endChanged_ = true;
+  return false;
+}
+
 // Looks at both ends before anything is read. `sourceRoot` is the source's side: no link may lead out of it.
 bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceRoot) {
   std::wstring source;
@@ -87,6 +116,7 @@ bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceR
     throw fs::filesystem_error("Cannot look at a file", job.source, platform::pathOf(job.target),
                                make_error_code(boost::system::errc::permission_denied));
   }
+  if (job.guard && !isAsJudged(job)) return false;
   if (job.sourceStamp.kind != Kind::file) {
     HANDLER_ERROR("not an ordinary file: %s", utf8(job.source).c_str());
     return false;
@@ -99,18 +129,26 @@ bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceR
 bool CryptoSyncCopyHandler::unchanged(const CopyJob& job) {
   if (!platform::stampOf(job.source).sameContent(job.sourceStamp)) {
     HANDLER_INFO("changed while it was copied: %s", utf8(job.source).c_str());
+    endChanged_ = true;
     return false;
   }
   return targetUnchanged(job);
 }
 
-// The one place where a failed archive operation is judged: no access is worth another try soon, the rest is not. An
-// archive that another program made, or one in a form that we cannot read, may well hold something.
+// The one place where a failed archive operation is judged: no access is told with the system's reason. An archive that
+// another program made, or one in a form that we cannot read, may well hold something. "Damaged" is what shows before
+// any key is used, or in a content whose password was right: a key that does not open it is no damage.
 bool CryptoSyncCopyHandler::archiveFailed(const zip::ArchiveError& error, const fs::path& archive) {
+  if (error.failure() == zip::ArchiveFailure::foreign) {
+    quarantineOnce(archive, L"Holds more than an archive of a pair may hold");
+    return false;
+  }
   HANDLER_ERROR("Couldn't decrypt archive %s", utf8(archive).c_str());
   HANDLER_ERROR("%s", error.what());
+  endChanged_ = error.failure() == zip::ArchiveFailure::changed;
   if (error.failure() == zip::ArchiveFailure::cannotRead || error.failure() == zip::ArchiveFailure::cannotWrite) {
-    throw fs::filesystem_error(error.what(), archive, make_error_code(boost::system::errc::io_error));
+    const boost::system::error_code unknown = make_error_code(boost::system::errc::io_error);
+    throw fs::filesystem_error(error.what(), archive, error.cause() ? error.cause() : unknown);
   }
   sourceIsDamaged_ =
       error.failure() == zip::ArchiveFailure::notAnArchive || error.failure() == zip::ArchiveFailure::damaged;

@@ -23,10 +23,14 @@ std::wstring tableKey(const CopyJob& job) { return genericForm(platform::wideOf(
 }  // namespace
 
 std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, fs::path dest) {
-  const std::pair<bool, std::wstring> failed(false, std::wstring());
+  CopyJob job;
+  const bool done = decryptJob(job, src, dest);
+  return {done, job.outcome.written};
+}
+
+bool CryptoSyncCopyHandler::decryptJob(CopyJob& job, const fs::path& src, const fs::path& dest) {
   HANDLER_DEBUG("src = %s", utf8(src).c_str());
   HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
-  CopyJob job;
   job.source = src;
   platform::wideOf(dest, job.target);
   job.target = genericForm(job.target);
@@ -36,24 +40,28 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, f
   HANDLER_DEBUG("destfn = %s", utf8(nameOf(job.target)).c_str());
   if (job.target.empty()) {
     HANDLER_INFO("the name cannot be read now: %s", utf8(src).c_str());
-    return failed;
+    return false;
   }
-  if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return failed;
+  if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return false;
 
-  Secrets passwords;
-  boost::property_tree::ptree meta;
-  const Opened opened = openArchive(job, passwords.texts, meta);
-  if (opened == Opened::noKey) return {giveUpWithoutKey(job, meta), std::wstring()};
-  if (opened != Opened::yes || !decryptTo(job, passwords.texts)) return failed;
+  SealedArchive archive;
+  Secret password;
+  const Opened opened = openArchive(job, archive, password.text);
+  if (opened == Opened::noKey) return giveUpWithoutKey(job, archive.meta);
+  if (opened != Opened::yes || !decryptTo(job, password.text)) return false;
   decryptFailures_.erase(tableKey(job));
-  return {true, job.target};
+  const std::string asset = getAssetForPath(src);
+  for (const auto& member : wrappedPasswords(archive.meta)) {
+    if (member.first == asset && job.targetRoot == insideFolder_) noteShareUse(src);
+  }
+  return true;
 }
 
-bool CryptoSyncCopyHandler::decryptTo(const CopyJob& job, const std::vector<std::string>& passwords) {
+bool CryptoSyncCopyHandler::decryptTo(CopyJob& job, const std::string& password) {
   const TempArea area(tempFolder_, this);
   const fs::path folder = area.path() / "content";
   HANDLER_DEBUG("temp. path (tempd) = %s", utf8(folder).c_str());
-  if (!unpackSource(job, passwords, folder)) return false;
+  if (!unpackSource(job, password, folder)) return false;
   const fs::path content = folder / archive::kContentEntry;
   HANDLER_DEBUG("tempf = %s", utf8(content).c_str());
   if (platform::stampOf(content).kind != platform::Kind::file) {
@@ -81,17 +89,14 @@ bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
   return false;
 }
 
-CryptoSyncCopyHandler::Opened CryptoSyncCopyHandler::openArchive(const CopyJob& job,
-                                                                 std::vector<std::string>& passwords,
-                                                                 boost::property_tree::ptree& meta) {
+CryptoSyncCopyHandler::Opened CryptoSyncCopyHandler::openArchive(const CopyJob& job, SealedArchive& archive,
+                                                                 std::string& password) {
   platform::File(job.source, platform::File::Mode::read).close();  // what cannot be read now shows as such
-  if (!getZipMetaJSON(job.source, meta)) {
+  if (!readSealed(job.source, archive)) {
     HANDLER_ERROR("Couldn't decrypt archive %s", utf8(job.source).c_str());
     return Opened::unreadable;
   }
-  passwords = getPasswordFromMeta(meta);
-  if (passwords.empty() && askForKeys(meta)) passwords = getPasswordFromMeta(meta);
-  if (!passwords.empty()) return Opened::yes;
+  if (unseal(archive, password)) return Opened::yes;
   HANDLER_INFO("no key found, can't decrypt at the moment");
   return Opened::noKey;
 }
@@ -112,21 +117,16 @@ bool CryptoSyncCopyHandler::giveUpWithoutKey(const CopyJob& job, const boost::pr
   return true;
 }
 
-bool CryptoSyncCopyHandler::unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
-                                         const fs::path& folder) {
+bool CryptoSyncCopyHandler::unpackSource(const CopyJob& job, const std::string& password, const fs::path& folder) {
   const std::int64_t start = clock().nowMicroseconds();
-  for (const std::string& password : passwords) {
-    try {
-      archive::unpackContent(job.source, folder, password, [this](std::uint64_t) { interruption().check(); });
-      const auto elapsed = static_cast<long>((clock().nowMicroseconds() - start) / 1000);
-      HANDLER_DEBUG("TIMER decrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed);
-      return true;
-    } catch (const zip::ArchiveError& error) {
-      const bool last = &password == &passwords.back();
-      if (last || error.failure() != zip::ArchiveFailure::wrongPassword) return archiveFailed(error, job.source);
-    }
+  try {
+    archive::unpackContent(job.source, folder, password, [this](std::uint64_t) { interruption().check(); });
+  } catch (const zip::ArchiveError& error) {
+    return archiveFailed(error, job.source);
   }
-  return false;
+  const auto elapsed = static_cast<long>((clock().nowMicroseconds() - start) / 1000);
+  HANDLER_DEBUG("TIMER decrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed);
+  return true;
 }
 
 }  // namespace Kelta

@@ -35,10 +35,14 @@ std::string newArchivePassword() {
 }  // namespace
 
 std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, fs::path dest) {
-  const std::pair<bool, std::wstring> failed(false, std::wstring());
+  CopyJob job;
+  const bool done = encryptJob(job, src, dest);
+  return {done, job.outcome.written};
+}
+
+bool CryptoSyncCopyHandler::encryptJob(CopyJob& job, const fs::path& src, const fs::path& dest) {
   HANDLER_DEBUG("src = %s", utf8(src).c_str());
   HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
-  CopyJob job;
   job.source = src;
   job.targetRoot = outsideFolder_;
   platform::wideOf(dest, job.target);
@@ -48,20 +52,19 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
   HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
   if (job.target.empty()) {
     HANDLER_INFO("no key found for the name, can't encrypt for now");
-    return failed;
+    return false;
   }
-  if (!targetFits(job) || !mayEncrypt(job) || !takeStamps(job, insideFolder_)) return failed;
-  if (!encryptTo(job, src, plainTarget)) return failed;
-  return {true, job.target};
+  return targetFits(job) && mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, src, plainTarget);
 }
 
 // Encrypts for the asset of `shared`, the path that decides whose file it is; `plainTarget` is the plain path of the
 // archive, or empty.
-bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
+bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
   const std::string assetId = assetNow(shared);
   HANDLER_DEBUG("assetid = %s", assetId.c_str());
   if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(job.source).c_str());
-  if (assetId.empty() || !keyAvailable(assetId) || replacesUnread(job, plainTarget)) return false;
+  if (assetId.empty() || !mayUseShareOf(shared, genericForm(platform::wideOf(job.source)))) return false;
+  if (!keyAvailable(assetId) || replacesUnread(job, plainTarget)) return false;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
   HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
@@ -71,6 +74,7 @@ bool CryptoSyncCopyHandler::encryptTo(const CopyJob& job, const fs::path& shared
     return false;
   }
   if (!place(archive, job)) return false;
+  noteShareUse(shared);
   copySucceeded(job, L"Encrypted");
   return true;
 }
@@ -93,28 +97,28 @@ bool CryptoSyncCopyHandler::keyAvailable(const std::string& assetId) {
   return false;
 }
 
-// An archive that no key here opens holds something that nobody here has seen. The archive of the plain path may stand
-// under another form of its name as well, which the copy supersedes.
+// The archive of the plain path may stand under another form of its name as well, which the copy supersedes.
 bool CryptoSyncCopyHandler::replacesUnread(const CopyJob& job, const std::wstring& plainTarget) {
-  if (job.targetStamp.kind == platform::Kind::file && isUnread(job.target)) return true;
+  if (job.targetStamp.kind == platform::Kind::file && !mayGo(job.target)) return true;
   if (plainTarget.empty()) return false;
   for (const std::wstring& name : archiveNames(plainTarget)) {
     const std::wstring other = joinPath(parentOf(plainTarget), name);
     const bool there = platform::stampOf(platform::pathOf(other)).kind == platform::Kind::file;
-    if (other != job.target && there && isUnread(other)) return true;
+    if (other != job.target && there && !mayGo(other)) return true;
   }
   return false;
 }
 
-bool CryptoSyncCopyHandler::isUnread(const std::wstring& archive) {
-  boost::property_tree::ptree meta;
-  Secrets passwords;
-  if (!getZipMetaJSON(platform::pathOf(archive), meta) || meta.find("assets") == meta.not_found()) return false;
-  passwords.reset(getPasswordFromMeta(meta));
-  if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
-  if (!passwords.texts.empty()) return false;
+// Whether an archive may be superseded: one that opens may. One that no key here opens holds something that nobody here
+// has seen. What is damaged, or no archive of ours, is kept as it is.
+bool CryptoSyncCopyHandler::mayGo(const std::wstring& archive) {
+  SealedArchive sealed;
+  Secret password;
+  if (!readSealed(platform::pathOf(archive), sealed) || wrappedPasswords(sealed.meta).empty())
+    return keepAsItIs(archive);
+  if (unseal(sealed, password.text)) return true;
   HANDLER_ERROR("the archive there cannot be opened here, not replaced: %s", utf8(archive).c_str());
-  return true;
+  return false;
 }
 
 bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,

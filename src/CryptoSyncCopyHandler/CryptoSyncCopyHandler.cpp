@@ -7,6 +7,7 @@
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
+#include "base/Md5.h"
 #include "platform/AtomicFile.h"
 #include "platform/Folders.h"
 
@@ -19,18 +20,20 @@ ISyncCopyHandler::~ISyncCopyHandler() = default;
 
 CryptoSyncCopyHandler::CryptoSyncCopyHandler(EngineServices services) : services_(std::move(services)) {}
 
+CryptoSyncCopyHandler::~CryptoSyncCopyHandler() { shareMemory_.save(); }
+
 void CryptoSyncCopyHandler::notifySync(const std::wstring& message) {
   if (services_.notify) services_.notify(L"SYNC", message, std::wstring());
 }
 
 void CryptoSyncCopyHandler::setInsideFolder(std::wstring path) {
-  insideFolder_ = folderForm(std::move(path));
+  insideFolder_ = configuredFolder(path);
   shares_.setInside(insideFolder_);
   HANDLER_DEBUG("%s", utf8(insideFolder_).c_str());
 }
 
 void CryptoSyncCopyHandler::setOutsideFolder(std::wstring path) {
-  outsideFolder_ = folderForm(std::move(path));
+  outsideFolder_ = configuredFolder(path);
   shares_.setOutside(outsideFolder_);
   HANDLER_DEBUG("%s", utf8(outsideFolder_).c_str());
 }
@@ -43,7 +46,7 @@ void CryptoSyncCopyHandler::setTempFolder(std::wstring path) {
 
 // True when the folder was created.
 bool CryptoSyncCopyHandler::storeFolder(std::wstring& role, const std::wstring& path) {
-  role = folderForm(path);
+  role = configuredFolder(path);
   if (role.empty()) return false;
   boost::system::error_code error;
   const bool created = platform::createFolders(platform::pathOf(role), error);
@@ -65,8 +68,16 @@ bool CryptoSyncCopyHandler::isInsideFolder(std::wstring path) { return isUnder(_
 bool CryptoSyncCopyHandler::isOutsideFolder(std::wstring path) { return isUnder(__func__, outsideFolder_, path); }
 bool CryptoSyncCopyHandler::isTempFolder(std::wstring path) { return isUnder(__func__, tempFolder_, path); }
 
+// Made of the asset, whose name stands in every archive: what is made of the key would let a pass phrase be looked up
+// in a table that serves for all users, and would change with the key.
+std::string CryptoSyncCopyHandler::outsideMark() {
+  const std::string& asset = keys_.defaultId();
+  const std::string text = "Outside of " + asset;
+  return asset.empty() ? std::string() : md5Hex(text.data(), text.size());
+}
+
 // What no state file, or no other machine, could hold: the message says why.
-bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message, std::wstring& errorId) {
+bool CryptoSyncCopyHandler::hasUnusablePath(const fs::path& path, std::wstring& message) {
   std::wstring text;
   const bool exact = platform::wideOf(path, text);
   message = L"Path too long";
@@ -77,10 +88,13 @@ bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& mes
   for (const fs::path& part : path.relative_path()) {
     if (part.native().find(backslash) != fs::path::string_type::npos) return true;
   }
-  const std::wstring name = platform::wideOf(path.filename());
-  if (!platform::canStandAsName(name)) return true;
+  return !platform::canStandAsName(platform::wideOf(path.filename()));
+}
+
+bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message, std::wstring& errorId) {
+  if (hasUnusablePath(path, message)) return true;
   if (platform::stampOf(path).kind != Kind::file) return false;
-  text = genericForm(std::move(text));
+  const std::wstring text = genericForm(platform::wideOf(path));
   if (hasExtension(path)) return hasNameIssue(text, message, errorId);
   message = L"Path too long";
   return isBelow(text, insideFolder_) && utf8(transformName(text)).size() > kMaxNameBytes;

@@ -11,10 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "CryptoSyncCopyHandler/ArchiveList.h"
+#include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/AssetKeys.h"
 #include "CryptoSyncCopyHandler/ISyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/ShareMemory.h"
 #include "CryptoSyncCopyHandler/Shares.h"
 #include "base/Clock.h"
+#include "platform/Files.h"
 
 namespace Kelta {
 
@@ -33,6 +37,8 @@ struct EngineServices {
   /// Tells the archives that could not be opened before a key was installed: they are worth another try. May be
   /// called in the middle of a command.
   std::function<void(const std::vector<std::wstring>&)> keyArrived = {};
+  /// A file of the Inside waits until the changed asset of its share is confirmed, or waits no more.
+  std::function<void(const std::wstring& path, bool waits)> shareWaits = {};
 };
 
 /// Whether an asset's key opens what an archive's metadata holds for it.
@@ -45,6 +51,7 @@ enum class NameForm {
   copyOfEncrypted,  ///< an encrypted name to which something was added, by a cloud client, say
   unreadable,       ///< looks encrypted, but is damaged or of another key
   noKey,            ///< looks encrypted, and the key is missing
+  noName,           ///< stands for what is no name of a file: "..", say
   none,             ///< no archive's name
 };
 struct NameReading {
@@ -60,6 +67,7 @@ public:
   using KeyNotFoundCallback = std::function<std::wstring(const std::wstring& assetId)>;  ///< empty: no key
 
   explicit CryptoSyncCopyHandler(EngineServices services);
+  ~CryptoSyncCopyHandler() override;
 
   // Folder roles. Stored in generic form without a trailing separator; nothing is checked.
   void setInsideFolder(std::wstring path);
@@ -75,8 +83,6 @@ public:
 
   // ISyncCopyHandler
   std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) override;
-  bool sourceIsDamaged() const override { return sourceIsDamaged_; }
-  void foundInSync(std::wstring path) override;
   bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) override;
   std::vector<std::wstring> conflictCopy(std::wstring& src, std::wstring& dest) override;
   std::wstring handleName(std::wstring name) override;
@@ -84,8 +90,13 @@ public:
   bool mayRename(std::wstring from, std::wstring to) override;
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
-  void beginOperation() override;
+  CopyOutcome copyGuarded(boost::filesystem::path src, boost::filesystem::path dest, const CopyGuard* guard) override;
+  std::pair<bool, bool> deleteGuarded(std::wstring path, const platform::FileStamp& judged) override;
+  void foundInSync(std::wstring path) override;
   std::vector<std::wstring> archiveNames(std::wstring path) override;
+  void beginOperation() override;
+  bool keepAsItIs(std::wstring archive) override;
+  std::string outsideMark() override;
 
   // Names. Each takes a full path, or a last component alone, and gives a last component.
   std::wstring transformName(const std::wstring& path);    ///< plain → archive's, by the flag; empty: no key
@@ -108,8 +119,9 @@ public:
   std::wstring decryptSingle(boost::filesystem::path src, boost::filesystem::path dest);
   /// The password under the asset key as lower-case hex; empty when that failed.
   std::string encryptArchivePassword(std::string& archivePassword, std::string& assetKey);
-  /// The passwords that the installed keys open, in the metadata's order. The caller wipes them.
-  std::vector<std::string> getPasswordFromMeta(boost::property_tree::ptree& meta);
+  /// The passwords that the installed keys unwrap, in the metadata's order. The caller wipes them.
+  std::vector<std::string> getPasswordFromMeta(boost::property_tree::ptree& meta,
+                                               PasswordForm form = PasswordForm::ofPair);
   /// Puts a finished file, with its last-write time, at its place on the Inside (or in the Temp folder). Throws
   /// filesystem_error, with the place untouched, when it cannot.
   void moveInside(boost::filesystem::path from, std::wstring to);
@@ -146,6 +158,14 @@ public:
   std::string getAssetForPath(const boost::filesystem::path& path);
   /// Whether the folder itself is the root of a share, whatever its marker says. Always looks at the disk.
   bool isKeltaShare(std::wstring folder);
+  /// Where it is remembered which asset the files of each folder were last encrypted for. Without it that is forgotten
+  /// with the handler.
+  void setStateFolder(const std::wstring& folder);
+  /// On: what a changed marker makes another asset's is not encrypted until confirmShare(). Off: it is only told.
+  void setChangedSharesWait(bool wait) { changedSharesWait_ = wait; }
+  /// The share that `folder`, a full path of either side, belongs to is to be encrypted for the asset from now on.
+  /// False when its markers do not name that asset now.
+  bool confirmShare(std::wstring folder, const std::wstring& assetId);
   /// The root of the nearest share at or above the path, as a full path on the path's side; empty when there is none.
   std::wstring findShareRoot(std::wstring path);
 
@@ -174,6 +194,7 @@ private:
   std::wstring withMappedName(const std::wstring& path);
   std::wstring archiveOf(const std::wstring& plainPath);
   NameReading readNameItself(const std::wstring& path);
+  NameReading readStem(const std::wstring& path, const std::wstring& stem);
   std::string assetOfName(const std::wstring& path);
   const std::string* keyForName(const std::string& assetId);
   static std::wstring encryptedUnder(const std::string& keyText, const std::wstring& name);
@@ -188,31 +209,52 @@ private:
                      const Renamed& renamed);
   bool renewNames(const Renamed& renamed);
 
+  // ArchiveList.cpp
+  ArchiveList listArchives();
+  bool isBeyondScans(const boost::filesystem::path& entry, platform::Kind kind);
+  bool isNamedAsArchive(const boost::filesystem::path& entry);
+
   // Shares.cpp
   std::string assetNow(const boost::filesystem::path& path);
+
+  // ShareChanges.cpp
+  struct ShareChange;
+  const std::string& shownAsset(const std::string& id) const;
+  std::wstring insidePath(const std::wstring& folder) const;
+  bool marksAgree(const Share& share);
+  void tellError(const std::wstring& message);
+  bool settleChange(const ShareChange& change, const std::wstring& source);
+  void takeOver(const Share& share, const std::wstring& base);
+  void noteShareUse(const boost::filesystem::path& path);
+  /// Whether something may be encrypted for the asset that the shares give the path now. What changed is told before.
+  /// `source`: the file that waits while it may not, if any.
+  bool mayUseShareOf(const boost::filesystem::path& path, const std::wstring& source);
 
   // AssetKeys.cpp, ArchiveMeta.cpp
   void tryAgainWith(const std::string& assetId);
   std::wstring answerOf(const std::string& assetId);
   bool askForKey(const std::string& assetId);
   bool askForKeys(const boost::property_tree::ptree& meta);
-  bool passwordFrom(const std::string& assetId, const std::string& hexPass, std::string& password);
-  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, std::string& password);
+  bool readSealed(const boost::filesystem::path& path, SealedArchive& archive);
+  bool unseal(SealedArchive& archive, std::string& password);
+  bool passwordOf(SealedArchive& archive, std::string& password);
+  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, PasswordForm form, std::string& password);
 
   // Rewrap.cpp, KeyCheck.cpp
   enum class Rewrapped { done, already, notOurs, failed };
   struct KeyChange;
-  bool listArchives(std::vector<boost::filesystem::path>& archives);
-  bool holdsNoPassword(const boost::filesystem::path& archive);
   Rewrapped rewrap(const KeyChange& change, const boost::filesystem::path& archive);
   Rewrapped rewrapGuarded(const KeyChange& change, const boost::filesystem::path& archive);
   void askForFormer(const KeyChange& change);
-  std::size_t rewrapAll(const KeyChange& change, std::vector<boost::filesystem::path> archives,
-                        const ArchiveProgress& progress);
+  std::size_t rewrapAll(const KeyChange& change, const ArchiveList& list, const ArchiveProgress& progress);
   std::wstring verifyArchive(const boost::filesystem::path& archive);
 
   // Copy.cpp
+  bool copyJob(CopyJob& job, const boost::filesystem::path& src, const boost::filesystem::path& dest);
+  bool encryptJob(CopyJob& job, const boost::filesystem::path& src, const boost::filesystem::path& dest);
+  bool decryptJob(CopyJob& job, const boost::filesystem::path& src, const boost::filesystem::path& dest);
   bool targetFits(const CopyJob& job);
+  bool isAsJudged(const CopyJob& job);
   bool takeStamps(CopyJob& job, const std::wstring& sourceRoot);
   bool unchanged(const CopyJob& job);
   bool archiveFailed(const zip::ArchiveError& error, const boost::filesystem::path& archive);
@@ -221,23 +263,23 @@ private:
 
   // CopyEncrypt.cpp
   KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
-  KeyFit keyFits(const std::string& assetId, const boost::property_tree::ptree& meta);
+  KeyFit keyFits(const std::string& assetId, const SealedArchive& archive);
   bool mayEncrypt(const CopyJob& job);
-  bool encryptTo(const CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);
+  bool encryptTo(CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);
   bool keyAvailable(const std::string& assetId);
   bool replacesUnread(const CopyJob& job, const std::wstring& plainTarget);
-  bool isUnread(const std::wstring& archive);
+  bool mayGo(const std::wstring& archive);
+  std::wstring nameToKeep(const std::wstring& archive);  // KeepAsItIs.cpp
   bool packSource(const CopyJob& job, const std::string& assetId, const TempArea& area,
                   const boost::filesystem::path& archive);
 
   // CopyDecrypt.cpp
   bool mayDecrypt(const CopyJob& job);
   enum class Opened { yes, noKey, unreadable };
-  Opened openArchive(const CopyJob& job, std::vector<std::string>& passwords, boost::property_tree::ptree& meta);
-  bool decryptTo(const CopyJob& job, const std::vector<std::string>& passwords);
+  Opened openArchive(const CopyJob& job, SealedArchive& archive, std::string& password);
+  bool decryptTo(CopyJob& job, const std::string& password);
   bool giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta);
-  bool unpackSource(const CopyJob& job, const std::vector<std::string>& passwords,
-                    const boost::filesystem::path& folder);
+  bool unpackSource(const CopyJob& job, const std::string& password, const boost::filesystem::path& folder);
 
   // SingleFile.cpp
   bool spellAsPair(boost::filesystem::path& path);
@@ -252,9 +294,10 @@ private:
   void shareConflictCopy(const Conflict& conflict);
 
   // Placement.cpp
-  bool place(const boost::filesystem::path& from, const CopyJob& job);
-  bool placeInside(const boost::filesystem::path& from, const CopyJob& job);
-  bool placeAcrossVolumes(const boost::filesystem::path& from, const CopyJob& job);
+  bool place(const boost::filesystem::path& from, CopyJob& job);
+  bool putInPlace(const boost::filesystem::path& fresh, const CopyJob& job);
+  bool placeInside(const boost::filesystem::path& from, CopyJob& job);
+  bool placeAcrossVolumes(const boost::filesystem::path& from, CopyJob& job);
   bool targetUnchanged(const CopyJob& job);
   bool targetTaken(const CopyJob& job);
 
@@ -265,10 +308,13 @@ private:
   bool isGone(const Deletion& deletion);
   bool deleteEntry(Deletion& deletion);
   bool deleteWithRetries(Deletion& deletion);
-  bool WinRecycleFile(const boost::filesystem::path& file);
-  bool emptyFolder(const boost::filesystem::path& folder, std::size_t& removed);
+  std::pair<bool, bool> carryDeletion(const std::wstring& path, const platform::FileStamp* judged);
+  bool WinRecycleFile(const boost::filesystem::path& file, const platform::FileStamp& judged);
+  bool isSystemMadeEntry(const boost::filesystem::path& entry);
+  bool emptyFolder(Deletion& deletion);
 
   // Quarantine.cpp
+  bool hasUnusablePath(const boost::filesystem::path& path, std::wstring& message);
   bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message, std::wstring& errorId);
   /// Records a path and tells the host, with `name` or the path's own name. False when a record was there already: it
   /// then stays as it is.
@@ -288,15 +334,22 @@ private:
   bool fne_ = false;                                        ///< under fneLock_
   AssetKeys keys_;
   Shares shares_;
-  std::set<std::string> asked_;  ///< assets whose key was asked for in this operation
+  ShareMemory shareMemory_;
+  std::int64_t nextShareSave_ = 0;  ///< seconds
+  bool changedSharesWait_ = false;
+  std::set<std::wstring> toldOfShares_;
+  std::set<std::wstring> waitingForShares_;  ///< files of the Inside
+  std::set<std::string> asked_;              ///< assets whose key was asked for in this operation
   KeyNotFoundCallback keyNotFound_;
   std::wstring insideFolder_;
   std::wstring outsideFolder_;
   std::wstring tempFolder_;
   std::wstring quarFolder_;
   int compressionFlag_ = 0;
-  bool sourceIsDamaged_ = false;           ///< of the last copy
-  std::int64_t quarantineLastUpdate_ = 0;  ///< under fneLock_, the handler's one mutex
+  std::map<std::wstring, platform::FileStamp> keptAsTheyAre_;  ///< archives of which this version is kept already
+  bool sourceIsDamaged_ = false;                               ///< of the last copy
+  bool endChanged_ = false;                                    ///< the same: an end was not what it had been
+  std::int64_t quarantineLastUpdate_ = 0;                      ///< under fneLock_, the handler's one mutex
 };
 
 }  // namespace Kelta

@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "base/GenericPath.h"
@@ -33,8 +35,9 @@ struct CryptoSyncCopyHandler::Deletion {
   std::wstring root;    ///< the counterpart's side
   bool ownIsInside = false;
   bool isFolder = false;
-  bool refused = false;     ///< must not be deleted: no use in trying again
-  std::size_t removed = 0;  ///< entries
+  bool refused = false;        ///< must not be deleted: no use in trying again
+  std::size_t removed = 0;     ///< entries
+  platform::FileStamp judged;  ///< of a file: what it is to be
 };
 
 bool CryptoSyncCopyHandler::nameCounterpart(Deletion& deletion) {
@@ -92,9 +95,19 @@ bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
   return kind != Kind::unknown && kind != (deletion.isFolder ? Kind::folder : Kind::file);
 }
 
-// Removes our own files from a folder. False when anything else is in it: then nothing was removed.
-bool CryptoSyncCopyHandler::emptyFolder(const fs::path& folder, std::size_t& removed) {
+// On the Outside under its own name or as an archive.
+bool CryptoSyncCopyHandler::isSystemMadeEntry(const fs::path& entry) {
+  std::wstring path;
+  if (!platform::wideOf(entry, path)) return false;
+  return isSystemMade(hasExtension(entry) ? untransformName(genericForm(path)) : nameOf(genericForm(path)));
+}
+
+// Removes our own files from a folder, and those that a system makes by itself: on the Inside into the recycle bin.
+// False when anything else is in it: then nothing was removed.
+bool CryptoSyncCopyHandler::emptyFolder(Deletion& deletion) {
+  const fs::path folder = platform::pathOf(deletion.target);
   std::vector<fs::path> own;
+  std::vector<fs::path> systemMade;
   std::vector<fs::path> entries;
   boost::system::error_code error;
   platform::listFolder(folder, entries, error);
@@ -102,19 +115,26 @@ bool CryptoSyncCopyHandler::emptyFolder(const fs::path& folder, std::size_t& rem
   for (const fs::path& entry : entries) {
     const std::string name = utf8(entry.filename());
     const bool ours = name == kFolderMarker || platform::isAbandoned(name);
-    if (!ours || platform::stampOf(entry).kind != Kind::file) {
+    if ((!ours && !isSystemMadeEntry(entry)) || platform::stampOf(entry).kind != Kind::file) {
       HANDLER_ERROR("not empty: %s holds %s", utf8(folder).c_str(), name.c_str());
       return false;
     }
-    own.push_back(entry);
+    (ours || deletion.ownIsInside ? own : systemMade).push_back(entry);
   }
-  for (const fs::path& path : own) removed += platform::removeEntry(path) ? 1U : 0U;
+  for (const fs::path& path : systemMade) {
+    if (!WinRecycleFile(path, platform::stampOf(path))) return false;
+    ++deletion.removed;
+  }
+  for (const fs::path& path : own) deletion.removed += platform::removeEntry(path) ? 1U : 0U;
   return true;
 }
 
-bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file) {
+// Where there is no recycle bin the file is removed.
+bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file, const platform::FileStamp& judged) {
   bool canceled = false;
-  if (platform::recycle(file, &canceled)) return true;
+  const platform::Recycled recycled = platform::moveToRecycleBin(file, &judged, &canceled);
+  if (recycled == platform::Recycled::yes) return true;
+  if (recycled == platform::Recycled::noBin) return removeJudged(file, judged);
   KELTA_LOG(log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, nullptr, "%s",
             canceled ? "Operation was canceled" : "Operation failed");
   return false;
@@ -134,12 +154,13 @@ bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
     HANDLER_ERROR("not what was deleted on the other side: %s", utf8(target).c_str());
     deletion.refused = true;
   } else if (deletion.isFolder) {
-    deletion.refused = !emptyFolder(target, deletion.removed);
+    deletion.refused = !emptyFolder(deletion);
     if (!deletion.refused) deletion.removed += platform::removeEntry(target) ? 1U : 0U;
   } else if (deletion.ownIsInside) {
-    deletion.removed += platform::removeEntry(target) ? 1U : 0U;
+    if (!removeJudged(target, deletion.judged)) return false;
+    ++deletion.removed;
   } else {
-    if (!WinRecycleFile(target)) return false;
+    if (platform::isOpenForWriting(target) || !WinRecycleFile(target, deletion.judged)) return false;
     ++deletion.removed;
   }
   if (!deletion.refused) platform::syncFolder(target.parent_path());
@@ -147,11 +168,10 @@ bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
 }
 
 bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
-  const platform::FileStamp before = platform::stampOf(platform::pathOf(deletion.target));
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     if (attempt > 1) sleepWithCheck(1, kPauseMilliseconds);
     const platform::FileStamp now = platform::stampOf(platform::pathOf(deletion.target));
-    if (!deletion.isFolder && now.kind == Kind::file && !now.sameContent(before)) {
+    if (!deletion.isFolder && now.kind == Kind::file && !now.sameContent(deletion.judged)) {
       HANDLER_INFO("changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());
       break;
     }
@@ -169,8 +189,19 @@ bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
 
 std::pair<bool, bool> CryptoSyncCopyHandler::doDelete(std::wstring path) {
   HANDLER_DEBUG("path: %s", utf8(path).c_str());
+  return carryDeletion(path, nullptr);
+}
+
+std::pair<bool, bool> CryptoSyncCopyHandler::deleteGuarded(std::wstring path, const platform::FileStamp& judged) {
+  HANDLER_DEBUG("path: %s", utf8(path).c_str());
+  return carryDeletion(path, &judged);
+}
+
+std::pair<bool, bool> CryptoSyncCopyHandler::carryDeletion(const std::wstring& path,
+                                                           const platform::FileStamp* judged) {
   Deletion deletion;
   if (!planDeletion(genericForm(path), deletion)) return {false, false};
+  deletion.judged = judged ? *judged : platform::stampOf(platform::pathOf(deletion.target));
   const bool ownGone = isGone(deletion);
   bool targetGone = false;
   if (ownGone) {

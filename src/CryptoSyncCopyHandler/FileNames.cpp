@@ -56,7 +56,7 @@ const std::string* CryptoSyncCopyHandler::keyForName(const std::string& assetId)
 }
 
 std::wstring CryptoSyncCopyHandler::encryptedUnder(const std::string& keyText, const std::wstring& name) {
-  if (name.empty()) return std::wstring();
+  if (!isComponent(name)) return std::wstring();
   Secret key(keyText);
   const std::wstring stem = encryptedStem(name, key.text);
   return stem.empty() ? stem : stem + kExtension;
@@ -89,7 +89,13 @@ std::size_t CryptoSyncCopyHandler::readEncrypted(const std::wstring& path, const
 NameReading CryptoSyncCopyHandler::readNameItself(const std::wstring& path) {
   const std::wstring name = nameOf(path);
   if (extensionOf(name) != kExtension) return {NameForm::none, std::wstring()};
-  const std::wstring stem = name.substr(0, name.size() - kExtension.size());
+  NameReading reading = readStem(path, name.substr(0, name.size() - kExtension.size()));
+  // What would lead to another folder stands for no file.
+  if (!reading.plain.empty() && !isComponent(reading.plain)) reading = {NameForm::noName, std::wstring()};
+  return reading;
+}
+
+NameReading CryptoSyncCopyHandler::readStem(const std::wstring& path, const std::wstring& stem) {
   if (stem.size() < kShortestEncrypted) return {NameForm::plain, stem};
   std::wstring plain;
   const std::size_t end = readEncrypted(path, stem, plain);
@@ -123,7 +129,8 @@ std::wstring CryptoSyncCopyHandler::untransformName(const std::wstring& path) { 
 
 std::wstring CryptoSyncCopyHandler::transformName(const std::wstring& path) {
   const std::wstring name = nameOf(path);
-  if (name.empty() || namesAreEncrypted()) return encryptFilename(path);
+  if (!isComponent(name)) return std::wstring();
+  if (namesAreEncrypted()) return encryptFilename(path);
   const std::wstring plainForm = name + kExtension;
   const bool readsBack =
       name.size() < kShortestEncrypted || readNameItself(joinPath(parentOf(path), plainForm)).plain == name;
@@ -172,7 +179,7 @@ bool CryptoSyncCopyHandler::hasNameIssue(const std::wstring& path, std::wstring&
   errorId = reading.form == NameForm::noKey ? L"no-key" : L"path-issue";
   message = reading.form == NameForm::noKey ? L"No key to decrypt the name"
                                             : L"Encrypted name that was changed, or of another key";
-  if (reading.plain.empty()) return reading.form != NameForm::none;
+  if (reading.plain.empty() && reading.form != NameForm::noName) return reading.form != NameForm::none;
   message = L"Name cannot be stored";
   return !platform::canStandAsName(reading.plain) || reading.plain.find_first_of(L"\t\r\n\\") != std::wstring::npos;
 }

@@ -2,11 +2,38 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/Files.h"
+
 namespace Kelta {
+
+/// What the caller has seen of both ends of a copy and has judged. Only while it is so the copy is put in place.
+struct CopyGuard {
+  platform::FileStamp source;
+  /// Every path that may be replaced; at any other nothing may stand.
+  std::map<std::wstring, platform::FileStamp> targets;
+  /// The time that the copy gets, in nanoseconds; 0: the source's.
+  std::int64_t time = 0;
+};
+
+/// How a copy ended.
+struct CopyOutcome {
+  enum class Result {
+    done,     ///< `written` appeared as `placed`
+    settled,  ///< nothing was written and nothing is to be done: the archive was given up for want of its key
+    changed,  ///< an end is not what the caller has seen, or is in use; nothing was placed
+    damaged,  ///< the source was read as a whole and is beyond recovery
+    failed,
+  };
+  Result result = Result::failed;
+  std::wstring written;
+  platform::FileStamp placed;
+};
 
 /// Every operation of a pair on file contents and names. The order of the operations is part of the contract.
 class ISyncCopyHandler {
@@ -14,16 +41,8 @@ public:
   /// Copies one file from one side to the other, transforming it. `dest` is the plain name on the
   /// target's side (the handler maps its last component). Returns success and the path actually
   /// written, empty when none was. The target carries the source's last-write time. Throws
-  /// filesystem_error when a file could not be accessed (worth another try soon).
+  /// filesystem_error when a file could not be accessed.
   virtual std::pair<bool, std::wstring> copyFile(boost::filesystem::path src, boost::filesystem::path dest) = 0;
-
-  /// Whether the last copyFile() failed because its source was read and is damaged beyond recovery: nothing in it can
-  /// be lost any more. False as long as anything else, a read error or a missing key, may have been the reason.
-  virtual bool sourceIsDamaged() const = 0;
-
-  /// Is told that a file that changed on both sides turned out to need no copy: what was quarantined about the path no
-  /// longer holds.
-  virtual void foundInSync(std::wstring path) = 0;
 
   /// Creates the counterpart `dest` of the folder `src`; true when it is there afterwards.
   virtual bool copyDir(boost::filesystem::path src, boost::filesystem::path dest) = 0;
@@ -55,13 +74,34 @@ public:
   /// entry, and whether the Outside entry, is gone.
   virtual std::pair<bool, bool> doDelete(std::wstring path) = 0;
 
+  /// The same as copyFile(), under the caller's guard; without one both ends must stay as they are when the copy
+  /// begins. Throws as it does.
+  virtual CopyOutcome copyGuarded(boost::filesystem::path src, boost::filesystem::path dest,
+                                  const CopyGuard* guard) = 0;
+
+  /// The same as doDelete() for a file, whose counterpart goes only as long as it is `judged`.
+  virtual std::pair<bool, bool> deleteGuarded(std::wstring path, const platform::FileStamp& judged) = 0;
+
+  /// Is told that a file that changed on both sides turned out to need no copy: what was quarantined about the path no
+  /// longer holds.
+  virtual void foundInSync(std::wstring path) = 0;
+
   /// All the names that the archive of the plain path `path`, on either side, may have. The one that a new archive gets
   /// comes first. None when it cannot be told now.
   virtual std::vector<std::wstring> archiveNames(std::wstring path) = 0;
 
+  /// An archive is about to be replaced or removed although nobody here could read it: a copy of it, as it is, goes to
+  /// the recycle bin, or where there is none on under a conflict name beside it, once; the host is told. False when it
+  /// could not be kept: then it must stay.
+  virtual bool keepAsItIs(std::wstring archive) = 0;
+
   /// A scan, a resolution or another operation begins: whatever is remembered about folders and about keys that were
   /// asked for is looked at anew from here on.
-  virtual void beginOperation() {}
+  virtual void beginOperation() = 0;
+
+  /// What tells this pair's Outside from another's: the same on every device of the pair and under every key, and
+  /// nothing that would help to guess one. Empty as long as no key was installed.
+  virtual std::string outsideMark() = 0;
 };
 
 }  // namespace Kelta

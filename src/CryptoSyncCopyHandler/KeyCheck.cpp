@@ -6,8 +6,6 @@
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
-#include "archive/Archive.h"
-#include "archive/zip/ArchiveError.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/Folders.h"
@@ -24,9 +22,9 @@ constexpr int kMaxEntries = 20000;
 
 // One that cannot be read now tells nothing about the key.
 KeyFit CryptoSyncCopyHandler::tryKey(const std::string& id, const fs::path& archive) {
-  boost::property_tree::ptree meta;
+  SealedArchive sealed;
   try {
-    return getZipMetaJSON(archive, meta) ? keyFits(id, meta) : KeyFit::otherAsset;
+    return readSealed(archive, sealed) ? keyFits(id, sealed) : KeyFit::otherAsset;
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
     return KeyFit::otherAsset;
@@ -45,7 +43,7 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
     const platform::Kind kind = seen == 1 ? platform::Kind::folder : platform::stampOf(path).kind;
     boost::system::error_code ignored;
     if (kind == platform::Kind::folder) platform::listFolder(path, entries, ignored);
-    if (kind != platform::Kind::file || !hasExtension(path)) continue;
+    if (kind != platform::Kind::file || !isNamedAsArchive(path)) continue;
     const KeyFit fit = tryKey(id, path);
     if (fit == KeyFit::fits) return true;
     tried += fit == KeyFit::doesNot ? 1 : 0;
@@ -54,20 +52,13 @@ bool CryptoSyncCopyHandler::verifyAssetKey(const std::wstring& assetId) {
   return tried == 0;
 }
 
-// "verify" when an installed key opens the archive, "no-key" when none does, "damaged" for anything else.
+// "verify" when an installed key opens the archive, "no-key" when none does, "damaged" when no key could.
 std::wstring CryptoSyncCopyHandler::verifyArchive(const fs::path& archive) {
   try {
-    boost::property_tree::ptree meta;
-    if (!getZipMetaJSON(archive, meta) || wrappedPasswords(meta).empty()) return L"damaged";
-    Secrets passwords;
-    passwords.reset(getPasswordFromMeta(meta));
-    if (passwords.texts.empty() && askForKeys(meta)) passwords.reset(getPasswordFromMeta(meta));
-    if (passwords.texts.empty()) return L"no-key";
-    for (const std::string& password : passwords.texts) {
-      if (archive::opensContent(archive, password)) return L"verify";
-    }
-  } catch (const zip::ArchiveError& error) {
-    HANDLER_ERROR("%s: %s", utf8(archive).c_str(), error.what());
+    SealedArchive sealed;
+    Secret password;
+    if (!readSealed(archive, sealed) || wrappedPasswords(sealed.meta).empty()) return L"damaged";
+    return unseal(sealed, password.text) ? L"verify" : L"no-key";
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
   }
@@ -76,16 +67,16 @@ std::wstring CryptoSyncCopyHandler::verifyArchive(const fs::path& archive) {
 
 bool CryptoSyncCopyHandler::verifyArchives(const ArchiveProgress& progress) {
   beginOperation();
-  std::vector<fs::path> archives;
-  bool right = listArchives(archives);
+  const ArchiveList list = listArchives();
+  bool right = list.whole;
   std::uint64_t done = 0;
-  for (const fs::path& archive : archives) {
+  for (const fs::path& archive : list.archives) {
     interruption().check();
     ++done;
     if (!hasExtension(archive)) continue;
     const std::wstring outcome = verifyArchive(archive);
-    right = right && outcome == L"verify";
-    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), done, archives.size());
+    right = right && (outcome == L"verify" || list.beyond.count(archive) > 0);
+    if (progress) progress(outcome, genericForm(platform::wideOf(archive)), done, list.archives.size());
   }
   return right;
 }

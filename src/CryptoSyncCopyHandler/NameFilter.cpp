@@ -46,6 +46,11 @@ bool isOfficeLock(const std::wstring& name) {
 
 }  // namespace
 
+bool isSystemMade(const std::wstring& name) {
+  const std::wstring lower = lowerAscii(name);
+  return lower == L".ds_store" || lower == L"desktop.ini" || lower == L"thumbs.db";
+}
+
 bool isReservedName(const std::wstring& name, bool isFolder) {
   if (!isFolder && isOfficeLock(name)) return true;
   if (name == L"Icon\r") return true;

@@ -15,6 +15,10 @@ constexpr std::size_t kMaxPathCharacters = 260;
 /// exist is not ignored, so that deletions are still seen.
 bool isNeverSynchronised(const boost::filesystem::path& path);
 
+/// Whether a system makes a file of that name by itself, in any folder that somebody looks at. Not all of them are
+/// reserved, but none keeps a folder alive.
+bool isSystemMade(const std::wstring& name);
+
 /// The part of that verdict which the name alone decides (a last component).
 bool isReservedName(const std::wstring& name, bool isFolder);
 

@@ -8,14 +8,11 @@
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
-#include "platform/AtomicFile.h"
-#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
-using platform::Kind;
 
 const std::wstring kExtension = L".kelta";
 
@@ -28,7 +25,7 @@ bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
 // False when the archive keeps a name that is not in line.
 bool CryptoSyncCopyHandler::resetName(const std::wstring& path, const Renamed& renamed) {
   const NameReading reading = readName(path);
-  if (reading.plain.empty()) return false;
+  if (reading.plain.empty() || !mayUseShareOf(platform::pathOf(path), std::wstring())) return false;
   return renameArchive(path, reading, transformName(joinPath(parentOf(path), reading.plain)), renamed);
 }
 
@@ -66,36 +63,11 @@ bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
     std::wstring plain;
     const std::size_t end = stem.size() < kShortestEncrypted ? 0 : readEncrypted(path, stem, plain);
     if (end == 0) return true;
+    if (!mayUseShareOf(platform::pathOf(path), std::wstring())) return false;
     std::wstring renewed = encryptFilename(joinPath(parentOf(path), plain));
     if (!renewed.empty()) renewed.insert(renewed.size() - kExtension.size(), stem.substr(end));
     return renameArchive(path, {NameForm::encrypted, plain}, renewed, renamed);
   });
-}
-
-bool CryptoSyncCopyHandler::forEachArchive(const std::function<bool(const std::wstring& path)>& action) {
-  bool allDone = !outsideFolder_.empty();
-  std::vector<std::wstring> folders{outsideFolder_};
-  while (!folders.empty()) {
-    const std::wstring folder = folders.back();
-    folders.pop_back();
-    std::vector<fs::path> entries;
-    boost::system::error_code error;
-    platform::listFolder(platform::pathOf(folder), entries, error);
-    if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(folder).c_str(), error.message().c_str());
-    allDone = allDone && !error;
-    for (const fs::path& entry : entries) {
-      interruption().check();
-      std::wstring path;
-      const bool named = platform::wideOf(entry, path);
-      const Kind kind = platform::stampOf(entry).kind;
-      path = genericForm(std::move(path));
-      if (named && kind == Kind::folder) folders.push_back(path);
-      const bool archive = named && kind == Kind::file && hasExtension(entry) && !ignore(entry);
-      if (archive && !action(path)) allDone = false;
-    }
-    platform::syncFolder(platform::pathOf(folder));
-  }
-  return allDone;
 }
 
 }  // namespace Kelta

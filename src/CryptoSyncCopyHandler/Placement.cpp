@@ -5,6 +5,7 @@
 
 #include "CryptoSyncCopyHandler/CopyJob.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -22,6 +23,7 @@ constexpr std::size_t kBufferBytes = 1024 * 1024;
 
 bool CryptoSyncCopyHandler::targetTaken(const CopyJob& job) {
   HANDLER_INFO("target changed meanwhile, left as it is: %s", utf8(job.target).c_str());
+  endChanged_ = true;
   return false;
 }
 
@@ -29,38 +31,47 @@ bool CryptoSyncCopyHandler::targetUnchanged(const CopyJob& job) {
   return platform::stampOf(platform::pathOf(job.target)).sameContent(job.targetStamp) || targetTaken(job);
 }
 
-bool CryptoSyncCopyHandler::place(const fs::path& from, const CopyJob& job) {
+// What appears in an empty place, or in that of what was judged, at the last moment is not replaced.
+bool CryptoSyncCopyHandler::putInPlace(const fs::path& fresh, const CopyJob& job) {
+  const fs::path target = platform::pathOf(job.target);
+  const bool empty = job.targetStamp.kind == platform::Kind::missing;
+  const bool placed = empty ? platform::moveFile(fresh, target) : replaceJudged(fresh, target, job.targetStamp);
+  return placed || targetTaken(job);
+}
+
+bool CryptoSyncCopyHandler::place(const fs::path& from, CopyJob& job) {
   std::string reason;
   if (makeFolders(job.targetRoot, parentOf(job.target), reason) != Reach::there) {
     HANDLER_ERROR("%s", reason.c_str());
     return false;
   }
   const fs::path target = platform::pathOf(job.target);
-  const bool timeSet = platform::setLastWriteTime(from, job.sourceStamp.nanoseconds);
+  const bool timeSet = platform::setLastWriteTime(from, job.time());
   platform::giveNormalRights(from, target);
   const platform::FileStamp placed = platform::stampOf(from);
   if (!targetUnchanged(job)) return false;
   try {
-    // Nothing was there: what appears at the last moment is not replaced.
-    if (job.targetStamp.kind != platform::Kind::missing)
-      platform::replaceFile(from, target);
-    else if (!platform::moveFile(from, target))
-      return targetTaken(job);
+    if (!putInPlace(from, job)) return false;
+    job.outcome.placed = placed;
   } catch (const fs::filesystem_error& error) {
     if (error.code() != boost::system::errc::cross_device_link) throw;
     if (!placeAcrossVolumes(from, job)) return false;
   }
   if (job.targetStamp.kind == platform::Kind::missing) platform::takeFolderRights(target);
   platform::syncFolder(target.parent_path());
+  job.outcome.written = job.target;
   // Without its source's time the copy would pass for a change: a second try, unless somebody wrote to it since.
-  if (!timeSet && platform::stampOf(target).sameContent(placed) &&
-      !platform::setLastWriteTime(target, job.sourceStamp.nanoseconds))
-    HANDLER_ERROR("couldn't set the time of %s", utf8(target).c_str());
+  if (!timeSet && platform::stampOf(target).sameContent(placed)) {
+    if (platform::setLastWriteTime(target, job.time()))
+      job.outcome.placed.nanoseconds = platform::stampOf(target).nanoseconds;
+    else
+      HANDLER_ERROR("couldn't set the time of %s", utf8(target).c_str());
+  }
   return true;
 }
 
 // The Temp folder lies on another volume: the copy grows beside the target instead.
-bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, const CopyJob& job) {
+bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, CopyJob& job) {
   platform::File input(from, platform::File::Mode::read);
   platform::AtomicFile output(platform::pathOf(job.target));
   std::vector<char> buffer(kBufferBytes);
@@ -68,15 +79,16 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, const CopyJ
     interruption().check();
     output.file().write(buffer.data(), count);
   }
-  if (!output.file().setLastWriteTime(job.sourceStamp.nanoseconds))
+  if (!output.file().setLastWriteTime(job.time()))
     HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
-  if (!targetUnchanged(job)) return false;
-  if (job.targetStamp.kind == platform::Kind::missing) return output.commitNew() || targetTaken(job);
-  output.commit();
-  return true;
+  output.file().flushToDisk();
+  output.file().close();
+  platform::giveNormalRights(output.temporary(), platform::pathOf(job.target));
+  job.outcome.placed = platform::stampOf(output.temporary());
+  return putInPlace(output.temporary(), job);
 }
 
-bool CryptoSyncCopyHandler::placeInside(const fs::path& from, const CopyJob& job) {
+bool CryptoSyncCopyHandler::placeInside(const fs::path& from, CopyJob& job) {
   HANDLER_DEBUG("path: %s", utf8(job.target).c_str());
   HANDLER_DEBUG("pardir = %s", utf8(parentOf(job.target)).c_str());
   HANDLER_DEBUG("Parent, inside: %s", utf8(job.targetRoot).c_str());

@@ -14,10 +14,7 @@
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
-#include "CryptoSyncCopyHandler/CloudNames.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
-#include "CryptoSyncCopyHandler/NameFilter.h"
-#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
@@ -36,6 +33,13 @@ using zip::ArchiveFailure;
 constexpr int kPasses = 3;
 constexpr int kPauseSeconds = 4;
 
+// Whether it is certain that no key opens an archive that could not be read: it is whole, but has no metadata of ours.
+// One that is cut short may still be on its way.
+bool holdsNoPassword(ArchiveFailure failure, bool named) {
+  return failure == ArchiveFailure::noEntry || failure == ArchiveFailure::foreign ||
+         (!named && failure == ArchiveFailure::notAnArchive);
+}
+
 void writeText(const fs::path& path, const std::string& text) {
   platform::removeEntry(path);
   platform::File file(path, platform::File::Mode::createNew);
@@ -51,53 +55,6 @@ struct CryptoSyncCopyHandler::KeyChange {
   fs::path metadata;  ///< a temporary file
 };
 
-// Every archive of the Outside, also those that no scan takes (over-long paths, names of a cloud client). False when
-// some folder could not be listed.
-bool CryptoSyncCopyHandler::listArchives(std::vector<fs::path>& archives) {
-  std::string reason;
-  bool whole = reachFolder(outsideFolder_, outsideFolder_, reason) == Reach::there;
-  if (!whole) HANDLER_ERROR("%s", reason.c_str());
-  std::vector<fs::path> folders;
-  if (whole) folders.push_back(platform::pathOf(outsideFolder_));
-  while (!folders.empty()) {
-    interruption().check();
-    std::vector<fs::path> entries;
-    boost::system::error_code error;
-    const fs::path folder = folders.back();
-    folders.pop_back();
-    platform::listFolder(folder, entries, error);
-    if (error) HANDLER_ERROR("cannot list %s: %s", utf8(folder).c_str(), error.message().c_str());
-    whole = whole && !error;
-    const auto plainName = [&](const std::wstring& archive) {
-      return untransformName(joinPath(genericForm(platform::wideOf(folder)), archive));
-    };
-    for (const fs::path& entry : entries) {
-      const Kind kind = platform::stampOf(entry).kind;
-      std::wstring name;
-      platform::wideOf(entry.filename(), name);
-      CloudCopy copy;
-      whole = whole && kind != Kind::unknown;
-      if (kind == Kind::folder) folders.push_back(entry);
-      if (kind == Kind::file && !isReservedName(name, false) &&
-          (hasExtension(entry) || readCloudCopy(name, plainName, copy)))
-        archives.push_back(entry);
-    }
-  }
-  return whole;
-}
-
-// Whether it is certain that no key opens the archive: it is whole, but has no metadata of ours. One that is cut short
-// may still be on its way.
-bool CryptoSyncCopyHandler::holdsNoPassword(const fs::path& archive) {
-  try {
-    archive::readEntry(archive, kMetadataEntry, std::string());
-    return true;
-  } catch (const zip::ArchiveError& error) {
-    return error.failure() == ArchiveFailure::noEntry ||
-           (!hasExtension(archive) && error.failure() == ArchiveFailure::notAnArchive);
-  }
-}
-
 // The host may still have the key that was lost here; whatever it does, the new key stays the installed one.
 void CryptoSyncCopyHandler::askForFormer(const KeyChange& change) {
   std::wstring answer = answerOf(change.assetId);
@@ -110,16 +67,17 @@ void CryptoSyncCopyHandler::askForFormer(const KeyChange& change) {
 CryptoSyncCopyHandler::Rewrapped CryptoSyncCopyHandler::rewrap(const KeyChange& change, const fs::path& archive) {
   const platform::FileStamp stamp = platform::stampOf(archive);
   if (stamp.kind == Kind::missing) return Rewrapped::notOurs;
-  boost::property_tree::ptree meta;
-  if (!getZipMetaJSON(archive, meta)) {
-    const bool foreign = holdsNoPassword(archive) && platform::stampOf(archive).sameContent(stamp);
+  SealedArchive sealed;
+  if (!readSealed(archive, sealed)) {
+    const bool foreign =
+        holdsNoPassword(sealed.failure, hasExtension(archive)) && platform::stampOf(archive).sameContent(stamp);
     return foreign ? Rewrapped::notOurs : Rewrapped::failed;
   }
-  WrappedPasswords wrapped = wrappedPasswords(meta);
+  WrappedPasswords wrapped = wrappedPasswords(sealed.meta);
   const auto isOurs = [&](const WrappedPasswords::value_type& member) { return member.first == change.assetId; };
   if (std::none_of(wrapped.begin(), wrapped.end(), isOurs)) return Rewrapped::notOurs;
   const auto opens = [&](const std::string& key, const std::string& hexPass, Secret& password) {
-    return passwordUnder(key, hexPass, password.text) && archive::opensContent(archive, password.text);
+    return passwordUnder(key, hexPass, PasswordForm::ofPair, password.text) && sealed.head->opens(password.text);
   };
   for (const auto& member : wrapped) {
     Secret password;
@@ -158,8 +116,9 @@ CryptoSyncCopyHandler::Rewrapped CryptoSyncCopyHandler::rewrapGuarded(const KeyC
   return Rewrapped::failed;
 }
 
-std::size_t CryptoSyncCopyHandler::rewrapAll(const KeyChange& change, std::vector<fs::path> archives,
+std::size_t CryptoSyncCopyHandler::rewrapAll(const KeyChange& change, const ArchiveList& list,
                                              const ArchiveProgress& progress) {
+  std::vector<fs::path> archives = list.archives;
   const std::uint64_t total = archives.size();
   std::uint64_t done = 0;
   const auto tell = [&](const wchar_t* outcome, const fs::path& archive) {
@@ -172,8 +131,10 @@ std::size_t CryptoSyncCopyHandler::rewrapAll(const KeyChange& change, std::vecto
     for (const fs::path& archive : archives) {
       interruption().check();
       const Rewrapped result = rewrapGuarded(change, archive);
-      if (result == Rewrapped::failed) failed.push_back(archive);
-      if (result != Rewrapped::failed) tell(result == Rewrapped::notOurs ? L"kept" : L"rewrap", archive);
+      const bool again = result == Rewrapped::failed && list.beyond.count(archive) == 0;
+      if (again) failed.push_back(archive);
+      const bool wrapped = result == Rewrapped::done || result == Rewrapped::already;
+      if (!again) tell(wrapped ? L"rewrap" : L"kept", archive);
     }
     archives.swap(failed);
   }
@@ -195,11 +156,10 @@ bool CryptoSyncCopyHandler::changeAssetKey(const std::wstring& assetId, const st
   HANDLER_INFO("changing the key of asset %s", id.c_str());
   keys_.change(id, text.text);
   tryAgainWith(id);
-  std::vector<fs::path> archives;
-  const bool whole = listArchives(archives);
-  const std::size_t failed = rewrapAll(change, std::move(archives), progress);
+  const ArchiveList list = listArchives();
+  const std::size_t failed = rewrapAll(change, list, progress);
   HANDLER_INFO("key of asset %s changed, %lu archives failed", id.c_str(), static_cast<unsigned long>(failed));
-  if (renewNames(renamed) && whole && failed == 0) {
+  if (renewNames(renamed) && list.whole && failed == 0) {
     keys_.forgetFormer(id);
     return true;
   }

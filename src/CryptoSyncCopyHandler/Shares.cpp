@@ -33,7 +33,8 @@ std::string firstLine(const boost::filesystem::path& marker) {
 
 bool isPlain(const std::wstring& path) {
   const std::wstring framed = L"/" + path + L"/";
-  return framed.find(L"/./") == std::wstring::npos && framed.find(L"/../") == std::wstring::npos;
+  const bool doubled = !path.empty() && framed.find(L"//") != std::wstring::npos;
+  return !doubled && framed.find(L"/./") == std::wstring::npos && framed.find(L"/../") == std::wstring::npos;
 }
 
 }  // namespace
@@ -88,6 +89,8 @@ Share Shares::ownOf(const std::wstring& folder) const {
   return share.state == Share::State::none ? readMarker(inside_, folder) : share;
 }
 
+Share Shares::insideMarkerOf(const std::wstring& folder) const { return readMarker(inside_, folder); }
+
 const Share& Shares::at(const std::wstring& folder) {
   const auto known = known_.find(folder);
   if (known != known_.end()) return known->second;
@@ -102,6 +105,7 @@ void Shares::forgetUpwards(std::wstring folder) {
 }
 
 void CryptoSyncCopyHandler::beginOperation() {
+  shareMemory_.save();
   shares_.forget();
   asked_.clear();
 }

@@ -32,6 +32,8 @@ public:
   const Share& at(const std::wstring& folder);
   /// The share that this very folder is the root of, from disk.
   Share ownOf(const std::wstring& folder) const;
+  /// The same by the marker of the Inside alone.
+  Share insideMarkerOf(const std::wstring& folder) const;
   void forget() { known_.clear(); }
   /// Forgets the folder and those above it.
   void forgetUpwards(std::wstring folder);

@@ -17,7 +17,11 @@ namespace fs = boost::filesystem;
 // A path that leads into the pair by a link, or is spelled in another way, is given the pair's own spelling, by which
 // all that follows tells the sides apart. False when it cannot be told where it leads.
 bool CryptoSyncCopyHandler::spellAsPair(fs::path& path) {
-  const std::wstring text = genericForm(platform::wideOf(path));
+  const std::wstring given = platform::wideOf(path.generic_path());
+  std::wstring text;
+  // A backslash that is left is part of a name, which has no generic form.
+  if (given.find(L'\\') == std::wstring::npos && canonicalForm(given, text))
+    path = platform::pathOf(spelledBelow(outsideFolder_, spelledBelow(insideFolder_, text)));
   if (isBelow(text, insideFolder_) || isBelow(text, outsideFolder_)) return true;
   boost::system::error_code error;
   fs::path folder = platform::realFolder(path.parent_path(), error);
@@ -80,12 +84,12 @@ std::wstring CryptoSyncCopyHandler::decryptSingle(fs::path src, fs::path dest) {
     return L"failed";
   }
   try {
-    Secrets passwords;
-    boost::property_tree::ptree meta;
+    SealedArchive archive;
+    Secret password;
     if (!takeStamps(job, outsideFolder_)) return L"failed";
-    const Opened opened = openArchive(job, passwords.texts, meta);
+    const Opened opened = openArchive(job, archive, password.text);
     if (opened == Opened::noKey) return L"no-key";
-    if (opened == Opened::yes && decryptTo(job, passwords.texts)) return L"decrypt";
+    if (opened == Opened::yes && decryptTo(job, password.text)) return L"decrypt";
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
   }

@@ -53,9 +53,7 @@ bool SyncPair::isFreeForCloudCopy(const Side& side, const std::wstring& archive)
 boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesystem::path& entry) {
   std::wstring path;
   CloudCopy copy;
-  if (!platform::wideOf(entry, path)) return entry;
-  path = genericForm(std::move(path));
-  if (!isCloudCopy(side, path, copy)) return entry;
+  if (!genericOfListed(entry, path) || !isCloudCopy(side, path, copy)) return entry;
   try {
     for (int number = 1; number <= kNumbers; ++number) {
       const std::wstring more = number == 1 ? std::wstring() : L" (" + std::to_wstring(number) + L")";

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Both sides changed. At equal times the contents decide: identical ones are in sync, of differing ones the Inside
-// version becomes a conflict copy. At different times the newer one wins, and the loser goes to the recycle bin.
+// Both sides changed. At equal times, or such as may be equal, the contents decide: identical ones are in sync. Where
+// the times do not tell which version is newer, the Inside one becomes a conflict copy. Otherwise the newer one wins,
+// and the loser goes to the recycle bin.
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "SyncPair0/SyncPair.h"
+#include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
 #include "base/Log.h"
@@ -24,14 +26,14 @@ void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const Sy
   }
   const SyncObject& src = one.inside ? so : so2;
   const SyncObject& dest = one.inside ? so2 : so;
-  switch (isFileConflictCopy(key, src, dest)) {
-    case Comparison::same:
-      return;
-    case Comparison::different:
-      return makeConflictCopy(key, src, dest);
-    case Comparison::unknown:
-      return tieFailed(src);
+  const Comparison found = isFileConflictCopy(key, src, dest);
+  if (found == Comparison::same) return;
+  if (src.timestamp != dest.timestamp && tellOrder(src.stamp, dest.stamp)) {
+    const bool newerInside = src.timestamp > dest.timestamp;
+    return carryCopy(side(newerInside), side(!newerInside), key, newerInside ? src : dest, newerInside ? &dest : &src);
   }
+  if (found == Comparison::unknown) return tieFailed(src);
+  makeConflictCopy(key, src, dest);
 }
 
 // Both versions are left alone; both are found again by the next scan.
@@ -78,8 +80,8 @@ void SyncPair::recordIfEqual(const std::wstring& key) {
   const platform::FileStamp outside = lookAt(dest);
   const bool both = inside.kind == platform::Kind::file && outside.kind == platform::Kind::file;
   if (!both || inside.seconds() != outside.seconds()) return forgetBoth(key, false);
-  setState(srcStateList, src, inside.seconds());
-  setState(destStateList, dest, outside.seconds());
+  recordAs(srcStateList, src, inside);
+  recordAs(destStateList, dest, outside);
 }
 
 // For want of a key the archive was given up: its record alone is kept, so that it is neither tried again in each cycle

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -24,8 +25,9 @@ std::wstring reasonOf(const boost::filesystem::filesystem_error& error) {
 
 }  // namespace
 
-// One attempt. `again`: a file could not be accessed, which may pass.
-bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again) {
+// One attempt. `again`: a file could not be accessed, for a reason that may pass soon.
+CopyOutcome SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFile, const CopyGuard* guard,
+                               bool& again) {
   again = false;
   copyProblem_.clear();
   sourceIsDamaged_ = false;
@@ -33,37 +35,34 @@ bool SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFil
   PAIR_DEBUG("destFile = %s", utf8(destFile).c_str());
   if (platform::stampOf(platform::pathOf(srcFile)).kind == platform::Kind::missing) {
     PAIR_INFO("File not found: %s", utf8(srcFile).c_str());
-    return false;
+    return {};
   }
   if (platform::isLocked(platform::pathOf(srcFile))) {
     PAIR_INFO("File locked: %s", utf8(srcFile).c_str());
     copyProblem_ = L"in use by another program";
-    return false;
+    return {};
   }
   try {
-    const auto result = handler_->copyFile(platform::pathOf(srcFile), platform::pathOf(destFile));
-    if (written) *written = result.second;
-    sourceIsDamaged_ = !result.first && handler_->sourceIsDamaged();
-    if (!result.first) PAIR_ERROR("copyHandler copy failed for %s", utf8(srcFile).c_str());
-    return result.first;
+    const CopyOutcome outcome = handler_->copyGuarded(platform::pathOf(srcFile), platform::pathOf(destFile), guard);
+    sourceIsDamaged_ = outcome.result == CopyOutcome::Result::damaged;
+    const bool copied = outcome.result == CopyOutcome::Result::done || outcome.result == CopyOutcome::Result::settled;
+    if (!copied) PAIR_ERROR("copyHandler copy failed for %s", utf8(srcFile).c_str());
+    return outcome;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("File access issue: %s", utf8(srcFile).c_str());
     PAIR_ERROR("%s", error.what());
     copyProblem_ = reasonOf(error);
-    again = true;
-    return false;
+    again = platform::mayPassSoon(error.code());
+    return {};
   }
 }
 
-bool SyncPair::doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written,
-                      const std::function<bool()>& mayWrite) {
+bool SyncPair::doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written) {
   for (;;) {
     bool again = false;
-    if (mayWrite && !mayWrite()) {
-      PAIR_INFO("target changed meanwhile, left as it is: %s", utf8(destFile).c_str());
-      return false;
-    }
-    if (copyOnce(srcFile, destFile, written, again)) return true;
+    const CopyOutcome outcome = copyOnce(srcFile, destFile, nullptr, again);
+    if (written) *written = outcome.written;
+    if (outcome.result == CopyOutcome::Result::done || outcome.result == CopyOutcome::Result::settled) return true;
     if (!again) return false;
     if (--retries <= 0) {
       PAIR_ERROR("Out of retries");
@@ -108,17 +107,18 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
   PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
   std::unique_ptr<TempArea> area;
   std::wstring guard;
+  const platform::FileStamp archive = stampUnderName(dest.fullPath);
   const Opened opened = openArchive(dest.fullPath, area, guard);
   if (opened == Opened::lacksKey) {
     noteGivenUp(key, dest.fullPath, dest.timestamp);
     return Comparison::same;
   }
-  if (opened != Opened::yes) {
+  if (opened != Opened::yes || !isAsScanned(archive, dest)) {
     PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
     return Comparison::unknown;
   }
-  const platform::FileStamp before = platform::stampOf(platform::pathOf(src.fullPath));
-  waitOutRunningSecond(before);
+  waitOutRunningSecond(stampUnderName(src.fullPath));
+  const platform::FileStamp before = stampUnderName(src.fullPath);
   bool same = false;
   try {
     same = sameContent(src.fullPath, guard);
@@ -126,12 +126,14 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
     PAIR_ERROR("%s", error.what());
     return Comparison::unknown;
   }
-  if (before.seconds() != src.timestamp || !platform::stampOf(platform::pathOf(src.fullPath)).sameContent(before))
+  if (!isAsScanned(before, src) || !stampUnderName(src.fullPath).sameContent(before)) {
+    noteChanging(src.fullPath);
     return Comparison::unknown;
+  }
   if (!same) return Comparison::different;
   PAIR_INFO("Content is identical for %s and %s", utf8(src.fullPath).c_str(), utf8(dest.fullPath).c_str());
-  setState(srcStateList, src.fullPath, src.timestamp);
-  setState(destStateList, dest.fullPath, dest.timestamp);
+  recordAs(srcStateList, src.fullPath, before);
+  recordAs(destStateList, dest.fullPath, archive);
   handler_->foundInSync(src.fullPath);
   refreshParent(key);
   ++successfulEvents_;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A folder's rename identifier: "+" and 32 hex digits, the MD5 over 16 random bytes and the names of the folder's
 // direct entries at the time, kept in the hidden file ".rid" of the folder. It follows the folder when it is renamed.
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cstdlib>
@@ -56,6 +57,14 @@ std::wstring SyncPair::getFolderRenameId(const std::wstring& folder) {
 
 bool SyncPair::setFolderRenameId(const std::wstring& folder) {
   return !getFolderRenameId(folder).empty() || renewFolderRenameId(folder);
+}
+
+// A folder that was copied together with the identifier of a known one gets one of its own.
+void SyncPair::renewSharedId(const std::wstring& folder) {
+  const std::wstring id = getFolderRenameId(folder);
+  const bool shared = !id.empty() && std::any_of(srcStateList.begin(), srcStateList.end(),
+                                                 [&](const auto& record) { return record.second[1] == id; });
+  if (shared && renewFolderRenameId(folder)) PAIR_INFO("a copy: %s", utf8(folder).c_str());
 }
 
 bool SyncPair::renewFolderRenameId(const std::wstring& folder) {

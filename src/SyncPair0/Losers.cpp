@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/SyncPair.h"
@@ -49,10 +50,10 @@ bool moveAnywhere(const fs::path& from, const fs::path& to) try {
 }
 
 // Where there is no recycle bin a conflict copy keeps it. False: it is still in its place.
-bool putAside(const fs::path& file, const std::wstring& copy) {
-  const platform::Recycled recycled = platform::moveToRecycleBin(file);
+bool putAside(const fs::path& file, const std::wstring& copy, const platform::FileStamp& judged) {
+  const platform::Recycled recycled = platform::moveToRecycleBin(file, &judged);
   if (recycled != platform::Recycled::noBin) return recycled == platform::Recycled::yes;
-  return copy.size() <= kMaxPathCharacters && platform::moveFile(file, platform::pathOf(copy));
+  return copy.size() <= kMaxPathCharacters && moveJudged(file, platform::pathOf(copy), judged);
 }
 
 }  // namespace
@@ -78,7 +79,8 @@ SyncPair::Opened SyncPair::openArchive(const std::wstring& archive, std::unique_
 }
 
 // The Inside version lost: it goes to the recycle bin, once the winner is known to open.
-SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser) {
+SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser,
+                                         const platform::FileStamp& judged) {
   std::unique_ptr<TempArea> area;
   std::wstring content;
   const Opened opened = openArchive(archive, area, content);
@@ -86,7 +88,8 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   if (opened != Opened::yes) return Kept::no;
   try {
     if (sameContent(loser, content)) return Kept::yes;
-    if (putAside(platform::pathOf(loser), conflictNameOf(loser, clock_->nowSeconds()))) return Kept::yes;
+    if (putAside(platform::pathOf(loser), conflictNameOf(loser, clock_->nowSeconds()), judged)) return Kept::yes;
+    if (!lookAt(loser).sameContent(judged)) return Kept::changed;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
@@ -95,7 +98,7 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
 }
 
 // The Outside version lost: nobody here has seen it, so its content goes to the recycle bin, once: replacing it may
-// fail for long. One that is damaged is no loss.
+// fail for long. One that is damaged goes there as it is.
 SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std::wstring& archive) {
   const platform::FileStamp stamp = lookAt(archive);
   const auto kept = keptLosers_.find(archive);
@@ -107,7 +110,11 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
   std::unique_ptr<TempArea> area;
   std::wstring content;
   const Opened opened = openArchive(archive, area, content);
-  if (opened == Opened::damaged) return Kept::yes;
+  if (opened == Opened::damaged) {
+    if (handler_->keepAsItIs(archive)) return Kept::yes;
+    copyProblem_ = kNotKept;
+    return Kept::no;
+  }
   if (opened != Opened::yes) return Kept::no;
   try {
     if (sameContent(winner, content)) return Kept::yes;

@@ -2,6 +2,7 @@
 // The names that the archive of one key may have: plain or encrypted, since devices turn encrypted names on at
 // different times. There is one record for a key, that of the archive which counts; another one beside it is a spare.
 #include "SyncPair0/SyncPair.h"
+#include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/Folders.h"
@@ -53,26 +54,33 @@ SyncPair::Archives SyncPair::archivesThere(const std::wstring& key) {
   return archives;
 }
 
-// A recorded archive is found under another name. A newer version shows as an update then; when it is another version,
-// older or of the same time, nothing is known of the key, and both sides are merged.
+// Nothing is known of the key: both sides are merged, as versions of one time where the times may be the same.
+void SyncPair::mergeAnew(const std::wstring& key, const platform::FileStamp& archive) {
+  forgetBoth(key, false);
+  if (srcSyncList.count(key) > 0) return;
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  const platform::FileStamp stamp = lookAt(inside);
+  if (stamp.kind != platform::Kind::file) return;
+  const std::int64_t time = mayBeOneTime(stamp, archive) ? archive.seconds() : stamp.seconds();
+  srcSyncList[key] = SyncObject{false, time, inside, std::wstring(), false, stamp};
+}
+
+// A recorded archive is found under another name. A newer version shows as an update then; another version, older or of
+// the same time, is merged.
 void SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to,
-                              std::int64_t time) {
+                              const platform::FileStamp& stamp) {
   const StateRecord record = destStateList[from];
   destStateList.erase(from);
   stateChanged_ = renameOccurred_ = true;
   const auto pending = destSyncList.find(key);
   if (pending != destSyncList.end() && pending->second.fullPath == from) destSyncList.erase(pending);
   PAIR_INFO("renamed: %s, now %s", utf8(from).c_str(), utf8(nameOf(to)).c_str());
-  const bool sameTime = time == recordedTime(record);
-  if (sameTime ? generateFileHash(to) == record[1] : time > recordedTime(record)) {
+  const std::int64_t time = recordedTime(record);
+  const bool known = stamp.seconds() > time || (mayBeTimeOf(stamp, time) && generateFileHash(to) == record[1]);
+  if (known)
     destStateList[to] = record;
-    return;
-  }
-  const std::wstring inside = joinPath(sourceFolder_, key);
-  srcStateList.erase(inside);
-  const platform::FileStamp stamp = lookAt(inside);
-  if (stamp.kind == platform::Kind::file)
-    srcSyncList[key] = SyncObject{false, stamp.seconds(), inside, std::wstring(), false};
+  else
+    mergeAnew(key, stamp);
 }
 
 // Whether an archive that has no record is the one that counts for its key. One that was only renamed takes its record
@@ -87,18 +95,18 @@ bool SyncPair::countsForKey(const std::wstring& key, const std::wstring& path, c
     const bool recorded = record != destStateList.end();
     const platform::FileStamp otherStamp = lookAt(other);
     if (otherStamp.kind != platform::Kind::file) {
-      if (recorded && otherStamp.kind == platform::Kind::missing) takeOverRecord(key, other, path, stamp.seconds());
+      if (recorded && otherStamp.kind == platform::Kind::missing) takeOverRecord(key, other, path, stamp);
       continue;
     }
     const bool first = other == plainForm || (path != plainForm && path < other);
-    const bool wins = stamp.seconds() != otherStamp.seconds() ? stamp.seconds() > otherStamp.seconds() : first;
-    const bool known = recorded && recordedTime(record->second) == otherStamp.seconds() &&
+    const bool wins = tellOrder(stamp, otherStamp) ? stamp.seconds() > otherStamp.seconds() : first;
+    const bool known = recorded && isAsRecorded(side(false), other, otherStamp) == Known::yes &&
                        srcStateList.count(joinPath(sourceFolder_, key)) > 0;
     PAIR_INFO("two archives of one file, %s counts", utf8(nameOf(wins ? path : other)).c_str());
     spares_[key].emplace(wins ? other : path, Spare{wins ? otherStamp : stamp, wins && known});
     const auto pending = destSyncList.find(key);
     if (wins && pending != destSyncList.end() && pending->second.fullPath == other) destSyncList.erase(pending);
-    if (wins && recorded) takeOverRecord(key, other, path, stamp.seconds());
+    if (wins && recorded) takeOverRecord(key, other, path, stamp);
     counts = counts && wins;
   }
   return counts;

@@ -52,6 +52,7 @@ void SyncPair::endCycle() {
   busy_.clear();
   spares_.clear();
   entriesDone_ = 0;
+  futureTold_ = 0;
 }
 
 void SyncPair::syncCycle() {

@@ -9,6 +9,7 @@
 
 #include "SyncPair0/RenameJob.h"
 #include "SyncPair0/SyncPair.h"
+#include "SyncPair0/TimeSteps.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
 #include "base/GenericPath.h"
@@ -21,6 +22,7 @@ namespace Kelta {
 bool SyncPair::hasRecordedContent(const RenameJob& job, const std::wstring& counterpart) {
   const platform::FileStamp own = stampUnderName(job.ownTo);
   const auto& record = job.one.state.at(job.ownFrom);
+  if (isUnseen(record, own)) return false;
   if (own.size < kHashedBytes) {
     if (recordedTime(record) == job.time) return true;
     // In the second of the scan it could have been written to again.
@@ -46,21 +48,27 @@ bool SyncPair::isDoneAlready(const RenameJob& job, const StateRecord& record) {
   return !record[1].empty() && generateFileHash(job.to) == record[1];
 }
 
+// A version that was not carried over must not go along unseen.
+bool SyncPair::isKnownCounterpart(const RenameJob& job, const platform::FileStamp& stamp) {
+  return isKnown(job.two, job.match.from, job.from, stamp) == Known::yes;
+}
+
 bool SyncPair::renameFile(const RenameJob& job) {
   if (!isReady(job)) return false;
   const StateRecord record = job.two.state.at(job.from);
   const bool done = isDoneAlready(job, record);
   const std::wstring& counterpart = done ? job.to : job.from;
   const platform::FileStamp stamp = stampUnderName(counterpart);
-  if (stamp.kind != platform::Kind::file || stamp.seconds() != recordedTime(record) || isFileLocked(counterpart)) {
-    return false;
-  }
+  if (!done && !isKnownCounterpart(job, stamp)) return false;
+  if (isFileLocked(counterpart)) return false;
   const std::int64_t recorded = recordedTime(job.one.state.at(job.ownFrom));
   const bool same = hasRecordedContent(job, counterpart);
   if (!same && job.time <= recorded) return false;
   if (!isReady(job) || !stampUnderName(counterpart).sameContent(stamp)) return false;
   if (!done && !carryMove(job)) return false;
-  if (same && job.time != recorded) {
+  // Only the very file that was moved gets the time. What was made of an archive's is no new one.
+  const bool touched = job.time != recorded && (job.one.inside || !mayBeTimeOf(stampUnderName(job.ownTo), recorded));
+  if (same && touched && stampUnderName(job.to).sameContent(stamp)) {
     platform::setLastWriteTime(platform::pathOf(job.to), stampUnderName(job.ownTo).nanoseconds);
   }
   recordRenamedFile(job, same);

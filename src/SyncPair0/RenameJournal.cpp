@@ -4,6 +4,7 @@
 //
 //     "/" for a folder, "-" for a file TAB path found gone TAB path found new TAB path to move TAB path to move it to
 //     LF "x" LF                                                                     the move before could not be done
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <sstream>
 
@@ -31,6 +32,16 @@ Fields fieldsOf(const std::wstring& line) {
   return fields;
 }
 
+void readRenames(StateLines& lines, std::vector<Fields>& renames) {
+  renames.clear();
+  std::wstring line;
+  while (lines.next(line) == StateLines::Outcome::line) {
+    const Fields fields = fieldsOf(line);
+    if (line == kUndone && !renames.empty()) renames.pop_back();
+    if (fields.size() == kFields) renames.push_back(fields);
+  }
+}
+
 void moveRecord(StateList& state, const std::wstring& from, const std::wstring& to) {
   StateRecord record = std::move(state.at(from));
   state.erase(from);
@@ -47,6 +58,7 @@ void SyncPair::writeJournal(const std::wstring& line) {
   try {
     const auto path = platform::pathOf(journalFile());
     if (!journal_) {
+      keepAside(journalFile());
       boost::system::error_code none;
       platform::removeEntry(path, none);
       journal_ = std::make_unique<platform::File>(path, platform::File::Mode::createNew);
@@ -75,13 +87,17 @@ bool SyncPair::carryMove(const RenameJob& job) {
 
 // Whether the line tells of one entry's new name on both sides. Damage might lead out of the pair.
 bool SyncPair::isJournalled(const std::vector<std::wstring>& fields) {
+  const bool plain = std::all_of(std::next(fields.begin()), fields.end(), [&](const std::wstring& path) {
+    std::wstring own;
+    return ownSpelling(path, own) && own == path;
+  });
+  if (!plain) return false;
   const bool isFolder = fields[0] == kFolder;
   const Side one = sideOf(fields[1]);
   const Side two = sideOf(fields[3]);
   if (one.inside == two.inside) return false;
   const std::wstring key = keyOf(one, fields[2], isFolder);
-  if (key.empty() || (L'/' + key + L'/').find(L"/../") != std::wstring::npos) return false;
-  return keyOf(two, fields[4], isFolder) == key;
+  return !key.empty() && keyOf(two, fields[4], isFolder) == key;
 }
 
 // True when the records followed a move that was done before the last run ended.
@@ -108,16 +124,10 @@ bool SyncPair::replayRename(const std::vector<std::wstring>& fields) {
 }
 
 void SyncPair::replayJournal() {
-  const auto path = platform::pathOf(journalFile());
-  if (journal_ || platform::stampOf(path).kind != platform::Kind::file) return;
+  if (journal_) return;
   std::vector<Fields> renames;
-  StateLines lines(path);
-  std::wstring line;
-  while (lines.next(line) == StateLines::Outcome::line) {
-    const Fields fields = fieldsOf(line);
-    if (line == kUndone && !renames.empty()) renames.pop_back();
-    if (fields.size() == kFields) renames.push_back(fields);
-  }
+  // Unread, it is of no use later: what was renamed is recognised anew, or copied.
+  if (!readOwnFile(journalFile(), [&](StateLines& lines) { readRenames(lines, renames); })) return;
   bool followed = false;
   for (const Fields& fields : renames) followed = replayRename(fields) || followed;
   if (followed) {

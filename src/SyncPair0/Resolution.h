@@ -12,7 +12,7 @@ enum class Resolution {
   copyToOne,
   deleteInOne,
   forgetBoth,  ///< gone on both sides
-  compare,     ///< both changed at the same time: the contents decide
+  compare,     ///< both changed at what may be the same time: the contents decide
   clash,       ///< a file on one side, a folder on the other
   later,       ///< the other side's object is dealt with on its own; this one is found again by the next scan
 };

@@ -28,10 +28,14 @@ void SyncPair::syncChanges() {
   }
   if (!handler_) return;
   handler_->beginOperation();
+  attempt_ = 1;
+  retries_.clear();
   try {
     resolveSync(sourceFolder_, srcSyncList, srcStateList, destFolder_, destSyncList, destStateList);
     resolveSync(destFolder_, destSyncList, destStateList, sourceFolder_, srcSyncList, srcStateList);
+    retryCopies();
     settleSpares();
+    tellBusy();
     writeState();
   } catch (const boost::thread_interrupted&) {
     // What was carried over stays carried over.
@@ -102,8 +106,7 @@ void SyncPair::carry(Resolution resolution, const Side& one, const Side& two, co
     case Resolution::compare:
       return settleTie(key, so, *so2, one);
     case Resolution::clash:
-      PAIR_ERROR("a file on one side, a folder on the other, both are left alone: %s", utf8(key).c_str());
-      return copyFailed(one, key, so);
+      return settleKindClash(one, two, key, so, *so2);
     case Resolution::later:
       return;
   }

@@ -1,40 +1,40 @@
 // SPDX-License-Identifier: Apache-2.0
 // What tells a folder of the pair that was emptied from one that is not there: each root carries a small
-// marker file, ".rid" on the Inside and ".kelta" on the Outside. A root without its marker and without a single
-// known entry is an unmounted volume, not a mass deletion.
+// marker file, ".rid" on the Inside and ".kelta" on the Outside (Marker.h). A root without its marker and without a
+// single known entry is an unmounted volume, not a mass deletion.
+//
+// The Outside's marker is the same on every device, so a mount point that was once marked has it too: there the folder
+// itself tells. When it is another one than last time and nothing known is in it, it counts as missing; at the next
+// start both sides are merged.
 #include <boost/filesystem/exception.hpp>
 
+#include "SyncPair0/Marker.h"
+#include "SyncPair0/StateLines.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "base/Md5.h"
 #include "platform/AtomicFile.h"
 #include "platform/Folders.h"
-#include "platform/Random.h"
 
 namespace Kelta {
 namespace {
 
-const char kOutsideMarkerText[] = "This folder holds encrypted files. Deleting this file does no harm.\n";
-
 const wchar_t kRootIdFile[] = L"Kelta_sync_roots.txt";
-constexpr std::size_t kMarkerBytes = 1024;
-constexpr std::size_t kIdDigits = 32;
-
-// Tells one Outside from another.
-std::string randomLine() {
-  std::string line;
-  for (std::uint32_t i = 0, word = 0; i < 4 && platform::stirringWord(word); ++i) line += std::to_string(word) + "-";
-  return line + "\n";
-}
 
 platform::Kind kindOf(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)).kind; }
+
+bool isFingerprint(const std::wstring& text) {
+  return text.size() == 32 && text.find_first_not_of(L"0123456789abcdef") == std::wstring::npos;
+}
 
 }  // namespace
 
 std::wstring SyncPair::markerOf(const Side& side) const {
   return joinPath(side.root, side.inside ? L".rid" : L".kelta");
 }
+
+std::wstring SyncPair::rootIdFile() const { return joinPath(stateFolder_, kRootIdFile); }
 
 bool SyncPair::rootPresent(const Side& side) const {
   if (side.root.empty()) return false;
@@ -43,52 +43,81 @@ bool SyncPair::rootPresent(const Side& side) const {
 }
 
 std::string SyncPair::rootIdOf(const Side& side) const {
-  try {
-    platform::File marker(platform::pathOf(markerOf(side)), platform::File::Mode::read);
-    std::string text(kMarkerBytes, '\0');
-    text.resize(marker.read(&text[0], text.size()));
-    return md5Hex(text.data(), text.size());
-  } catch (const boost::filesystem::filesystem_error&) {
-    return std::string();
-  }
+  const std::string text = readMarker(markerOf(side));
+  return text.empty() ? text : md5Hex(text.data(), text.size());
 }
 
+// Three lines: the MD5 of the markers last seen, Inside and Outside, and the identity of the Outside's folder.
 void SyncPair::loadRootIds() {
-  rootIds_[0] = rootIds_[1] = std::string();
-  const auto path = platform::pathOf(joinPath(stateFolder_, kRootIdFile));
-  if (platform::stampOf(path).kind != platform::Kind::file) return;
-  std::string text(2 * kIdDigits + 2, '\0');
-  platform::File file(path, platform::File::Mode::read);
-  text.resize(file.read(&text[0], text.size()));
-  if (text.size() != 2 * kIdDigits + 2 || text[kIdDigits] != '\n') return;
-  rootIds_[0] = text.substr(0, kIdDigits);
-  rootIds_[1] = text.substr(kIdDigits + 1, kIdDigits);
+  std::vector<std::wstring> ids;
+  const bool readable = readOwnFile(rootIdFile(), [&](StateLines& lines) {
+    ids.clear();
+    for (std::wstring line; lines.next(line) == StateLines::Outcome::line;) ids.push_back(line);
+  });
+  const bool whole = ids.size() >= 2 && isFingerprint(ids[0]) && isFingerprint(ids[1]);
+  // Without it a mount point that is marked would pass for the folder that the state tells of.
+  if (!whole && (!readable || kindOf(rootIdFile()) != platform::Kind::missing)) stateDamaged_ = true;
+  rootIds_[0] = whole ? utf8(ids[0]) : std::string();
+  rootIds_[1] = whole ? utf8(ids[1]) : std::string();
+  outsideIdentity_ = whole && ids.size() > 2 ? utf8(ids[2]) : std::string();
 }
 
 // Only called while both roots are known to be the right ones.
 void SyncPair::rememberRootIds() {
   const std::string inside = rootIdOf(side(true));
   const std::string outside = rootIdOf(side(false));
-  if (inside.empty() || outside.empty() || (inside == rootIds_[0] && outside == rootIds_[1])) return;
+  std::string identity = platform::identityOf(platform::pathOf(destFolder_));
+  if (identity.empty()) identity = outsideIdentity_;
+  if (inside.empty() || outside.empty()) return;
+  if (inside == rootIds_[0] && outside == rootIds_[1] && identity == outsideIdentity_) return;
   rootIds_[0] = inside;
   rootIds_[1] = outside;
+  outsideIdentity_ = identity;
   try {
-    const std::string text = inside + "\n" + outside + "\n";
-    platform::writeWholeFile(platform::pathOf(joinPath(stateFolder_, kRootIdFile)), text, true);
+    keepAside(rootIdFile());
+    platform::writeWholeFile(platform::pathOf(rootIdFile()), inside + "\n" + outside + "\n" + identity + "\n", true);
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("couldn't remember the roots: %s", error.what());
   }
 }
 
+// On the Outside any marker of this pair will do, whoever placed it: devices may have done so before they knew of each
+// other, and a former version gave each its own.
+bool SyncPair::isMarked(const Side& side) const {
+  const std::string& seen = rootIds_[side.inside ? 0 : 1];
+  if (kindOf(markerOf(side)) != platform::Kind::file) return false;
+  if (seen.empty() || rootIdOf(side) == seen) return true;
+  const OutsideMarker marker = side.inside ? OutsideMarker() : outsideMarkerOf(readMarker(markerOf(side)));
+  return marker.isRandom || (!marker.mark.empty() && marker.mark == handler_->outsideMark());
+}
+
+bool SyncPair::isAnotherFolder(const Side& side) const {
+  if (side.inside || outsideIdentity_.empty()) return false;
+  const std::string now = platform::identityOf(platform::pathOf(side.root));
+  return !now.empty() && now != outsideIdentity_;
+}
+
 bool SyncPair::rootLost(const Side& side) const {
   if (!rootPresent(side)) return true;
-  const std::string& seen = rootIds_[side.inside ? 0 : 1];
-  if (kindOf(markerOf(side)) == platform::Kind::file && (seen.empty() || rootIdOf(side) == seen)) return false;
+  if (isMarked(side) && !isAnotherFolder(side)) return false;
   const auto known = recordsBelow(side.state, side.root);
   if (known.first == known.second) return false;
   for (auto record = known.first; record != known.second; ++record) {
     if (kindOf(record->first) != platform::Kind::missing) return false;
   }
+  return true;
+}
+
+// At a start: what the state tells of is in neither folder any more, but the Outside is marked as this pair's.
+bool SyncPair::outsideWasReplaced() {
+  const Side outside = side(false);
+  if (!rootPresent(outside) || !isMarked(outside) || !rootLost(outside)) return false;
+  requireIntactRoot(side(true));
+  PAIR_ERROR("another folder than before: %s", utf8(destFolder_).c_str());
+  notify(L"ERROR", L"The Outside is another folder than before, both sides are merged");
+  outsideIdentity_.clear();
+  srcStateList.clear();
+  destStateList.clear();
   return true;
 }
 
@@ -107,31 +136,61 @@ void SyncPair::requireIntactRoot(const Side& side) {
   if (rootLost(side)) reportRootMissing();
 }
 
-// One folder within the other would be encrypted into itself, again and again.
-void SyncPair::requireSeparateRoots() {
-  if (!platform::liesBelow(sourceFolder_, destFolder_) && !platform::liesBelow(destFolder_, sourceFolder_)) return;
-  PAIR_ERROR("The folders of the pair lie within each other: %s, %s", utf8(sourceFolder_).c_str(),
-             utf8(destFolder_).c_str());
-  if (ok_) notify(L"ERROR", L"The folders of the pair lie within each other");
+void SyncPair::refuse(const std::wstring& reason) {
+  PAIR_ERROR("%s: %s, %s", utf8(reason).c_str(), utf8(sourceFolder_).c_str(), utf8(destFolder_).c_str());
+  if (ok_) notify(L"ERROR", reason);
   ok_ = false;
   throw RootMissing();
 }
 
+// What was set so that nothing may be done with it: one folder within the other would be encrypted into itself, again
+// and again; plain content and names would go where only archives may; nothing could be remembered.
+void SyncPair::requireUsableFolders() {
+  if (stateFolder_.empty()) refuse(L"No folder for the state is set");
+  if (sourceFolder_.empty() || destFolder_.empty()) return;
+  if (platform::liesBelow(sourceFolder_, destFolder_) || platform::liesBelow(destFolder_, sourceFolder_))
+    refuse(L"The folders of the pair lie within each other");
+  if (platform::liesBelow(stateFolder_, destFolder_) || platform::liesBelow(tempFolder_, destFolder_))
+    refuse(L"The folder for the state or for temporary files lies on the Outside");
+}
+
+// A marker that an earlier version made of random numbers gives way to the one that is the same everywhere.
+void SyncPair::markOutside() {
+  const std::wstring path = markerOf(side(false));
+  const std::string mark = handler_->outsideMark();
+  const bool replaceable = kindOf(path) == platform::Kind::missing || outsideMarkerOf(readMarker(path)).isRandom;
+  if (mark.empty() || !replaceable) return;
+  try {
+    platform::writeWholeFile(platform::pathOf(path), outsideMarkerText(mark));
+    platform::setHidden(platform::pathOf(path));
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("couldn't mark %s: %s", utf8(destFolder_).c_str(), error.what());
+  }
+}
+
 void SyncPair::placeMarkers() {
-  if (!sourceFolder_.empty() && !destFolder_.empty()) requireSeparateRoots();
+  requireUsableFolders();
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
   dropRetriedRecords();
   if (!setFolderRenameId(sourceFolder_)) PAIR_ERROR("couldn't mark %s", utf8(sourceFolder_).c_str());
-  const std::wstring marker = markerOf(side(false));
-  if (kindOf(marker) != platform::Kind::missing) return rememberRootIds();
-  try {
-    platform::writeWholeFile(platform::pathOf(marker), kOutsideMarkerText + randomLine());
-    platform::setHidden(platform::pathOf(marker));
-  } catch (const boost::filesystem::filesystem_error& error) {
-    PAIR_ERROR("couldn't mark %s: %s", utf8(destFolder_).c_str(), error.what());
-  }
+  markOutside();
   rememberRootIds();
+}
+
+// Two devices that mark the Outside at once make a cloud client keep both. True for an entry of a root that is such a
+// copy.
+bool SyncPair::dropMarkerCopy(const Side& side, const boost::filesystem::path& entry) {
+  std::wstring path;
+  if (side.inside || !genericOfListed(entry, path)) return false;
+  if (!mayBeMarkerCopy(nameOf(path)) || kindOf(path) != platform::Kind::file) return false;
+  const OutsideMarker marker = outsideMarkerOf(readMarker(path));
+  if (!marker.isRandom && marker.mark.empty()) return false;
+  PAIR_INFO("a copy of the marker: %s", utf8(path).c_str());
+  boost::system::error_code error;
+  platform::removeEntry(entry, error);
+  if (error) PAIR_ERROR("couldn't remove %s: %s", utf8(path).c_str(), error.message().c_str());
+  return true;
 }
 
 }  // namespace Kelta

@@ -36,7 +36,7 @@ void SyncPair::noteDeletion(Walk& walk, const std::wstring& path, const StateRec
   PAIR_INFO("%sDELETE: %s, fileHash: %s", walk.label, utf8(path).c_str(), utf8(record[1]).c_str());
   putRenameHashDel(path, record[1], isFolder);
   ++(isFolder ? walk.result.foldersDeleted : walk.result.filesDeleted);
-  walk.side.list[key] = SyncObject{true, recordedTime(record), path, std::wstring(), isFolder};
+  walk.side.list[key] = SyncObject{true, recordedTime(record), path, std::wstring(), isFolder, {}};
 }
 
 // A known folder that is a link now takes no part any more: what is, or is not, behind the link says nothing.

@@ -38,19 +38,28 @@ bool SyncPair::isScanned(const Side& side, const std::wstring& folder) {
   return true;
 }
 
+// The listed folders as this pair spells them, each once. What lies in neither side is left out.
+std::vector<std::wstring> SyncPair::ownFolders(const std::vector<std::wstring>& folderList) {
+  std::vector<std::wstring> folders;
+  std::set<std::wstring> seen;
+  for (const std::wstring& listed : folderList) {
+    std::wstring folder;
+    const bool own = ownSpelling(listed, folder) && platform::liesBelow(folder, sideOf(folder).root);
+    if (!own) PAIR_ERROR("%s lies in neither folder of the pair", utf8(listed).c_str());
+    if (own && seen.insert(folder).second) folders.push_back(folder);
+  }
+  return folders;
+}
+
 SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderList) {
   PAIR_DEBUG("folderList size = %d", static_cast<int>(folderList.size()));
   handler_->beginOperation();
   ScanResult result;
   std::set<std::wstring> seen;
-  for (std::size_t i = 0; i < folderList.size(); ++i) {
-    const std::wstring start = folderForm(folderList[i]);
-    PAIR_DEBUG("folderList entry %d - %s", static_cast<int>(i), utf8(start).c_str());
+  int number = 0;
+  for (const std::wstring& start : ownFolders(folderList)) {
+    PAIR_DEBUG("folderList entry %d - %s", number++, utf8(start).c_str());
     const Side scanned = sideOf(start);
-    if (!platform::liesBelow(start, scanned.root)) {
-      PAIR_ERROR("%s lies in neither folder of the pair", utf8(start).c_str());
-      continue;
-    }
     requireIntactRoot(scanned);
     if (!isScanned(scanned, start)) continue;
     Walk walk{scanned, kCheckInterval, kLabel, {}};
@@ -123,11 +132,7 @@ void SyncPair::subScanForDeletes(std::vector<std::wstring> folderList) {
   if (folderList.empty()) return;
   placeMarkers();
   std::map<std::wstring, bool> sides[2];
-  for (const auto& listed : folderList) {
-    const std::wstring folder = folderForm(listed);
-    const Side scanned = sideOf(folder);
-    if (platform::liesBelow(folder, scanned.root)) sides[scanned.inside ? 0 : 1][folder] = true;
-  }
+  for (const std::wstring& folder : ownFolders(folderList)) sides[isSrcFolder(folder) ? 0 : 1][folder] = true;
   if (!sides[0].empty()) scanForDeletes(sourceFolder_, srcStateList, srcSyncList, kCheckInterval, sides[0]);
   if (!sides[1].empty()) scanForDeletes(destFolder_, destStateList, destSyncList, kCheckInterval, sides[1]);
 }

@@ -2,6 +2,7 @@
 // Additions and updates of one side. An entry without a record is an addition; a file whose last-write time lies
 // behind the recorded one is an update (a time that stayed, or went backwards, is no change). The walk is slow on
 // purpose: it pauses so that a large tree does not saturate the disk.
+#include <algorithm>
 #include <deque>
 #include <set>
 
@@ -38,8 +39,7 @@ void SyncPair::pauseWithin(Walk& walk) {
 // An archive whose name cannot be read may be a known one: another device has changed the key of the names.
 void SyncPair::noteUnread(const Side& side, const boost::filesystem::path& entry) {
   std::wstring path;
-  if (side.inside || !platform::wideOf(entry, path) || entry.extension() != ".kelta") return;
-  path = genericForm(std::move(path));
+  if (side.inside || !genericOfListed(entry, path) || entry.extension() != ".kelta") return;
   if (isReservedName(nameOf(path), false)) return;
   const platform::FileStamp stamp = platform::stampOf(entry);
   if (stamp.kind == platform::Kind::file && handler_->handleName(path).empty())
@@ -55,8 +55,7 @@ bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, s
     return true;
   }
   stamp = platform::stampOf(entry);
-  if (!platform::wideOf(entry, path)) return true;
-  path = genericForm(std::move(path));
+  if (!genericOfListed(entry, path)) return true;
   if (stamp.kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
   if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
   if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
@@ -69,7 +68,9 @@ void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstr
                             const platform::FileStamp& stamp, const StateRecord& record) {
   const std::int64_t now = stamp.seconds();
   const std::int64_t stored = recordedTime(record);
-  if (stamp.kind == platform::Kind::folder || now <= stored) {
+  const bool isFolder = stamp.kind == platform::Kind::folder;
+  if (!isFolder && examineRounded(walk, key, path, stamp, record)) return;
+  if (isFolder || now <= stored) {
     PAIR_DEBUG("%sSAME: %s %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
                static_cast<long long>(stored));
     return;
@@ -77,7 +78,7 @@ void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstr
   PAIR_INFO("%sUPDATE: %s - %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
             static_cast<long long>(stored));
   stateChanged_ = true;
-  walk.side.list[key] = SyncObject{false, now, path, std::wstring(), false};
+  walk.side.list[key] = SyncObject{false, now, path, std::wstring(), false, stamp};
   ++walk.result.filesChanged;
 }
 
@@ -91,15 +92,14 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
   PAIR_INFO("%sADD: %s [%lld] %s", walk.label, utf8(path).c_str(), static_cast<long long>(stamp.seconds()),
             utf8(hash).c_str());
   stateChanged_ = true;
-  walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder};
+  walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder, stamp};
 }
 
-// A file that another program holds is left for a later cycle; the host hears of it when it has changed.
+// A file that another program holds is left for a later pass or cycle; the host hears of it at the end when it has
+// changed.
 void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
   PAIR_DEBUG("%sin use: %s", walk.label, utf8(path).c_str());
-  if (!changed || !busy_.insert(path).second) return;
-  notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(path)), L"\"in use by another program\"");
-  report(L"failed", path);
+  if (changed) busy_.insert(path);
 }
 
 // False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.
@@ -114,6 +114,8 @@ bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform
     record = walk.side.state.find(path);
   }
   const bool known = record != walk.side.state.end();
+  if (!isFolder)
+    noteFutureTime(walk.side, key, path, std::max(stamp.seconds(), known ? recordedTime(record->second) : 0));
   if (walk.side.list.count(key) > 0) return true;
   if (!isFolder && isFileLocked(path)) {
     noteBusy(walk, path, !known || stamp.seconds() > recordedTime(record->second));
@@ -136,6 +138,7 @@ void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<st
   }
   for (const auto& listed : entries) {
     pauseWithin(walk);
+    if (folder == walk.side.root && dropMarkerCopy(walk.side, listed)) continue;
     const boost::filesystem::path entry = adopted(walk.side, listed);
     std::wstring path;
     platform::FileStamp stamp;

@@ -5,8 +5,10 @@
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/SyncPair.h"
+#include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 #include "platform/Folders.h"
@@ -16,18 +18,11 @@ namespace {
 
 platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
 
-bool isAsRecorded(const StateList& list, const std::wstring& path) {
-  const auto record = list.find(path);
-  const platform::FileStamp stamp = lookAt(path);
-  return record != list.end() && stamp.kind == platform::Kind::file && stamp.seconds() == recordedTime(record->second);
-}
-
 }  // namespace
 
 void SyncPair::removeSpare(const std::wstring& path, const platform::FileStamp& stamp) {
-  if (!lookAt(path).sameContent(stamp) || isFileLocked(path)) return;
-  boost::system::error_code error;
-  const bool removed = platform::removeEntry(platform::pathOf(path), error);
+  if (isFileLocked(path)) return;
+  const bool removed = removeJudged(platform::pathOf(path), stamp);
   PAIR_INFO("removed the other archive of the file: %s ? %s", utf8(path).c_str(), log::truth(removed));
   if (!removed) return;
   platform::syncFolder(platform::pathOf(parentOf(path)));
@@ -71,7 +66,7 @@ void SyncPair::carryArchiveBack(const Side& from, const Side& to, const std::wst
   for (const auto& archive : archives) {
     const auto spares = spares_.find(key);
     if (spares != spares_.end() && spares->second.count(archive.first) > 0) continue;
-    const SyncObject alive{false, archive.second.seconds(), archive.first, std::wstring(), false};
+    const SyncObject alive{false, archive.second.seconds(), archive.first, std::wstring(), false, archive.second};
     return carryCopy(to, from, key, alive, nullptr);
   }
 }
@@ -79,12 +74,12 @@ void SyncPair::carryArchiveBack(const Side& from, const Side& to, const std::wst
 void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, const Spare& spare) {
   const std::wstring inside = joinPath(sourceFolder_, key);
   const std::wstring counted = archiveFor(key);
-  const bool inSync = counted != path && isAsRecorded(destStateList, counted) && isAsRecorded(srcStateList, inside);
+  const bool inSync = counted != path && isInSync(key, inside, counted);
   if (!inSync || !lookAt(path).sameContent(spare.stamp) || isFileLocked(path)) return;
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
   if (spare.known || sameContent(counted, path)) return removeSpare(path, spare.stamp);
-  if (lookAt(counted).seconds() != spare.stamp.seconds()) {
+  if (tellOrder(lookAt(counted), spare.stamp)) {
     if (keepOutsideLoser(inside, path) == Kept::yes) removeSpare(path, spare.stamp);
     return;
   }

@@ -30,7 +30,7 @@ constexpr std::size_t kWriteBytes = 64 * 1024;
 
 void SyncPair::setStatePath(std::wstring stateFolder) {
   PAIR_DEBUG("stateFolder = %s", utf8(stateFolder).c_str());
-  stateFolder_ = folderForm(std::move(stateFolder));
+  stateFolder_ = configuredFolder(stateFolder);
   setStateFilePaths();
 }
 
@@ -43,11 +43,20 @@ void SyncPair::setStateFilePaths() {
 
 void SyncPair::loadStateFromDisk(std::wstring stateFile, StateList& list) {
   PAIR_DEBUG("Enter function");
-  PAIR_DEBUG("Obtaining global lock %p", static_cast<void*>(&globalLock()));
-  const boost::lock_guard<boost::mutex> lock(globalLock());
-  const auto path = platform::pathOf(stateFile);
-  if (platform::stampOf(path).kind != platform::Kind::file) return;
-  StateLines lines(path);
+  StateList loaded;
+  const bool readable = readOwnFile(stateFile, [&](StateLines& lines) {
+    PAIR_DEBUG("Obtaining global lock %p", static_cast<void*>(&globalLock()));
+    const boost::lock_guard<boost::mutex> lock(globalLock());
+    loaded.clear();
+    readRecords(lines, stateFile, loaded);
+  });
+  if (readable)
+    list.insert(loaded.begin(), loaded.end());
+  else
+    stateDamaged_ = true;
+}
+
+void SyncPair::readRecords(StateLines& lines, const std::wstring& stateFile, StateList& list) {
   std::wstring line;
   for (;;) {
     const StateLines::Outcome outcome = lines.next(line);
@@ -60,7 +69,7 @@ void SyncPair::loadStateFromDisk(std::wstring stateFile, StateList& list) {
     PAIR_DEBUG("loadStateFromDisk() line=%s", utf8(line).c_str());
     std::wstring key;
     StateRecord record;
-    if (outcome == StateLines::Outcome::line && parseStateLine(line, key, record)) {
+    if (outcome == StateLines::Outcome::line && parseStateLine(line, key, record) && ownSpelling(key, key)) {
       list.emplace(std::move(key), std::move(record));
     } else {
       PAIR_ERROR("%s: skipped a line that is no record", utf8(stateFile).c_str());
@@ -81,9 +90,14 @@ void SyncPair::refreshFolderId(const std::wstring& path, StateRecord& record) {
 
 void SyncPair::writeStateList(StateList& list, std::wstring stateFile) {
   PAIR_DEBUG("State file: %s", utf8(stateFile).c_str());
+  if (stateFolder_.empty()) {
+    PAIR_ERROR("No folder for the state is set");
+    return;
+  }
   PAIR_DEBUG("Obtaining global lock %p", static_cast<void*>(&globalLock()));
   const boost::lock_guard<boost::mutex> lock(globalLock());
   const bool inside = platform::samePath(stateFile, stateFiles_[0]);
+  keepAside(stateFile);
   boost::system::error_code unmade;  // then the file cannot be made either, and that error is thrown
   platform::createFolders(platform::pathOf(stateFolder_), unmade);
   platform::AtomicFile target(platform::pathOf(stateFile), true);

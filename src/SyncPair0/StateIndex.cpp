@@ -51,12 +51,34 @@ StateList::const_iterator SyncPair::counterpartIn(const StateList& outside, cons
   return found;
 }
 
+// What a record of time 0 tells, that the content there is not what the other side has, must not be forgotten where
+// both carry one time. It is kept as long as the other side is as recorded; else, as when one file was lost, nothing is
+// known of the two. True for such a pair.
+bool SyncPair::keepUnsettled(const StateList::value_type& src, const StateList::value_type& dest,
+                             const StateList& oldSrc, const StateList& oldDest) {
+  const auto ownRecord = oldSrc.find(src.first);
+  const auto otherRecord = oldDest.find(dest.first);
+  const bool own = ownRecord != oldSrc.end();
+  const bool other = otherRecord != oldDest.end();
+  const bool ownUnsettled = own && recordedTime(ownRecord->second) == 0;
+  const bool otherUnsettled = other && recordedTime(otherRecord->second) == 0;
+  if (!ownUnsettled && !otherUnsettled) return false;
+  const bool ownAsKnown = own && (ownUnsettled || ownRecord->second == src.second);
+  const bool otherAsKnown = other && (otherUnsettled || otherRecord->second == dest.second);
+  if (!ownAsKnown || !otherAsKnown) return true;
+  srcStateList.insert(*ownRecord);
+  destStateList.insert(*otherRecord);
+  return true;
+}
+
 void SyncPair::stateMissingIndex() {
   placeMarkers();
   StateList inside;
   StateList outside;
   generateDirList(inside, sourceFolder_);
   generateDirList(outside, destFolder_);
+  const StateList oldSrc = std::move(srcStateList);
+  const StateList oldDest = std::move(destStateList);
   srcStateList.clear();
   destStateList.clear();
   for (const auto& entry : inside) {
@@ -65,6 +87,7 @@ void SyncPair::stateMissingIndex() {
     const std::wstring key = keyOf(side(true), entry.first, isFolder);
     const auto match = counterpartIn(outside, key, isFolder);
     if (match == outside.end()) continue;
+    if (!isFolder && keepUnsettled(entry, *match, oldSrc, oldDest)) continue;
     if (!isFolder && match->second[0] != entry.second[0]) continue;
     PAIR_DEBUG("stateMissingIndex() match: %s %s", utf8(match->first).c_str(), utf8(match->second[0]).c_str());
     srcStateList.insert(entry);
@@ -74,9 +97,11 @@ void SyncPair::stateMissingIndex() {
   writeStateList(destStateList, stateFiles_[1]);
 }
 
+// What a damaged file still says cannot be trusted to tell a deletion.
 bool SyncPair::rebuildNeeded() {
-  if (isFileThere(stateFiles_[0]) && isFileThere(stateFiles_[1])) return false;
-  return rootPresent(side(true));
+  if (!rootPresent(side(true))) return false;
+  const bool replaced = outsideWasReplaced();
+  return replaced || stateDamaged_ || !isFileThere(stateFiles_[0]) || !isFileThere(stateFiles_[1]);
 }
 
 // A record without its counterpart (a damaged line, a crash between the two files, a file that could not be opened
@@ -113,16 +138,15 @@ void SyncPair::dropRetriedRecords() {
 
 void SyncPair::initState() {
   try {
+    requireUsableFolders();
     sweepStateFolder();
+    stateDamaged_ = false;
     loadRootIds();
-    if (rebuildNeeded()) stateMissingIndex();
     srcStateList.clear();
     destStateList.clear();
     loadStateFromDisk(stateFiles_[0], srcStateList);
     loadStateFromDisk(stateFiles_[1], destStateList);
-    // What a damaged file still says cannot be trusted to tell a deletion.
-    if (stateDamaged_ && rootPresent(side(true))) stateMissingIndex();
-    stateDamaged_ = false;
+    if (rebuildNeeded()) stateMissingIndex();
     replayJournal();
     dropUnpairedRecords();
     stateLoaded_ = true;

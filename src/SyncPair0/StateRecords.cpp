@@ -6,6 +6,7 @@
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
+#include "platform/Folders.h"
 
 namespace Kelta {
 namespace {
@@ -37,6 +38,17 @@ std::int64_t recordedTime(const StateRecord& record) {
   return record.empty() ? 0 : std::wcstoll(record[0].c_str(), nullptr, 10);
 }
 
+std::int64_t unseenTime(const platform::FileStamp& stamp) { return stamp.seconds() > 0 ? 0 : stamp.seconds() - 1; }
+
+bool isUnseen(const StateRecord& record, const platform::FileStamp& stamp) {
+  return recordedTime(record) == unseenTime(stamp);
+}
+
+bool isAsScanned(const platform::FileStamp& now, const SyncObject& scanned) {
+  if (scanned.stamp.kind == platform::Kind::missing) return now.seconds() == scanned.timestamp;
+  return now.sameContent(scanned.stamp);
+}
+
 bool StateLines::fill() {
   std::string chunk(kReadBytes, '\0');
   chunk.resize(file_.read(&chunk[0], chunk.size()));
@@ -54,8 +66,9 @@ StateLines::Outcome StateLines::next(std::wstring& line) {
   if (end == std::string::npos) end = buffer_.size();
   if (end - position_ > 4 * kMaxLineCharacters) return Outcome::tooLong;
   if (position_ == buffer_.size()) return Outcome::end;
-  const std::string text = buffer_.substr(position_, end - position_);
+  std::string text = buffer_.substr(position_, end - position_);
   position_ = end == buffer_.size() ? end : end + 1;
+  if (!text.empty() && text.back() == '\r') text.pop_back();
   if (!platform::wideFromUtf8(text, line)) return Outcome::notText;
   return line.size() > kMaxLineCharacters ? Outcome::tooLong : Outcome::line;
 }
@@ -102,8 +115,13 @@ void SyncPair::delState(StateList& list, std::wstring path) {
   }
   PAIR_DEBUG("%s", utf8(path).c_str());
   path = genericForm(std::move(path));
-  const auto below = recordsBelow(list, path);
-  list.erase(below.first, below.second);
+  const auto record = list.find(path);
+  if (record == list.end()) return;
+  // Below a file lies nothing of its own: it may have been replaced by a folder whose entries are known already.
+  if (recordedAsFolder(&list == &srcStateList, path, record->second)) {
+    const auto below = recordsBelow(list, path);
+    list.erase(below.first, below.second);
+  }
   list.erase(path);
   stateChanged_ = true;
 }
@@ -111,17 +129,36 @@ void SyncPair::delState(StateList& list, std::wstring path) {
 void SyncPair::delState(std::pair<bool, bool> sides, std::wstring src, std::wstring dest) {
   PAIR_DEBUG("src=%s", utf8(src).c_str());
   PAIR_DEBUG("dest=%s", utf8(dest).c_str());
-  if (sides.first) delState(srcStateList, src);
+  // A folder may have taken the name of the file that is gone, and its record.
+  const auto record = srcStateList.find(genericForm(src));
+  const bool taken =
+      record != srcStateList.end() && recordedAsFolder(true, src, record->second) != recordedAsFolder(false, dest, {});
+  if (sides.first && !taken) delState(srcStateList, src);
   if (sides.second) delState(destStateList, dest);
 }
 
-bool SyncPair::editState(const std::wstring& path, bool insert) {
+// Whether a scan would record the entry: then no root, marker, or foreign file.
+bool SyncPair::mayBeRecorded(const Side& side, const std::wstring& path) {
+  const auto entry = platform::pathOf(path);
+  const platform::Kind kind = platform::stampOf(entry).kind;
+  if (kind != platform::Kind::file && kind != platform::Kind::folder) return false;
+  if (path.size() == side.root.size() || path.find_first_of(L"\t\r\n") != std::wstring::npos) return false;
+  return isScanned(side, parentOf(path)) && !handler_->ignore(entry) && !platform::hasOtherName(entry) &&
+         !keyOf(side, path, kind == platform::Kind::folder).empty();
+}
+
+// Refused before anything is touched: a path in another spelling than the scans', what they would not record, and
+// everything while no state is loaded, which what is written would replace.
+bool SyncPair::editState(const std::wstring& given, bool insert) {
+  std::wstring path;
+  const bool spelled = ownSpelling(given, path) && platform::samePath(path, genericForm(given));
   const Side edited = sideOf(path);
-  if (!edited.inside && !platform::liesBelow(folderForm(path), destFolder_)) {
-    PAIR_ERROR("%s lies in neither folder of the pair", utf8(path).c_str());
+  const bool possible = spelled && stateLoaded_ && platform::liesBelow(path, edited.root) &&
+                        (insert ? mayBeRecorded(edited, path) : edited.state.count(path) > 0);
+  if (!possible) {
+    PAIR_ERROR("no record is changed for %s", utf8(given).c_str());
     return false;
   }
-  const bool known = edited.state.count(genericForm(path)) > 0;
   const bool pending = stateChanged_;
   if (insert)
     setState(edited.state, path);
@@ -129,7 +166,7 @@ bool SyncPair::editState(const std::wstring& path, bool insert) {
     delState(edited.state, path);
   writeStateList(edited.state, stateFiles_[edited.inside ? 0 : 1]);
   stateChanged_ = pending;  // the other side's file is as it was
-  return insert ? edited.state.count(genericForm(path)) > 0 : known;
+  return !insert || edited.state.count(path) > 0;
 }
 
 bool SyncPair::stateInsertRecord(std::wstring path) {

@@ -25,7 +25,7 @@ SyncPair::ScanResult& SyncPair::ScanResult::operator+=(const ScanResult& other) 
 }
 
 SyncPair::SyncPair(std::shared_ptr<Clock> clock)
-    : clock_(std::move(clock)), interruption_(std::make_shared<Interruption>()) {
+    : clock_(std::move(clock)), interruption_(std::make_shared<Interruption>()), waiting_(clock_) {
   // Whole seconds, as the times of the state.
   startupTime_ = lastStateWriteTime_ = clock_->nowSeconds() * 1000000;
 }
@@ -39,19 +39,29 @@ void SyncPair::setSyncCopyHandler(ISyncCopyHandler* sh) {
 
 void SyncPair::setSourceFolder(std::wstring path) {
   PAIR_DEBUG("%s", utf8(path).c_str());
-  sourceFolder_ = folderForm(std::move(path));
+  sourceFolder_ = configuredFolder(path);
+  if (sourceFolder_.empty()) PAIR_ERROR("not a path for a folder: %s", utf8(path).c_str());
 }
 
 void SyncPair::setDestFolder(std::wstring path) {
   PAIR_DEBUG("%s", utf8(path).c_str());
-  destFolder_ = folderForm(std::move(path));
+  destFolder_ = configuredFolder(path);
+  if (destFolder_.empty()) PAIR_ERROR("not a path for a folder: %s", utf8(path).c_str());
 }
 
-void SyncPair::setTempFolder(std::wstring path) { tempFolder_ = folderForm(std::move(path)); }
+void SyncPair::setTempFolder(std::wstring path) { tempFolder_ = configuredFolder(path); }
 
 void SyncPair::notify(const std::wstring& type, const std::wstring& message, const std::wstring& more) {
   std::vector<std::wstring> notification{type, message, more};
   if (queued_.insert(notification).second) notifications_.push_back(std::move(notification));
+}
+
+void SyncPair::noteShareWaits(const std::wstring& path, bool waits) {
+  const wchar_t* const reason = L"share-unconfirmed";
+  if (waits)
+    waiting_.note(path, reason);
+  else
+    waiting_.forget(path, reason);
 }
 
 void SyncPair::clearNotifications() {
@@ -73,6 +83,13 @@ std::wstring SyncPair::notificationsAsJSON() const {
 SyncPair::Side SyncPair::side(bool inside) {
   if (inside) return {true, sourceFolder_, srcStateList, srcSyncList};
   return {false, destFolder_, destStateList, destSyncList};
+}
+
+// The one spelling by which records and folders of this pair are known.
+bool SyncPair::ownSpelling(const std::wstring& path, std::wstring& own) {
+  if (!canonicalForm(path, own)) return false;
+  own = spelledBelow(destFolder_, spelledBelow(sourceFolder_, own));
+  return true;
 }
 
 SyncPair::Side SyncPair::sideOf(const std::wstring& path) { return side(isSrcFolder(path)); }

@@ -15,12 +15,14 @@
 #include "SyncPair0/RenameMatch.h"
 #include "SyncPair0/Resolution.h"
 #include "SyncPair0/SyncTypes.h"
+#include "SyncPair0/Waiting.h"
 #include "base/Clock.h"
 #include "platform/Files.h"
 
 namespace Kelta {
 
 struct CloudCopy;
+class StateLines;
 class TempArea;
 
 /// One pair of folders: what they looked like when they were last in sync, how they differ now, and the
@@ -63,6 +65,9 @@ public:
   void notify(const std::wstring& type, const std::wstring& message, const std::wstring& more = std::wstring());
   std::wstring notificationsAsJSON() const;
   void clearNotifications();
+  const Waiting& waiting() const { return waiting_; }
+  /// A file of the Inside waits until the changed asset of its share is confirmed, or waits no more.
+  void noteShareWaits(const std::wstring& path, bool waits);
 
   // State: StateFile.cpp, StateRecords.cpp, StateIndex.cpp --------------------
   void initState();
@@ -126,9 +131,7 @@ public:
                    SyncList& syncList2, StateList& state2);
   /// One copy through the handler, tried up to `retries` times. `written` receives the path of the copy, empty when
   /// the handler took the entry for settled without writing one.
-  /// `mayWrite` is asked before every attempt whether the target may be replaced; the copy ends when it may not.
-  bool doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written = nullptr,
-              const std::function<bool()>& mayWrite = {});
+  bool doCopy(std::wstring srcFile, std::wstring destFile, int retries, std::wstring* written = nullptr);
   /// What two changes of equal time are to each other.
   enum class Comparison {
     same,  ///< of one content, now recorded as in sync; or the archive waits for its key: nothing is to be done
@@ -178,6 +181,7 @@ private:
   Side sideOf(const std::wstring& path);
 
   // Keys and paths
+  bool ownSpelling(const std::wstring& path, std::wstring& own);
   std::wstring keyOf(const Side& side, const std::wstring& path, bool isFolder);
   std::wstring pathFor(const Side& side, const std::wstring& key, bool isFolder);
   static bool recordedAsFolder(bool inside, const std::wstring& path, const StateRecord& record);
@@ -192,7 +196,9 @@ private:
   std::vector<std::wstring> archivePaths(const std::wstring& key);
   std::wstring archiveFor(const std::wstring& key);
   Archives archivesThere(const std::wstring& key);
-  void takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to, std::int64_t time);
+  void takeOverRecord(const std::wstring& key, const std::wstring& from, const std::wstring& to,
+                      const platform::FileStamp& stamp);
+  void mergeAnew(const std::wstring& key, const platform::FileStamp& archive);
   bool countsForKey(const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
   void removeSpare(const std::wstring& path, const platform::FileStamp& stamp);
   bool keepUnseen(const std::wstring& key, const std::wstring& source, const std::wstring& counted,
@@ -205,23 +211,36 @@ private:
   // Roots.cpp
   std::wstring markerOf(const Side& side) const;
   std::string rootIdOf(const Side& side) const;
+  std::wstring rootIdFile() const;
   void loadRootIds();
   void rememberRootIds();
   bool rootPresent(const Side& side) const;
+  bool isMarked(const Side& side) const;
+  bool isAnotherFolder(const Side& side) const;
   bool rootLost(const Side& side) const;
+  bool outsideWasReplaced();
   void requireRoots();
   void requireIntactRoot(const Side& side);
-  void requireSeparateRoots();
+  [[noreturn]] void refuse(const std::wstring& reason);
+  void requireUsableFolders();
+  void markOutside();
   void placeMarkers();
+  bool dropMarkerCopy(const Side& side, const boost::filesystem::path& entry);
   [[noreturn]] void reportRootMissing();
 
   // State
+  bool readOwnFile(const std::wstring& file, const std::function<void(StateLines&)>& read);
+  void keepAside(const std::wstring& file);
+  void readRecords(StateLines& lines, const std::wstring& stateFile, StateList& list);
   StateRecord makeRecord(const std::wstring& path, std::int64_t time);
   StateList::const_iterator counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder);
   bool rebuildNeeded();
+  bool keepUnsettled(const StateList::value_type& src, const StateList::value_type& dest, const StateList& oldSrc,
+                     const StateList& oldDest);
   void dropUnpairedRecords();
   void dropRetriedRecords();
   void sweepStateFolder();
+  bool mayBeRecorded(const Side& side, const std::wstring& path);
   bool editState(const std::wstring& path, bool insert);
   void refreshFolderId(const std::wstring& path, StateRecord& record);
 
@@ -238,6 +257,7 @@ private:
   void settleDest();
   bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void pauseWithin(Walk& walk);
+  std::vector<std::wstring> ownFolders(const std::vector<std::wstring>& folderList);
   bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
   void noteUnread(const Side& side, const boost::filesystem::path& entry);
@@ -247,6 +267,9 @@ private:
   bool isFreeForCloudCopy(const Side& side, const std::wstring& archive);
   boost::filesystem::path adopted(const Side& side, const boost::filesystem::path& entry);
   bool examineEntry(Walk& walk, const std::wstring& path, const platform::FileStamp& stamp);
+  void noteFutureTime(const Side& side, const std::wstring& key, const std::wstring& path, std::int64_t time);
+  bool examineRounded(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp,
+                      const StateRecord& record);
   void examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp,
                     const StateRecord& record);
   void examineNew(Walk& walk, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
@@ -265,6 +288,7 @@ private:
   std::vector<RenameCandidate> renameCandidates(const Side& side, bool deleted, bool folders);
   void renewCopiedIds(bool alsoNew);
   bool renewFolderRenameId(const std::wstring& folder);
+  void renewSharedId(const std::wstring& folder);
   bool resolveRenames(const Side& one);
   void saveRenames();
   std::wstring journalFile() const;
@@ -283,6 +307,7 @@ private:
   void followFolder(const Side& each, const RenameMatch& match, const std::wstring& from, const std::wstring& to);
   void forgetOlder(const Side& each, const std::wstring& folder);
   bool renameFile(const RenameJob& job);
+  bool isKnownCounterpart(const RenameJob& job, const platform::FileStamp& stamp);
   bool hasRecordedContent(const RenameJob& job, const std::wstring& counterpart);
   bool isDoneAlready(const RenameJob& job, const StateRecord& record);
   void recordRenamedFile(const RenameJob& job, bool same);
@@ -298,13 +323,27 @@ private:
                  const SyncObject* other);
   void carryDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                      const SyncObject* other);
+  bool goesWithFolder(const Side& deleting, const std::wstring& key);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
+
+  // KindClash.cpp
+  bool isFolderOfPair(const std::wstring& path);
+  bool clashesWithFolder(const std::wstring& key, const SyncObject& so);
+  bool clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder);
+  std::wstring keyAside(const std::wstring& key, std::int64_t time);
+  bool moveArchivesAside(const std::wstring& key, const std::wstring& copy, const Archives& archives);
+  bool moveFileAside(const std::wstring& key, std::wstring& copy);
+  bool putFileAside(const std::wstring& key);
+  void carryAside(const std::wstring& copy);
+  void settleKindClash(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so,
+                       const SyncObject& so2);
 
   // Conflict.cpp, Losers.cpp
   enum class Kept {
     yes,
     no,
     unreadable,  ///< the archive was given up for want of a key
+    changed,     ///< it is not what was judged
   };
   void settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one);
   void tieFailed(const SyncObject& src);
@@ -319,22 +358,45 @@ private:
   Opened openArchive(const std::wstring& archive, std::unique_ptr<TempArea>& area, std::wstring& content);
   bool recycleBeside(const std::wstring& winner, const boost::filesystem::path& content,
                      const boost::filesystem::path& area);
-  Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser);
+  Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser, const platform::FileStamp& judged);
   Kept keepOutsideLoser(const std::wstring& winner, const std::wstring& archive);
   void noteGivenUp(const std::wstring& key, const std::wstring& archive, std::int64_t time);
   bool waitsForKey(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target) const;
 
-  bool targetIsAsKnown(const Side& from, const Side& to, const std::wstring& source, const std::wstring& target,
-                       const SyncObject* other);
-  bool copyOnce(const std::wstring& srcFile, const std::wstring& destFile, std::wstring* written, bool& again);
-  bool copyUnchanged(const std::wstring& source, const std::wstring& target, std::int64_t& time, std::wstring& written,
-                     const std::function<bool()>& mayWrite);
+  // FileCarrier.cpp
+  struct FileJob;
+  enum class Judgement {
+    replace,  ///< known, or nothing is there
+    keep,     ///< a version that has not been carried over: it is kept before it is replaced
+    leave,    ///< for the next scan
+    unclear,  ///< it cannot be read
+  };
+  void carryFileJob(FileJob& job);
+  bool lookAtSource(FileJob& job);
+  bool isCopiedAlready(const FileJob& job);
+  Judgement judgeTarget(const FileJob& job, const platform::FileStamp& stamp);
+  bool prepareTarget(FileJob& job);
+  bool keepLoser(FileJob& job, const platform::FileStamp& stamp);
+  static std::int64_t laterTime(const FileJob& job);
+  void copyJob(FileJob& job);
+  void finishJob(FileJob& job, const CopyOutcome& outcome);
+  void noteChanging(const std::wstring& source);
+  void retryCopies();
+  void tellBusy();
+  CopyOutcome copyOnce(const std::wstring& srcFile, const std::wstring& destFile, const CopyGuard* guard, bool& again);
   void waitOutRunningSecond(const platform::FileStamp& stamp);
-  void recordCopy(const Side& from, const Side& to, const std::wstring& key, const std::wstring& source,
-                  std::int64_t time, const std::wstring& written);
+  /// Records an entry as `seen`, unless it is something else by now or is not to be trusted: then as unseen. Whether it
+  /// was recorded as seen.
+  bool recordAs(StateList& list, const std::wstring& path, const platform::FileStamp& seen, bool trusted = true);
+  /// Whether a file is what was last in sync. One that cannot be read tells nothing: it is neither changed nor known.
+  enum class Known { yes, no, unclear };
+  Known isAsRecorded(const Side& side, const std::wstring& path, const platform::FileStamp& stamp);
+  Known holdsRecorded(const std::wstring& key, const std::wstring& archive);
+  Known isKnown(const Side& side, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
+  bool isInSync(const std::wstring& key, const std::wstring& inside, const std::wstring& archive);
   // WholeSide.cpp
   struct Removal;
-  bool inSync(const Side& own, const std::wstring& path, const std::wstring& counterpart);
+  bool mayRemove(const Side& own, const std::wstring& key, const std::wstring& path, const std::wstring& counterpart);
   std::vector<Removal> planRemovals(bool inside, std::uint64_t& left);
   void forgetRemovals(const std::vector<Removal>& removals);
   bool remove(const Removal& removal, bool inside);
@@ -342,12 +404,14 @@ private:
   void recordBoth(const std::wstring& key, bool isFolder);
   void forgetBoth(const std::wstring& key, bool isFolder);
   void copyFailed(const Side& from, const std::wstring& key, const SyncObject& so);
+  void recordFolder(const std::wstring& key);
   void refreshParent(const std::wstring& key);
   void report(const wchar_t* operation, const std::wstring& path);
   bool sameContent(const std::wstring& a, const std::wstring& b);
 
   std::shared_ptr<Clock> clock_;
   std::shared_ptr<Interruption> interruption_;
+  Waiting waiting_;
   std::unique_ptr<ISyncCopyHandler> handler_;
   std::wstring sourceFolder_;
   std::wstring destFolder_;
@@ -363,7 +427,16 @@ private:
   std::set<std::wstring> renamedIn_;         ///< folders with renames that may not be on the disk yet
   std::set<std::wstring> unreadable_;        ///< folders that the host was told about in this cycle
   std::map<std::wstring, std::set<std::int64_t>> unreadNames_;  ///< folder → times of archives without a plain name
-  std::set<std::wstring> busy_;  ///< changed files in use that the host was told about in this cycle
+  int futureTold_ = 0;                                          ///< files whose times lie ahead, in this cycle
+  std::set<std::wstring> busy_;  ///< changed files in use, as the scans of this cycle found them
+  struct Retry {
+    bool fromInside;
+    std::wstring key;
+    SyncObject so;
+    std::unique_ptr<SyncObject> other;
+  };
+  std::vector<Retry> retries_;  ///< copies that failed for a reason that may pass soon
+  int attempt_ = 1;             ///< of the copies of this resolution
   std::map<std::wstring, std::map<std::wstring, Spare>> spares_;  ///< key → path, as the scans of this cycle found them
   std::set<std::wstring> givenUp_;                                ///< archives whose key is missing
   std::set<std::wstring> retry_;                                  ///< of these, perhaps, it has arrived
@@ -374,8 +447,10 @@ private:
   bool ok_ = true;
   bool stateLoaded_ = false;
   bool stateChanged_ = false;
-  bool stateDamaged_ = false;  ///< a state file held something that is no record
-  std::string rootIds_[2];     ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
+  bool stateDamaged_ = false;      ///< what was remembered is not all there
+  std::set<std::wstring> unread_;  ///< files of the state folder that could not be read
+  std::string rootIds_[2];         ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
+  std::string outsideIdentity_;    ///< of the Outside's folder, as last seen; empty: not known
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Files.h"
+
 namespace Kelta {
 
 /// A record of the state: last-write time in seconds since the epoch as decimal text, and the content hash.
@@ -26,14 +28,24 @@ StateList::const_iterator recordBehind(const StateList& list, const std::wstring
 /// The recorded time in seconds; 0 for a record without one.
 std::int64_t recordedTime(const StateRecord& record);
 
+/// What is recorded of an entry that is not, or may not be, what its counterpart holds: a time before any that it can
+/// have, so that it counts as an update whatever time it gets, and its absence as a deletion.
+std::int64_t unseenTime(const platform::FileStamp& stamp);
+bool isUnseen(const StateRecord& record, const platform::FileStamp& stamp);
+
 /// One pending change of one side. Valid when it has a path.
 struct SyncObject {
   bool deletion = false;
-  std::int64_t timestamp = 0;  ///< last-write time, seconds since the epoch; for a deletion the recorded one
+  std::int64_t timestamp = 0;  ///< last-write time, seconds since the epoch; for a deletion the recorded one; for
+                               ///< versions of which none is newer, the same on both sides
   std::wstring fullPath;
   std::wstring fileHash;
   bool isFolder = false;
+  platform::FileStamp stamp;  ///< as the scan saw it; `missing` where only the time is known
 };
+
+/// Whether an entry is what the scan saw.
+bool isAsScanned(const platform::FileStamp& now, const SyncObject& scanned);
 
 /// Pending changes of one side by key: the plain path relative to the root, the same on both sides.
 using SyncList = std::map<std::wstring, SyncObject>;

@@ -2,6 +2,7 @@
 // Operations over one whole side that are no part of a cycle.
 #include <boost/filesystem/exception.hpp>
 
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
@@ -11,12 +12,6 @@
 
 namespace Kelta {
 namespace {
-
-bool isAsRecorded(const StateList& list, const std::wstring& path) {
-  const auto record = list.find(path);
-  const platform::FileStamp stamp = stampUnderName(path);
-  return record != list.end() && stamp.kind == platform::Kind::file && stamp.seconds() == recordedTime(record->second);
-}
 
 // Removes a folder in which nothing but our own files is left.
 bool removeEmptied(const boost::filesystem::path& folder) {
@@ -58,9 +53,10 @@ void SyncPair::refreshHash(const std::wstring& archive) {
   ++successfulEvents_;
 }
 
-bool SyncPair::inSync(const Side& own, const std::wstring& path, const std::wstring& counterpart) {
-  return isAsRecorded(own.state, path) && isAsRecorded(side(!own.inside).state, counterpart) &&
-         !liesBehindLink(own, path);
+bool SyncPair::mayRemove(const Side& own, const std::wstring& key, const std::wstring& path,
+                         const std::wstring& counterpart) {
+  const std::wstring& inside = own.inside ? path : counterpart;
+  return isInSync(key, inside, own.inside ? counterpart : path) && !liesBehindLink(own, path);
 }
 
 std::vector<SyncPair::Removal> SyncPair::planRemovals(bool inside, std::uint64_t& left) {
@@ -72,7 +68,7 @@ std::vector<SyncPair::Removal> SyncPair::planRemovals(bool inside, std::uint64_t
     const std::wstring key = keyOf(own, record.first, isFolder);
     const std::wstring counterpart = key.empty() ? key : pathFor(side(!inside), key, isFolder);
     const platform::FileStamp stamp = stampUnderName(record.first);
-    if (isFolder || (!key.empty() && inSync(own, record.first, counterpart))) {
+    if (isFolder || (!key.empty() && mayRemove(own, key, record.first, counterpart))) {
       removals.push_back({record.first, counterpart, isFolder, stamp});
     } else if (stamp.kind != platform::Kind::missing) {
       PAIR_INFO("not in sync, left: %s", utf8(record.first).c_str());
@@ -101,9 +97,15 @@ bool SyncPair::remove(const Removal& removal, bool inside) {
   if (now.kind == platform::Kind::missing) return true;
   if (removal.isFolder) return now.kind == platform::Kind::folder && removeEmptied(path);
   if (!now.sameContent(removal.stamp)) return false;
-  if (inside) return platform::recycle(path);
-  boost::system::error_code error;
-  return platform::removeEntry(path, error) && !error;
+  try {
+    const platform::Recycled recycled =
+        inside ? platform::moveToRecycleBin(path, &removal.stamp) : platform::Recycled::noBin;
+    return recycled == platform::Recycled::noBin ? removeJudged(path, removal.stamp)
+                                                 : recycled == platform::Recycled::yes;
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+    return false;
+  }
 }
 
 bool SyncPair::removeAllFiles(bool inside) {

@@ -74,6 +74,10 @@ int kelsync_fw_change_occurred(kelsync_watcher* handle) {
   return watching(handle, __func__, 0, [](Watcher& watcher) { return watcher.vars().changeOccurred() ? 1 : 0; });
 }
 
+int kelsync_fw_incomplete(kelsync_watcher* handle) {
+  return watching(handle, __func__, 0, [](Watcher& watcher) { return watcher.isIncomplete() ? 1 : 0; });
+}
+
 void kelsync_fw_get_changes(kelsync_watcher* handle, kelsync_folder_list** out) {
   if (!out) return logFailure(handle, __func__, "null argument");
   *out = nullptr;

@@ -19,7 +19,9 @@ void logLine(const void* h, log4cplus::LogLevel level, const char* function, con
 
 CryptoSyncCopyHandler* handlerOf(SyncPair& pair) { return static_cast<CryptoSyncCopyHandler*>(pair.handler()); }
 
-std::wstring quarFolderOf(const SyncPair& pair) { return genericForm(pair.stateFolder()) + L"\\quar\\"; }
+std::wstring quarFolderOf(const SyncPair& pair) {
+  return pair.stateFolder().empty() ? std::wstring() : pair.stateFolder() + L"\\quar\\";
+}
 
 void logFailure(const void* h, const char* function, const char* what) {
   logLine(h, log4cplus::ERROR_LOG_LEVEL, function, what);

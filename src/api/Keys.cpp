@@ -59,6 +59,18 @@ int kelsync_verify_assetkey(kelsync_pair* h, const wchar_t* assetId) {
   return right ? 1 : 0;
 }
 
+void kelsync_set_share_policy(kelsync_pair* h, int policy) {
+  configure(h, __func__, true,
+            [&](SyncPair&, CryptoSyncCopyHandler& handler) { handler.setChangedSharesWait(policy == 1); });
+}
+
+int kelsync_share_confirm(kelsync_pair* h, const wchar_t* folder, const wchar_t* assetId) {
+  bool confirmed = false;
+  configure(h, __func__, folder && assetId,
+            [&](SyncPair&, CryptoSyncCopyHandler& handler) { confirmed = handler.confirmShare(folder, assetId); });
+  return confirmed ? 1 : 0;
+}
+
 int kelsync_FNE_reset(kelsync_pair* h) {
   bool done = false;
   command(h, __func__, [&](SyncPair& pair) {

@@ -25,6 +25,7 @@ kelsync_pair** kelsync_init(kelsync_pair** out) {
       queue->notify(type, message, more);
     };
     services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
+    services.shareWaits = [queue](const std::wstring& path, bool waits) { queue->noteShareWaits(path, waits); };
     pair->setSyncCopyHandler(new CryptoSyncCopyHandler(std::move(services)));
     *out = reinterpret_cast<kelsync_pair*>(pair.release());
     return out;
@@ -74,6 +75,7 @@ void kelsync_set_state_path(kelsync_pair* h, const wchar_t* folder) {
   configure(h, __func__, folder != nullptr, [&](SyncPair& pair, CryptoSyncCopyHandler& handler) {
     pair.setStatePath(folder);
     handler.setQuarFolder(quarFolderOf(pair));
+    handler.setStateFolder(pair.stateFolder());
   });
 }
 

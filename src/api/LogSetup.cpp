@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <locale>
 #include <memory>
+#include <stdexcept>
 #include <type_traits>
 
 #include "base/GenericPath.h"
@@ -57,9 +58,19 @@ protected:
 
 using WideUtf8 = std::conditional_t<sizeof(wchar_t) == 2, std::codecvt_utf8_utf16<wchar_t>, std::codecvt_utf8<wchar_t>>;
 
+/// Opens its file when it is made.
+class RollingFile : public log4cplus::RollingFileAppender {
+public:
+  RollingFile(const std::wstring& path, long bytes) : RollingFileAppender(text(path), bytes, 1, true, true) {}
+  ~RollingFile() override { destructorImpl(); }
+  bool opened() const { return out.is_open() && out.good(); }
+};
+
+/// Null when the file cannot be written.
 log4cplus::SharedAppenderPtr rollingFile(const std::wstring& path, long bytes, const tstring& pattern) {
-  auto* const file = new log4cplus::RollingFileAppender(text(path), bytes, 1, true, true);
+  auto* const file = new RollingFile(path, bytes);
   log4cplus::SharedAppenderPtr appender(file);
+  if (!file->opened()) return log4cplus::SharedAppenderPtr();
   file->imbue(std::locale(std::locale::classic(), new WideUtf8));
   appender->setLayout(std::make_unique<log4cplus::PatternLayout>(pattern));
   return appender;
@@ -80,8 +91,24 @@ bool exists(const std::wstring& path) {
 void setUpActivity(const std::wstring& folder) {
   Logger activity = log::activity();
   activity.removeAllAppenders();
-  activity.addAppender(rollingFile(joinPath(folder, L"activity.log"), kActivityBytes, LOG4CPLUS_TEXT("%m%n")));
-  activity.setLogLevel(log4cplus::INFO_LOG_LEVEL);
+  const auto appender = rollingFile(joinPath(folder, L"activity.log"), kActivityBytes, LOG4CPLUS_TEXT("%m%n"));
+  if (appender) activity.addAppender(appender);
+  activity.setLogLevel(appender ? log4cplus::INFO_LOG_LEVEL : log4cplus::OFF_LOG_LEVEL);
+}
+
+log4cplus::SharedAppenderPtr engineLog(const std::wstring& folder) {
+  const tstring pattern = LOG4CPLUS_TEXT("%-5p %D{%a %m/%d/%y %H:%M:%S} [%b:%L] %m%n");
+  return rollingFile(joinPath(folder, L"syncpair.log"), kLogBytes, pattern);
+}
+
+// Without a log.properties.
+void setLevels(Logger& root, log4cplus::Appender& appender) {
+  std::printf("3\n");
+  std::fflush(stdout);
+  std::wstring ignored;
+  const bool traced = platform::environment("SYNCPAIRTRACE", ignored);
+  appender.setThreshold(traced ? log4cplus::DEBUG_LOG_LEVEL : log4cplus::INFO_LOG_LEVEL);
+  if (traced) root.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
 }
 
 }  // namespace
@@ -110,27 +137,22 @@ void Log::init(const std::wstring& folder) {
   const std::wstring properties = joinPath(folder, L"log.properties");
   const bool configured = exists(properties);
   Logger root = Logger::getRoot();
+  const log4cplus::SharedAppenderPtrList former = root.getAllAppenders();
   try {
     if (configured) log4cplus::PropertyConfigurator::doConfigure(text(properties), Logger::getDefaultHierarchy(), 0);
   } catch (...) {
     std::printf("Log::init() Exception on Properties\n");
   }
   try {
+    const log4cplus::SharedAppenderPtr appender = engineLog(folder);
     root.removeAllAppenders();
-    auto appender = rollingFile(joinPath(folder, L"syncpair.log"), kLogBytes,
-                                LOG4CPLUS_TEXT("%-5p %D{%a %m/%d/%y %H:%M:%S} [%b:%L] %m%n"));
+    if (!appender) {  // what could not be written there goes where it went before
+      for (const auto& other : former) root.addAppender(other);
+      throw std::runtime_error("no log file");
+    }
     root.addAppender(appender);
     setUpActivity(folder);
-    if (configured) return;
-    std::printf("3\n");
-    std::fflush(stdout);
-    std::wstring ignored;
-    if (!platform::environment("SYNCPAIRTRACE", ignored)) {
-      appender->setThreshold(log4cplus::INFO_LOG_LEVEL);
-      return;
-    }
-    appender->setThreshold(log4cplus::DEBUG_LOG_LEVEL);
-    root.setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
+    if (!configured) setLevels(root, *appender);
   } catch (...) {
     std::printf("Log::init() Exception on set appender.\n");
   }

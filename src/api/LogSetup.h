@@ -10,7 +10,8 @@ class Log {
 public:
   /// Until a log folder is known: INFO and above to standard output, unless the host gave the root logger an appender.
   static void useConsole();
-  /// Sends the log to files in `folder`; nothing happens when it does not exist.
+  /// Sends the log to files in `folder`; it goes where it went before when the folder does not exist or cannot be
+  /// written.
   static void setFolder(const std::wstring& folder);
 
 private:

@@ -21,12 +21,24 @@ std::uint32_t handOut(kelsync_pair* h, const char* function, wchar_t** out, Text
   });
 }
 
+// What fn_encrypt() and fn_decrypt() take: a full path in its one spelling, or a last component alone.
+std::wstring namedBy(const wchar_t* path) {
+  const std::wstring name = path ? genericForm(path) : std::wstring();
+  std::wstring full;
+  if (parentOf(name).empty()) return name;
+  return canonicalForm(name, full) ? full : std::wstring();
+}
+
 }  // namespace
 
 extern "C" {
 
 uint32_t kelsync_get_notifications_JSON(kelsync_pair* h, wchar_t** out) {
   return handOut(h, __func__, out, [](SyncPair& pair) { return pair.notificationsAsJSON(); });
+}
+
+uint32_t kelsync_get_waiting_JSON(kelsync_pair* h, wchar_t** out) {
+  return handOut(h, __func__, out, [](SyncPair& pair) { return pair.waiting().asJSON(); });
 }
 
 void kelsync_clear_notifications(kelsync_pair* h) {
@@ -43,14 +55,14 @@ uint32_t kelsync_quarantine_get_JSON(kelsync_pair* h, wchar_t** out) {
 uint32_t fn_encrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out) {
   return handOut(h, __func__, out, [&](SyncPair& pair) {
     CryptoSyncCopyHandler* const handler = handlerOf(pair);
-    return handler && path ? handler->encryptFilename(genericForm(path)) : std::wstring();
+    return handler ? handler->encryptFilename(namedBy(path)) : std::wstring();
   });
 }
 
 uint32_t fn_decrypt(kelsync_pair* h, const wchar_t* path, wchar_t** out) {
   return handOut(h, __func__, out, [&](SyncPair& pair) {
     CryptoSyncCopyHandler* const handler = handlerOf(pair);
-    return handler && path ? handler->untransformName(genericForm(path)) : std::wstring();
+    return handler ? handler->untransformName(namedBy(path)) : std::wstring();
   });
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "api/Guard.h"
+#include "base/GenericPath.h"
 #include "platform/Text.h"
 
 using namespace Kelta;
@@ -9,9 +10,11 @@ namespace {
 
 using Operation = std::wstring (CryptoSyncCopyHandler::*)(boost::filesystem::path, boost::filesystem::path);
 
+bool namesFile(const wchar_t* path) { return path && !nameOf(genericForm(path)).empty(); }
+
 int single(kelsync_pair* h, const char* function, const wchar_t* src, const wchar_t* dst, Operation operation) {
-  if (!src || !dst || !*src || !*dst) {
-    logFailure(h, function, "null or empty argument");
+  if (!namesFile(src) || !namesFile(dst)) {
+    logFailure(h, function, "null argument, or no path of a file");
     return 0;
   }
   bool done = false;

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "archive/ArchiveHead.h"
 #include "archive/ConsolePwdListener.h"
 #include "archive/zip/ArchiveEngine.h"
 #include "archive/zip/ArchiveReader.h"
@@ -46,7 +47,7 @@ void addMetadata(ArchiveEngine& engine, const fs::path& metadata, bool compress)
 }
 
 bool isCompressed(const fs::path& archive, const std::string& entry) {
-  zip::ArchiveReader reader(archive);
+  zip::ArchiveReader reader(archive, kPairRules);
   const zip::Entry* const found = reader.find(entry);
   return found != nullptr && found->method != zip::kStored;
 }
@@ -98,6 +99,7 @@ void unpackContent(const fs::path& archive, const fs::path& folder, const std::s
   ArchiveEngine engine;
   engine.setPasswordListener(&passwords);
   engine.setProgress(progress);
+  engine.setReadingRules(kPairRules);
   engine.setExtractOption(ArchiveEngine::kReplaceFiles | ArchiveEngine::kOnlyEncrypted);
   engine.extract(archive, kContentEntry, folder);
 }
@@ -124,7 +126,7 @@ std::string readEntry(const fs::path& archive, const std::string& entry, zip::Pa
 }
 
 bool holds(const fs::path& archive, const fs::path& file, const Progress& progress) {
-  const zip::ArchiveReader reader(archive);
+  const zip::ArchiveReader reader(archive, kPairRules);
   const zip::Entry* const content = reader.find(kContentEntry);
   zip::InputFile plain(file);
   if (content == nullptr || content->size != plain.size()) return false;
@@ -139,16 +141,13 @@ bool holds(const fs::path& archive, const fs::path& file, const Progress& progre
   return position == content->size && crc == content->crc && !plain.changed();
 }
 
-bool opensContent(const fs::path& archive, const std::string& password) {
-  return ArchiveEngine().opens(archive, kContentEntry, password);
-}
-
 void replaceMetadata(const fs::path& archive, const platform::FileStamp& known, const fs::path& metadata,
                      const std::string& password, const Progress& progress) {
   ConsolePwdListener passwords(password);
   ArchiveEngine engine;
   engine.setPasswordListener(&passwords);
   engine.setProgress(progress);
+  engine.setReadingRules(kPairRules);
   engine.setExpected(known);
   engine.setUpdateOption(ArchiveEngine::kKeepTime | ArchiveEngine::kMustOpen);
   // The other form has another size, by which a cloud client sees that the file changed.

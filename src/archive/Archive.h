@@ -39,7 +39,8 @@ void unpack(const boost::filesystem::path& archive, const boost::filesystem::pat
             const Progress& progress = Progress());
 
 /// Extracts the entry "Content" alone into `folder`, and only if it was encrypted under the password: whoever can write
-/// to the Outside could put anything else there.
+/// to the Outside could put anything else there. This and what follows for archives of a pair read by the rules of
+/// ArchiveHead.h.
 void unpackContent(const boost::filesystem::path& archive, const boost::filesystem::path& folder,
                    const std::string& password, const Progress& progress = Progress());
 
@@ -57,9 +58,6 @@ void unpack(const boost::filesystem::path& archive, const boost::filesystem::pat
             zip::PasswordListener& passwords);
 std::string readEntry(const boost::filesystem::path& archive, const std::string& entry,
                       zip::PasswordListener& passwords);
-
-/// Whether the password opens the entry "Content"; none of it is decrypted.
-bool opensContent(const boost::filesystem::path& archive, const std::string& password);
 
 /// Replaces (or adds) the unencrypted entry named as the file `metadata`.
 void updateMetadata(const boost::filesystem::path& archive, const boost::filesystem::path& metadata);

@@ -37,6 +37,7 @@ static_assert(same(ArchiveFailure::noEntry, KELSYNC_ARCHIVE_NO_ENTRY), "result c
 static_assert(same(ArchiveFailure::unsafeName, KELSYNC_ARCHIVE_UNSAFE_NAME), "result codes");
 static_assert(same(ArchiveFailure::cancelled, KELSYNC_ARCHIVE_CANCELLED), "result codes");
 static_assert(same(ArchiveFailure::internal, KELSYNC_ARCHIVE_INTERNAL), "result codes");
+static_assert(same(ArchiveFailure::changed, KELSYNC_ARCHIVE_CHANGED), "result codes");
 
 /// Runs one export; whatever is thrown becomes a result.
 template <class Operation>

@@ -7,7 +7,8 @@
 
 // Log lines of the engine: "l:<source line> (<object>) <method>() <message>", UTF-8, at most 4,095
 // bytes. A line is only formatted when its logger is enabled for the level. Wide text is passed as
-// utf8(text).c_str(). No key and no password is ever an argument.
+// utf8(text).c_str(), names of files as they are: control characters of arguments are written as \n, \u{1b} and so on.
+// No key and no password is ever an argument.
 #if defined(__GNUC__)
 #define KELTA_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
@@ -22,7 +23,10 @@ namespace log {
 
 log4cplus::Logger& syncPair();     ///< "SYNCPAIR"
 log4cplus::Logger& copyHandler();  ///< "COPYHANDLER"
-log4cplus::Logger& activity();     ///< "ACTIVITY": what was done for the user, one line each
+/// "COPYHANDLER.CRYPTO": that the steps of the cipher and the random source went right, several lines a file. What did
+/// not goes to "COPYHANDLER", from which this one has its level and its appenders unless it is given its own.
+log4cplus::Logger& crypto();
+log4cplus::Logger& activity();  ///< "ACTIVITY": what was done for the user, one line each
 
 struct Place {
   const char* file;
@@ -34,7 +38,7 @@ struct Place {
 void write(log4cplus::Logger& logger, log4cplus::LogLevel level, const Place& place, const char* format, ...)
     KELTA_PRINTF(4, 5);
 
-/// Logs a line (UTF-8) as it stands, at INFO.
+/// Logs a line (UTF-8) at INFO without a prefix. Its tabs stay; other control characters are escaped.
 void writePlain(log4cplus::Logger& logger, const std::string& line);
 
 inline const char* truth(bool value) { return value ? "true" : "false"; }

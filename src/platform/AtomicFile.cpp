@@ -5,7 +5,6 @@
 #include <mutex>
 #include <set>
 
-#include "platform/Folders.h"
 #include "platform/Random.h"
 #include "platform/Text.h"
 
@@ -117,44 +116,52 @@ bool isAbandoned(const std::string& name) {
   return parts.process == processId() ? !isOwn(name) : !processRuns(parts.process);
 }
 
-AtomicFile::AtomicFile(const boost::filesystem::path& target, bool ownerOnly) : target_(target), ownerOnly_(ownerOnly) {
+AtomicFile::AtomicFile(const boost::filesystem::path& target, bool ownerOnly)
+    : AtomicFile(OpenFolder(target.parent_path()), target.filename(), ownerOnly) {}
+
+AtomicFile::AtomicFile(OpenFolder folder, boost::filesystem::path name, bool ownerOnly)
+    : folder_(std::move(folder)), name_(std::move(name)), ownerOnly_(ownerOnly) {
   for (int attempt = 1; !file_; ++attempt) {
-    const std::string name = temporaryName();
-    temporary_ = target.parent_path() / pathOf(std::wstring(name.begin(), name.end()));
+    const std::string fresh = temporaryName();
+    temporary_ = folder_.path() / pathOf(std::wstring(fresh.begin(), fresh.end()));
     try {
-      file_ = std::make_unique<File>(temporary_, File::Mode::createNew);
+      file_ = std::make_unique<File>(folder_.open(temporary_.filename(), File::Mode::createNew));
+      id_ = file_->id();
     } catch (const boost::filesystem::filesystem_error& error) {
-      forgetTemporaryName(name);
+      forgetTemporaryName(fresh);
       if (attempt >= kNameAttempts || error.code() != boost::system::errc::file_exists) throw;
     }
   }
-  if (ownerOnly_) restrictToOwner(temporary_);
+  if (ownerOnly_) file_->restrictToOwner();
 }
 
 AtomicFile::~AtomicFile() {
   file_.reset();
-  boost::system::error_code ignored;
-  if (!committed_) removeEntry(temporary_, ignored);
-  forgetTemporaryName(utf8(temporary_.filename()));
+  const boost::filesystem::path name = temporary_.filename();
+  try {
+    if (!committed_) folder_.removeFile(name, folder_.look(name).id);
+  } catch (const boost::filesystem::filesystem_error&) {  // a later sweep will
+  }
+  forgetTemporaryName(utf8(name));
 }
 
 void AtomicFile::finish() {
-  if (!ownerOnly_) giveNormalRights(temporary_, target_);
+  if (!ownerOnly_) folder_.giveNormalRights(*file_, name_);
   file_->flushToDisk();
   file_->close();
 }
 
 void AtomicFile::commit() {
   finish();
-  replaceFile(temporary_, target_);
+  folder_.replace(temporary_.filename(), id_, folder_, name_);
   committed_ = true;
-  syncFolder(target_.parent_path());
+  folder_.sync();
 }
 
 bool AtomicFile::commitNew() {
   finish();
-  committed_ = moveFile(temporary_, target_);
-  syncFolder(target_.parent_path());
+  committed_ = folder_.move(temporary_.filename(), id_, folder_, name_);
+  folder_.sync();
   return committed_;
 }
 

@@ -5,20 +5,23 @@
 #include <memory>
 #include <string>
 
-#include "platform/Files.h"
+#include "platform/OpenFolder.h"
 
 namespace Kelta {
 namespace platform {
 
 /// Writes a whole file so that under its name there is always the old content or the new, complete
 /// one, whatever happens in between. The temporary file stands in the target's folder under a name
-/// that isTemporaryName() knows and every scan ignores.
+/// that isTemporaryName() knows and every scan ignores. What others put in its place is neither followed nor taken for
+/// it.
 class AtomicFile {
 public:
   /// Creates the temporary file, for its owner alone. Throws filesystem_error. With `ownerOnly` commit() leaves its
-  /// rights as they are; else it gives it those of the file it replaces, or of any new file.
+  /// rights as they are; else it gives it those of the file it replaces, or of any new file. The path's folder may be
+  /// reached through links.
   explicit AtomicFile(const boost::filesystem::path& target, bool ownerOnly = false);
-  /// Removes the temporary file unless commit() succeeded.
+  AtomicFile(OpenFolder folder, boost::filesystem::path name, bool ownerOnly = false);
+  /// Removes what stands under the temporary name, unless commit() succeeded.
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
@@ -33,9 +36,11 @@ public:
 private:
   void finish();
 
-  boost::filesystem::path target_;
+  OpenFolder folder_;
+  boost::filesystem::path name_;
   boost::filesystem::path temporary_;
   std::unique_ptr<File> file_;
+  EntryId id_;
   bool ownerOnly_;
   bool committed_ = false;
 };

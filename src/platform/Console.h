@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace Kelta {
@@ -36,6 +37,10 @@ void surviveClosedPipes();
 
 /// Whether a person reads standard output (false: a file or a pipe).
 bool outputIsTerminal();
+
+/// How many columns the terminal has that standard output goes to; it then takes escape sequences. 0 where there is
+/// none that does: a file, a pipe, an old console.
+std::size_t terminalColumns();
 
 /// Calls `handler` on Ctrl-C and on a request to terminate, on a thread of the platform's own, at most once.
 void onTerminate(void (*handler)());

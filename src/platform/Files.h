@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <boost/system/error_code.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -26,6 +27,15 @@ struct FileStamp {
   }
 };
 
+/// What tells an entry from every other one of this machine for as long as it exists, whatever it is called.
+struct EntryId {
+  std::uint64_t volume = 0;
+  std::uint64_t number = 0;
+
+  bool operator==(const EntryId& other) const { return volume == other.volume && number == other.number; }
+  bool operator!=(const EntryId& other) const { return !(*this == other); }
+};
+
 /// Never throws; symbolic links are not followed.
 FileStamp stampOf(const boost::filesystem::path& path);
 
@@ -48,12 +58,31 @@ void replaceFile(const boost::filesystem::path& from, const boost::filesystem::p
 /// under `to` already. Throws filesystem_error.
 bool moveFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
+/// Puts the file `from` in the place of the file `to`, and what stood there in the place of `from`, so that it can
+/// still be looked at. False, with nothing done, where the system cannot. Throws filesystem_error (across volumes:
+/// errc::cross_device_link; no `to`: errc::no_such_file_or_directory).
+///
+/// One step, but for Windows. There, ended in the middle, it leaves what stood under `to` beside it under a name that
+/// any program sees, "x (replaced 1a2b3c4d).txt" for "x.txt", so that the next scan finds it as a file of its own; `to`
+/// is then the new file or, for an instant, missing. What stood there is kept under that name too when it cannot be
+/// moved to `from`: the error names it.
+bool exchangeFiles(const boost::filesystem::path& from, const boost::filesystem::path& to);
+
 /// Makes a rename or a deletion in `folder` durable, where the system can.
 void syncFolder(const boost::filesystem::path& folder);
+
+/// Whether a file call that was refused for this reason may succeed a few seconds later: not for want of rights or of
+/// space.
+bool mayPassSoon(const boost::system::error_code& error);
 
 /// Whether another program holds the file so that it cannot be read consistently now.
 /// Never opens anything but an ordinary file, and never waits.
 bool isLocked(const boost::filesystem::path& path);
+
+/// Whether any program, this one included, has the file open for writing or mapped so, as far as the system tells: of
+/// files of other users, and on network and some other file systems, it may not. Never waits; a program that opens the
+/// file for writing at that very moment is held up for some microseconds. Signals of the host's are left alone.
+bool isOpenForWriting(const boost::filesystem::path& path);
 
 /// Whether the folder is a recycle bin, of the user's or of a volume.
 bool isRecycleBin(const boost::filesystem::path& folder);
@@ -68,14 +97,16 @@ void setHidden(const boost::filesystem::path& path);
 bool recycle(const boost::filesystem::path& path, bool* canceled = nullptr);
 
 enum class Recycled { yes, no, noBin };
-/// The same for what must not be lost: where there is no recycle bin, the file stays where it is.
-Recycled moveToRecycleBin(const boost::filesystem::path& file);
+/// The same for what must not be lost: where there is no recycle bin, the file stays where it is. With `judged` only
+/// that goes: a file that was saved at the last moment comes back to its place, if nothing new stands there.
+Recycled moveToRecycleBin(const boost::filesystem::path& file, const FileStamp* judged = nullptr,
+                          bool* canceled = nullptr);
 
-/// Restricts a file or a folder to its owner, where the file system can. False when it refuses.
+/// Restricts a file or a folder to its owner, where the file system can. False when it refuses; a link is never
+/// followed.
 bool restrictToOwner(const boost::filesystem::path& path);
 
-/// Gives the file `fresh`, made for its owner alone, the rights it is to have as `target`: those of the file
-/// it will replace (on Windows also its read-only, hidden and system marks), else those of any new file there.
+/// As OpenFolder::giveNormalRights(), for the file that stands under `fresh`; a link is not followed.
 void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target);
 
 /// Gives a new file that came from another folder the rights that its folder hands down, where folders do that.
@@ -98,6 +129,7 @@ class File {
 public:
   enum class Mode {
     read,       ///< an existing file, shared with readers, writers and deleters
+    adjust,     ///< the same, and its time and rights may be set
     createNew,  ///< a file that must not be there yet, for reading and writing; for the owner alone where files have
                 ///< modes
   };
@@ -118,11 +150,16 @@ public:
   void flushToDisk();
   /// Closes, and throws when that fails. The destructor closes silently.
   void close();
-  /// The stamp of the open file itself, whatever now stands under its name.
+  /// The stamp and the identity of the open file itself, whatever now stands under its name.
   FileStamp stamp();
+  EntryId id();
+  /// As platform::restrictToOwner().
+  bool restrictToOwner();
 
 private:
+  friend class OpenFolder;
   struct Impl;
+  explicit File(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> impl_;
 };
 

@@ -24,6 +24,9 @@ public:
   /// Waits without a limit for the next changes and appends their full paths: the folder as it was given, the system's
   /// separator, and the name relative to the folder. A path may be told more than once.
   virtual Event wait(std::vector<std::wstring>& paths) = 0;
+  /// Whether there are folders that the system refuses to watch, so that `lost` comes now and then in place of their
+  /// changes. On the thread that opens and waits.
+  virtual bool isIncomplete() const { return false; }
   /// Makes wait() return `stopped`, now or when it is called.
   virtual void stop() = 0;
 };

@@ -3,6 +3,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <boost/system/error_code.hpp>
+#include <string>
 #include <vector>
 
 #include "platform/Files.h"
@@ -41,6 +42,10 @@ void removeTree(const boost::filesystem::path& path, boost::system::error_code& 
 
 /// The folder as the system finds it: absolute, with links and ".." resolved as far as it exists.
 boost::filesystem::path realFolder(const boost::filesystem::path& folder, boost::system::error_code& error);
+
+/// What tells the folder from every other one that this system has had, also of the same path; empty when the system
+/// does not tell. A volume may show others the next time it is there.
+std::string identityOf(const boost::filesystem::path& folder);
 
 /// Whether both paths lead to the same file; false when one of them leads to none.
 bool sameEntry(const boost::filesystem::path& a, const boost::filesystem::path& b);

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 namespace Kelta {
 namespace platform {
@@ -31,10 +30,6 @@ std::uint64_t processId();
 
 /// Whether a process of that number runs on this machine; true when in doubt.
 bool processRuns(std::uint64_t id);
-
-/// When the process of that number started, as a word that no later process of the same number has; empty when it
-/// cannot be told.
-std::string processStart(std::uint64_t id);
 
 }  // namespace platform
 }  // namespace Kelta

@@ -48,6 +48,7 @@ void WatchThread::run(std::promise<void>& watching) {
   } catch (const std::exception&) {
     opened = false;
   }
+  incomplete_ = notifications_->isIncomplete();
   watching.set_value();
   try {
     if (opened) watch();
@@ -62,6 +63,7 @@ void WatchThread::watch() {
   for (;;) {
     paths.clear();
     const Event event = notifications_->wait(paths);
+    incomplete_ = notifications_->isIncomplete();
     for (const std::wstring& path : paths) {
       if (stopping_) return;
       if (!isFolderId(path)) vars_->offer(folder_, path);

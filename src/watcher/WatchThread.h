@@ -28,6 +28,8 @@ public:
   /// Waits until it has ended.
   void join();
   bool hasEnded() const { return ended_; }
+  /// Whether the system refused to watch the folder, or folders below it.
+  bool isIncomplete() const { return incomplete_; }
 
 private:
   void run(std::promise<void>& watching);
@@ -38,6 +40,7 @@ private:
   const std::unique_ptr<platform::FolderNotifications> notifications_;
   std::atomic<bool> stopping_{false};
   std::atomic<bool> ended_{false};
+  std::atomic<bool> incomplete_{false};
   std::thread thread_;
 };
 

@@ -91,9 +91,17 @@ void Watcher::start() {
   const Lock lock(mutex_);
   dropEnded(threads_);
   dropEnded(leaving_);
+  refused_ = true;  // when this throws
   for (const std::wstring& folder : watchedFolders()) {
     if (!isWatched(folder)) threads_.push_back(std::make_unique<WatchThread>(folder, vars_, source_(folder)));
   }
+  refused_ = false;
+}
+
+bool Watcher::isIncomplete() {
+  const Lock lock(mutex_);
+  return refused_ || std::any_of(threads_.begin(), threads_.end(),
+                                 [](const std::unique_ptr<WatchThread>& thread) { return thread->isIncomplete(); });
 }
 
 void Watcher::end(bool wait) {

@@ -28,6 +28,8 @@ public:
   void start();
   /// Ends all watches; with `wait` no callback runs any more when it returns.
   void end(bool wait);
+  /// Whether the system refuses to watch some folder, for having no more of what that takes.
+  bool isIncomplete();
   /// What was gathered: the changed paths, or the folders that hold them. Where it is not known what changed below a
   /// folder, that folder stands among the paths, and among the folders with all the folders below it.
   std::vector<std::wstring> takeChanges();
@@ -41,6 +43,7 @@ private:
   std::mutex joining_;  ///< held while threads are waited for; taken before mutex_
   std::mutex mutex_;    ///< guards what follows; no watch thread takes it, and nobody waits with it
   bool foldersOnly_ = false;
+  bool refused_ = false;  ///< a folder could not be watched at all
   std::vector<std::wstring> folders_;
   std::vector<std::unique_ptr<WatchThread>> threads_;
   std::vector<std::unique_ptr<WatchThread>> leaving_;  ///< asked to stop, not waited for

@@ -114,6 +114,7 @@ public:
       queue->notify(type, message, more);
     };
     services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
+    services.shareWaits = [queue](const std::wstring& path, bool waits) { queue->noteShareWaits(path, waits); };
     handler_ = new CryptoSyncCopyHandler(services);
     pair_->setSyncCopyHandler(handler_);
     const auto wide = [](const fs::path& path) { return platform::wideOf(path); };
@@ -125,6 +126,7 @@ public:
     handler_->setTempFolder(wide(temp()));
     pair_->setStatePath(wide(state()));
     handler_->setQuarFolder(wide(state() / "quar"));
+    handler_->setStateFolder(wide(state()));
     handler_->setAssetKey(L"main", testKey());
     handler_->setFNE(names_);
     handler_->sweepTempFolder();

@@ -20,6 +20,7 @@ constexpr DWORD kRecallOnDataAccess = 0x00400000;
 std::atomic<bool> strict{false};
 std::atomic<int> placeholderOpens{0};
 std::wstring placeholder;
+std::wstring closedPlace;
 std::wstring reparsePoint;
 DWORD reparseTag = 0;
 std::set<std::wstring> readOnlyFolders;  ///< Wine marks files alone
@@ -80,6 +81,10 @@ BOOL WINAPI deleteFile(LPCWSTR path) {
   return !refused(path) && !markedReadOnly(path) && real<decltype(&DeleteFileW)>("DeleteFileW")(path);
 }
 BOOL WINAPI moveFile(LPCWSTR from, LPCWSTR to, DWORD flags) {
+  if (to == closedPlace) {
+    SetLastError(ERROR_SHARING_VIOLATION);
+    return FALSE;
+  }
   return !refused(from) && !refused(to) && !markedReadOnly(to) &&
          real<decltype(&MoveFileExW)>("MoveFileExW")(from, to, flags);
 }
@@ -131,6 +136,9 @@ Placeholder::Placeholder(const boost::filesystem::path& file) {
 }
 Placeholder::~Placeholder() { placeholder.clear(); }
 int Placeholder::opens() const { return placeholderOpens; }
+
+ClosedPlace::ClosedPlace(const boost::filesystem::path& path) { closedPlace = platform::callPath(path).native(); }
+ClosedPlace::~ClosedPlace() { closedPlace.clear(); }
 
 ReparsePoint::ReparsePoint(const boost::filesystem::path& folder, unsigned long tag) {
   reparsePoint = platform::callPath(folder).native();

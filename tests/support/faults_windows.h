@@ -31,5 +31,14 @@ public:
   ~ReparsePoint();
 };
 
+/// Nothing can be renamed to the path, as if a program held it.
+class ClosedPlace {
+public:
+  explicit ClosedPlace(const boost::filesystem::path& path);
+  ~ClosedPlace();
+  ClosedPlace(const ClosedPlace&) = delete;
+  ClosedPlace& operator=(const ClosedPlace&) = delete;
+};
+
 }  // namespace test
 }  // namespace Kelta

@@ -140,9 +140,9 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
     if (platform::sameEntry(addition.source, archive))
       fail(ArchiveFailure::badArgument, "an archive cannot be packed into itself");
   const fs::path place = behindLink(archive);
-  auto reader = std::make_unique<ArchiveReader>(place);
+  auto reader = std::make_unique<ArchiveReader>(place, rules_);
   if (expected_ && !reader->file().stamp().sameContent(*expected_))
-    fail(ArchiveFailure::cannotRead, "the archive was changed meanwhile");
+    fail(ArchiveFailure::changed, "the archive was changed meanwhile");
   if ((updateOption_ & kMustOpen) != 0) requireOpening(*reader);
   OutputFile out(place);
   ArchiveWriter writer(out);
@@ -151,7 +151,7 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
   writer.finish();
   if ((updateOption_ & kKeepTime) != 0) out.setLastWriteTime(reader->file().stamp().nanoseconds);
   out.flushToDisk();
-  if (!reader->file().standsUnchangedAt(place)) fail(ArchiveFailure::cannotRead, "the archive was changed meanwhile");
+  if (!reader->file().standsUnchangedAt(place)) fail(ArchiveFailure::changed, "the archive was changed meanwhile");
   reader.reset();  // an open file cannot be replaced everywhere
   out.commit();
   pending_.clear();
@@ -159,7 +159,7 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
 
 void ArchiveEngine::extract(const fs::path& archive, const std::string& pattern, const fs::path& folder) {
   done_ = 0;
-  ArchiveReader reader(archive);
+  ArchiveReader reader(archive, rules_);
   const bool all = pattern == "*";
   if (!all && reader.find(pattern) == nullptr) fail(ArchiveFailure::noEntry, "no entry of that name");
   for (const Entry& entry : reader.entries())
@@ -187,18 +187,9 @@ void ArchiveEngine::extractEntry(ArchiveReader& reader, const Entry& entry, cons
   out.commit();
 }
 
-bool ArchiveEngine::opens(const fs::path& archive, const std::string& name, const std::string& password) {
-  ArchiveReader reader(archive);
-  const Entry* entry = reader.find(name);
-  if (entry == nullptr) fail(ArchiveFailure::noEntry, "no entry of that name");
-  EntryReader content(reader.file(), *entry);
-  if (!content.needsPassword()) fail(ArchiveFailure::damaged, name + " is not encrypted");
-  return content.unlock(password);
-}
-
 std::string ArchiveEngine::extractText(const fs::path& archive, const std::string& name, std::size_t limit) {
   done_ = 0;
-  ArchiveReader reader(archive);
+  ArchiveReader reader(archive, rules_);
   const Entry* entry = reader.find(name);
   if (entry == nullptr) fail(ArchiveFailure::noEntry, "no entry of that name");
   if (entry->size > limit) fail(ArchiveFailure::unsupported, "the entry is too large to be read whole");

@@ -42,6 +42,8 @@ public:
   /// kReplaceFiles, kOnlyEncrypted, both or 0.
   void setExtractOption(unsigned option) { extractOption_ = option; }
 
+  /// How archives are read; by default as strictly as they are written.
+  void setReadingRules(const ReadingRules& rules) { rules_ = rules; }
   /// kKeepTime, kMustOpen, both or 0.
   void setUpdateOption(unsigned option) { updateOption_ = option; }
   /// The archive as the caller knows it: an update fails with "cannotRead" when another stands there by now.
@@ -62,8 +64,6 @@ public:
   /// entry of exactly that name ("noEntry" when there is none). Each file appears when it has been checked.
   void extract(const boost::filesystem::path& archive, const std::string& pattern,
                const boost::filesystem::path& folder);
-  /// Whether the password opens the entry, which must be encrypted ("damaged"); none of its content is decrypted.
-  bool opens(const boost::filesystem::path& archive, const std::string& name, const std::string& password);
   /// The content of one entry of at most `limit` bytes; a larger one is "unsupported".
   std::string extractText(const boost::filesystem::path& archive, const std::string& name, std::size_t limit);
 
@@ -89,6 +89,7 @@ private:
   unsigned writeFlags_ = 0;
   unsigned extractOption_ = 0;
   unsigned updateOption_ = 0;
+  ReadingRules rules_;
   std::unique_ptr<platform::FileStamp> expected_;
   std::vector<Addition> pending_;
   SecretText password_;  ///< the last answer of the listener

@@ -20,8 +20,10 @@ constexpr std::uint64_t kLargestDirectory = 16 * 1024 * 1024;
 
 }  // namespace
 
-ArchiveReader::ArchiveReader(const boost::filesystem::path& archive) : file_(archive) {
-  const Directory directory = findDirectory(file_);
+ArchiveReader::ArchiveReader(const boost::filesystem::path& archive, const ReadingRules& rules)
+    : rules_(rules), file_(archive) {
+  const Directory directory = findDirectory(file_, rules_.additions);
+  if (directory.entries > rules_.entries) throw ArchiveError(ArchiveFailure::foreign, "too many entries");
   readDirectory(directory);
   checkNames();
   checkLayout(directory.offset);
@@ -39,8 +41,12 @@ void ArchiveReader::readDirectory(const Directory& directory) {
   Bytes bytes(static_cast<std::size_t>(directory.size));
   file_.readExactly(directory.offset, bytes.data(), bytes.size());
   FieldReader fields(bytes.data(), bytes.size());
-  while (fields.left() > 0) entries_.push_back(parseCentralRecord(fields));
-  if (entries_.size() != directory.entries) damaged("the directory holds another number of entries");
+  while (fields.left() > 0 && entries_.size() < directory.entries) {
+    entries_.push_back(parseCentralRecord(fields));
+    entries_.back().headerOffset += directory.shift;
+  }
+  if (fields.left() > 0 || entries_.size() != directory.entries)
+    damaged("the directory holds another number of entries");
 }
 
 void ArchiveReader::checkNames() const {
@@ -51,7 +57,7 @@ void ArchiveReader::checkNames() const {
       throw ArchiveError(claimed ? ArchiveFailure::damaged : ArchiveFailure::unsupported, "a name that is not UTF-8");
     }
     checkEntryName(entry.name);
-    if (!seen.insert(foldedName(entry.name)).second) damaged("two entries of one name");
+    if (!seen.insert(foldedName(entry.name)).second && !rules_.additions) damaged("two entries of one name");
   }
 }
 
@@ -60,7 +66,8 @@ void ArchiveReader::checkLayout(std::uint64_t directoryOffset) {
   for (Entry& entry : entries_) byOffset.push_back(&entry);
   std::sort(byOffset.begin(), byOffset.end(),
             [](const Entry* a, const Entry* b) { return a->headerOffset < b->headerOffset; });
-  if ((byOffset.empty() ? directoryOffset : byOffset[0]->headerOffset) != 0) damaged("data before the first entry");
+  const std::uint64_t first = byOffset.empty() ? directoryOffset : byOffset[0]->headerOffset;
+  if (first != 0 && !rules_.additions) damaged("data before the first entry");
   for (std::size_t i = 0; i < byOffset.size(); ++i) {
     Entry& entry = *byOffset[i];
     entry.endOffset = i + 1 < byOffset.size() ? byOffset[i + 1]->headerOffset : directoryOffset;

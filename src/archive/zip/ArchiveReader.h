@@ -11,12 +11,20 @@
 namespace Kelta {
 namespace zip {
 
+/// What an archive may be beyond what the format's writers make.
+struct ReadingRules {
+  /// Bytes in front of the first entry and behind the end record, and several entries of one name, are passed over:
+  /// tools add them to archives that are otherwise whole.
+  bool additions = false;
+  std::uint64_t entries = ~std::uint64_t(0);  ///< more are "foreign", before any is read
+};
+
 /// An archive opened for reading. The constructor checks everything but the entries' data: the records must
 /// fill the file without gap or overlap, both headers of an entry agree, names are safe and differ in more
 /// than case. A central directory of more than 16 MiB is "unsupported".
 class ArchiveReader {
 public:
-  explicit ArchiveReader(const boost::filesystem::path& archive);
+  explicit ArchiveReader(const boost::filesystem::path& archive, const ReadingRules& rules = ReadingRules());
 
   /// In the order of the directory.
   const std::vector<Entry>& entries() const { return entries_; }
@@ -29,6 +37,7 @@ private:
   void checkNames() const;
   void checkLayout(std::uint64_t directoryOffset);
 
+  ReadingRules rules_;
   InputFile file_;
   std::vector<Entry> entries_;
 };
@@ -42,6 +51,8 @@ public:
 
   /// Whether unlock() must succeed before read().
   bool needsPassword() const { return entry_.encrypted(); }
+  /// What a password must open; of an encrypted entry.
+  const DecryptionHeader& lock() const { return header_; }
   /// False when the password is not the one; another may be tried.
   bool unlock(const std::string& password);
   /// Fills the buffer; fewer bytes only at the end. By then size, padding and CRC have been checked: whatever does not

@@ -105,7 +105,7 @@ void ArchiveWriter::pump(InputFile& source, Entry& entry, ByteSink& first, const
     if (done) done(got);
   }
   if (position != entry.size || source.changed())
-    throw ArchiveError(ArchiveFailure::cannotRead, "the file changed while it was packed");
+    throw ArchiveError(ArchiveFailure::changed, "the file changed while it was packed");
   first.finish();
 }
 

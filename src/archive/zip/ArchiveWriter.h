@@ -19,7 +19,7 @@ public:
   explicit ArchiveWriter(OutputFile& out) : out_(out) {}
 
   /// Packs a whole file; `password` is used when the options encrypt. A source that changes meanwhile
-  /// throws "cannotRead".
+  /// throws "changed".
   void add(const std::string& name, InputFile& source, const EntryOptions& options, const std::string& password,
            const BufferDone& done);
   /// Copies an entry of another archive, headers and data, byte for byte. Entries are copied in the order of their

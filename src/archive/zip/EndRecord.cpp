@@ -15,11 +15,13 @@ constexpr std::size_t kLargestComment = 0xFFFF;
 
 [[noreturn]] void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
 
-bool endsFile(const unsigned char* at, std::size_t size) {
+/// Whether an end record stands there; with `additions` something may follow its comment.
+bool isEndRecord(const unsigned char* at, std::size_t size, bool additions) {
   FieldReader fields(at, size);
   if (fields.u32() != kEndSignature) return false;
   fields.take(kEndSize - 6);
-  return fields.u16() == size - kEndSize;
+  const std::size_t comment = fields.u16();
+  return comment == size - kEndSize || (additions && comment < size - kEndSize);
 }
 
 /// Nothing ends this file: tells a torn archive from something else by the way it begins.
@@ -30,15 +32,21 @@ bool endsFile(const unsigned char* at, std::size_t size) {
   throw ArchiveError(ArchiveFailure::notAnArchive, "not a zip archive");
 }
 
-/// Position of the end record.
-std::uint64_t findEnd(InputFile& file) {
+/// Position of the end record: of one that closes the file, or else of the last one.
+std::uint64_t findEnd(InputFile& file, bool additions) {
   const std::uint64_t size = file.size();
-  for (const std::size_t window : {kEndSize, kEndSize + kLargestComment}) {
-    Bytes tail(static_cast<std::size_t>(std::min<std::uint64_t>(size, window)));
-    file.readExactly(size - tail.size(), tail.data(), tail.size());
+  Bytes tail;
+  const auto find = [&](bool more) {
     for (std::size_t left = kEndSize; left <= tail.size(); ++left)
-      if (endsFile(tail.data() + tail.size() - left, left)) return size - left;
+      if (isEndRecord(tail.data() + tail.size() - left, left, more)) return left;
+    return std::size_t(0);
+  };
+  for (const std::size_t window : {kEndSize, kEndSize + kLargestComment}) {
+    tail.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size, window)));
+    file.readExactly(size - tail.size(), tail.data(), tail.size());
+    if (const std::size_t left = find(false)) return size - left;
   }
+  if (const std::size_t left = additions ? find(true) : 0) return size - left;
   noEndRecord(file);
 }
 
@@ -69,8 +77,8 @@ bool agrees(std::uint64_t field, std::uint64_t full, std::uint64_t value) { retu
 
 }  // namespace
 
-Directory findDirectory(InputFile& file) {
-  const std::uint64_t end = findEnd(file);
+Directory findDirectory(InputFile& file, bool additions) {
+  const std::uint64_t end = findEnd(file, additions);
   unsigned char record[kEndSize];
   file.readExactly(end, record, sizeof record);
   FieldReader fields(record, sizeof record);
@@ -94,7 +102,10 @@ Directory findDirectory(InputFile& file) {
       return large;
     }
   }
-  if (directory.offset > end || directory.size != end - directory.offset) damaged("a misplaced directory");
+  if (directory.offset > end || directory.size > end - directory.offset) damaged("a misplaced directory");
+  directory.shift = end - directory.offset - directory.size;
+  if (directory.shift != 0 && !additions) damaged("a misplaced directory");
+  directory.offset += directory.shift;
   return directory;
 }
 

@@ -20,7 +20,7 @@ auto asArchiveError(ArchiveFailure failure, Operation operation) -> decltype(ope
   try {
     return operation();
   } catch (const fs::filesystem_error& error) {
-    throw ArchiveError(failure, platform::utf8(error.path1()) + ": " + error.code().message());
+    throw ArchiveError(failure, platform::utf8(error.path1()) + ": " + error.code().message(), error.code());
   }
 }
 
@@ -81,7 +81,7 @@ const fs::path& checkedTarget(const fs::path& target) {
 
 OutputFile::OutputFile(const fs::path& target) try : file_(checkedTarget(target)) {
 } catch (const fs::filesystem_error& error) {
-  throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(target) + ": " + error.code().message());
+  throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(target) + ": " + error.code().message(), error.code());
 }
 
 void OutputFile::write(const unsigned char* data, std::size_t size) {

@@ -75,11 +75,12 @@ struct Directory {
   std::uint64_t entries = 0;
   std::uint64_t offset = 0;
   std::uint64_t size = 0;
+  std::uint64_t shift = 0;  ///< what every offset in the archive lacks, since it was put behind something else
 };
 
-/// Finds the central directory through the end record, which must close the file. Throws "notAnArchive", "damaged"
-/// or "unsupported".
-Directory findDirectory(InputFile& file);
+/// Finds the central directory through the end record, which must close the file; with `additions` other bytes may
+/// stand behind it (up to 64 KiB) and in front of the archive. Throws "notAnArchive", "damaged" or "unsupported".
+Directory findDirectory(InputFile& file, bool additions = false);
 
 Entry parseCentralRecord(FieldReader& directory);
 

@@ -4,9 +4,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -42,6 +45,8 @@ std::size_t lengthByLead(int lead) {
   if (lead < 0xE0) return 2;
   return lead < 0xF0 ? 3 : 4;
 }
+
+constexpr std::size_t kUsualColumns = 80;
 
 int terminationPipe[2] = {-1, -1};
 
@@ -129,6 +134,13 @@ void useUtf8Output() {}
 void surviveClosedPipes() { signal(SIGPIPE, SIG_IGN); }
 
 bool outputIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
+
+std::size_t terminalColumns() {
+  const char* const kind = std::getenv("TERM");
+  if (!outputIsTerminal() || kind == nullptr || *kind == '\0' || std::strcmp(kind, "dumb") == 0) return 0;
+  struct winsize size {};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualColumns;
+}
 
 void onTerminate(void (*handler)()) {
   static std::once_flag once;

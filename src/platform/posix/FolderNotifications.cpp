@@ -64,6 +64,8 @@ public:
     return event;
   }
 
+  bool isIncomplete() const override { return tree_.isIncomplete(); }
+
   void stop() override { eventfd_write(stop_.number(), 1); }
 
 private:

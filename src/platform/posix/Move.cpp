@@ -5,27 +5,54 @@
 #include <fcntl.h>
 #include <stdio.h>
 
-#include <boost/filesystem/exception.hpp>
-
-#include "platform/Files.h"
+#include "platform/posix/FileImpl.h"
 
 namespace Kelta {
 namespace platform {
 
-int renameWithoutReplacing(const boost::filesystem::path& from, const boost::filesystem::path& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
+namespace {
+
+bool isThere(int folder, const boost::filesystem::path& name) {
+  struct stat status {};
+  return fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
+}  // namespace
+
+bool isUnknownRename(int error) { return error == EINVAL || error == ENOSYS; }
+
+int renameWithoutReplacing(int fromFolder, const boost::filesystem::path& from, int toFolder,
+                           const boost::filesystem::path& to) {
+  if (renameat2(fromFolder, from.c_str(), toFolder, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (!isUnknownRename(errno)) return errno;
   // The file system cannot do both in one step.
-  if (stampOf(to).kind != Kind::missing) return EEXIST;
-  return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+  if (isThere(toFolder, to)) return EEXIST;
+  return renameat(fromFolder, from.c_str(), toFolder, to.c_str()) == 0 ? 0 : errno;
+}
+
+int renameWithoutReplacing(const boost::filesystem::path& from, const boost::filesystem::path& to) {
+  return renameWithoutReplacing(AT_FDCWD, from, AT_FDCWD, to);
+}
+
+int exchangeEntries(int fromFolder, const boost::filesystem::path& from, int toFolder,
+                    const boost::filesystem::path& to) {
+  return renameat2(fromFolder, from.c_str(), toFolder, to.c_str(), RENAME_EXCHANGE) == 0 ? 0 : errno;
+}
+
+void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) failWith("rename", from, to, errno);
 }
 
 bool moveFile(const boost::filesystem::path& from, const boost::filesystem::path& to) {
   const int error = renameWithoutReplacing(from, to);
-  if (error == EEXIST) return false;
-  if (error == 0) return true;
-  throw boost::filesystem::filesystem_error("rename", from, to,
-                                            boost::system::error_code(error, boost::system::system_category()));
+  if (error != 0 && error != EEXIST) failWith("rename", from, to, error);
+  return error == 0;
+}
+
+bool exchangeFiles(const boost::filesystem::path& from, const boost::filesystem::path& to) {
+  const int error = exchangeEntries(AT_FDCWD, from, AT_FDCWD, to);
+  if (error != 0 && !isUnknownRename(error)) failWith("exchange", from, to, error);
+  return error == 0;
 }
 
 }  // namespace platform

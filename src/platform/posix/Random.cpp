@@ -7,9 +7,7 @@
 #include <sys/random.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <limits>
-#include <sstream>
 
 namespace Kelta {
 namespace platform {
@@ -49,20 +47,6 @@ bool processRuns(std::uint64_t id) {
   if (id == 0) return true;  // to kill(), 0 is not a process but a group
   if (id > static_cast<std::uint64_t>(std::numeric_limits<pid_t>::max())) return false;
   return kill(static_cast<pid_t>(id), 0) == 0 || errno != ESRCH;
-}
-
-std::string processStart(std::uint64_t id) {
-  std::string status;
-  std::string boot;
-  std::getline(std::ifstream("/proc/" + std::to_string(id) + "/stat"), status, '\0');
-  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), boot);
-  // The second field, in parentheses, is a name of any kind; the start is the 22nd.
-  const std::size_t behindName = status.rfind(')');
-  if (behindName == std::string::npos || boot.empty()) return std::string();
-  std::istringstream fields(status.substr(behindName + 1));
-  std::string field;
-  for (int number = 3; number <= 22; ++number) fields >> field;
-  return fields ? boot + "/" + field : std::string();
 }
 
 }  // namespace platform

@@ -170,7 +170,13 @@ std::string nameInTrash(const fs::path& entry, int attempt) {
   return name + "." + std::to_string(word);
 }
 
-Outcome throwAway(const fs::path& entry, const Trash& trash) {
+// Whether what was thrown away is to stay there; otherwise it is back in its place.
+bool isRightOne(const fs::path& thrown, const fs::path& entry, const FileStamp* judged) {
+  if (!judged || stampOf(thrown).sameContent(*judged)) return true;
+  return renameWithoutReplacing(thrown, entry) != 0;
+}
+
+Outcome throwAway(const fs::path& entry, const Trash& trash, const FileStamp* judged) {
   const std::string text = infoFor(entry, trash);
   for (int attempt = 1; attempt <= kNameAttempts; ++attempt) {
     const std::string name = nameInTrash(entry, attempt);
@@ -182,6 +188,10 @@ Outcome throwAway(const fs::path& entry, const Trash& trash) {
       return outcomeOf(error.code().value());
     }
     const int error = renameWithoutReplacing(entry, trash.folder / "files" / name);
+    if (error == 0 && !isRightOne(trash.folder / "files" / name, entry, judged)) {
+      unlink(info.c_str());
+      return Outcome::failed;
+    }
     if (error == 0) {
       syncFolder(trash.folder / "files");
       syncFolder(trash.folder / "info");
@@ -201,11 +211,13 @@ fs::path fullPath(const fs::path& path) {
 
 }  // namespace
 
-Recycled moveToRecycleBin(const boost::filesystem::path& file) try {
+Recycled moveToRecycleBin(const boost::filesystem::path& file, const FileStamp* judged, bool* canceled) try {
+  if (canceled) *canceled = false;
+  if (judged && !stampOf(file).sameContent(*judged)) return Recycled::no;
   const fs::path entry = fullPath(file);
   Trash trash;
   Outcome outcome = findTrash(entry, trash);
-  if (outcome == Outcome::done) outcome = throwAway(entry, trash);
+  if (outcome == Outcome::done) outcome = throwAway(entry, trash, judged);
   if (outcome == Outcome::unsuitable) return Recycled::noBin;
   return outcome == Outcome::done ? Recycled::yes : Recycled::no;
 } catch (const std::exception&) {

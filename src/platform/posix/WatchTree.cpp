@@ -33,6 +33,7 @@ struct FolderCloser {
 
 bool WatchTree::addRoot(const std::string& folder) {
   root_ = inotify_add_watch(inotify_, folder.c_str(), kChanges);
+  incomplete_ = root_ < 0 && (errno == ENOSPC || errno == ENOMEM);
   if (root_ < 0) return false;
   folders_[root_] = folder;
   watches_[folder] = root_;

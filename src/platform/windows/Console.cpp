@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -108,6 +109,15 @@ void surviveClosedPipes() {}
 bool outputIsTerminal() {
   DWORD mode = 0;
   return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != 0;
+}
+
+std::size_t terminalColumns() {
+  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+  DWORD mode = 0;
+  CONSOLE_SCREEN_BUFFER_INFO screen{};
+  if (!GetConsoleMode(output, &mode) || !SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING)) return 0;
+  if (!GetConsoleScreenBufferInfo(output, &screen)) return 0;
+  return static_cast<std::size_t>(std::max(screen.srWindow.Right - screen.srWindow.Left + 1, 0));
 }
 
 void onTerminate(void (*handler)()) {

@@ -7,29 +7,22 @@
 
 #include <array>
 
+#include "platform/Folders.h"
 #include "platform/Text.h"
-#include "platform/windows/Native.h"
+#include "platform/windows/FileImpl.h"
 
 namespace Kelta {
 namespace platform {
 
 namespace {
 
+constexpr int kDiskQuotaExceeded = 1295;  // not in every SDK
+
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kRecallOnOpen = 0x00040000;
 constexpr DWORD kRecallOnDataAccess = 0x00400000;
 /// The content is elsewhere; opening the file could fetch it.
 constexpr DWORD kNotHere = FILE_ATTRIBUTE_OFFLINE | kRecallOnOpen | kRecallOnDataAccess;
-
-constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
-
-constexpr int kReplaceAttempts = 5;
-constexpr DWORD kFirstPauseMilliseconds = 10;
-
-/// What a virus scanner or an indexer that has the file open for a moment leads to.
-bool mayPass(DWORD error) {
-  return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
-}
 
 std::uint64_t joined(DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; }
 
@@ -53,53 +46,36 @@ FileStamp stampOf(const boost::filesystem::path& path) {
   return stamp;
 }
 
+bool lookAtHandle(void* handle, FileStamp& stamp, EntryId& id) {
+  BY_HANDLE_FILE_INFORMATION data{};
+  if (!GetFileInformationByHandle(handle, &data)) return false;
+  stamp.kind = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? Kind::folder : Kind::file;
+  stamp.nanoseconds = nanosecondsOf(joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime));
+  stamp.size = joined(data.nFileSizeHigh, data.nFileSizeLow);
+  id.volume = data.dwVolumeSerialNumber;
+  id.number = joined(data.nFileIndexHigh, data.nFileIndexLow);
+  return true;
+}
+
+Handle openToLook(const std::wstring& nativePath) {
+  return handleOf(CreateFileW(nativePath.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+std::string identityOf(const boost::filesystem::path& folder) {
+  const Handle handle = handleOf(CreateFileW(nativePath(folder).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                             OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  BY_HANDLE_FILE_INFORMATION data{};
+  if (!handle || !GetFileInformationByHandle(handle.get(), &data)) return std::string();
+  return std::to_string(data.dwVolumeSerialNumber) + ":" +
+         std::to_string(joined(data.nFileIndexHigh, data.nFileIndexLow));
+}
+
 bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds) {
   const Handle file =
       handleOf(CreateFileW(nativePath(path).c_str(), FILE_WRITE_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                            FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   return file && setWriteTime(file.get(), nanoseconds);
-}
-
-namespace {
-
-/// Takes the read-only mark off a file for as long as it lives: the system neither replaces nor removes such a file.
-class Writable {
-public:
-  explicit Writable(const std::wstring& native) : native_(native), attributes_(GetFileAttributesW(native.c_str())) {
-    if (marked()) cleared_ = SetFileAttributesW(native.c_str(), attributes_ & ~kReadOnly) != 0;
-  }
-  ~Writable() {
-    if (cleared_) SetFileAttributesW(native_.c_str(), attributes_);
-  }
-  Writable(const Writable&) = delete;
-  Writable& operator=(const Writable&) = delete;
-  /// The file is not there any more.
-  void release() { cleared_ = false; }
-
-private:
-  bool marked() const {
-    constexpr DWORD folderOrMark = kReadOnly | FILE_ATTRIBUTE_DIRECTORY;
-    return attributes_ != INVALID_FILE_ATTRIBUTES && (attributes_ & folderOrMark) == kReadOnly;
-  }
-  std::wstring native_;
-  DWORD attributes_;
-  bool cleared_ = false;
-};
-
-}  // namespace
-
-void replaceFile(const boost::filesystem::path& from, const boost::filesystem::path& to) {
-  const std::wstring source = nativePath(from);
-  const std::wstring target = nativePath(to);
-  Writable former(target);
-  DWORD pause = kFirstPauseMilliseconds;
-  for (int attempt = 1;; ++attempt, pause *= 2) {
-    if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) break;
-    const DWORD error = GetLastError();
-    if (attempt == kReplaceAttempts || !mayPass(error)) failNative("rename", to, error);
-    Sleep(pause);
-  }
-  former.release();
 }
 
 // Renames write through already.
@@ -123,6 +99,23 @@ bool isLocked(const boost::filesystem::path& path) {
   const DWORD error = GetLastError();
   return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
 }
+
+bool mayPassSoon(const boost::system::error_code& error) {
+  if (error.category() != boost::system::system_category()) return error != boost::system::errc::permission_denied;
+  switch (error.value()) {
+    case ERROR_ACCESS_DENIED:
+    case ERROR_WRITE_PROTECT:
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+    case kDiskQuotaExceeded:
+    case ERROR_FILENAME_EXCED_RANGE:
+      return false;
+    default:
+      return true;
+  }
+}
+
+bool isOpenForWriting(const boost::filesystem::path& path) { return isLocked(path); }
 
 void setHidden(const boost::filesystem::path& path) {
   const std::wstring native = nativePath(path);

@@ -4,8 +4,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "platform/Files.h"
-#include "platform/windows/Native.h"
+#include "platform/windows/FileImpl.h"
 
 namespace Kelta {
 namespace platform {
@@ -16,43 +15,77 @@ constexpr std::size_t kLargestTransfer = 1u << 30;
 
 DWORD transferOf(std::size_t size) { return static_cast<DWORD>(std::min(size, kLargestTransfer)); }
 
-HANDLE openFile(const std::wstring& path, File::Mode mode) {
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kRights = READ_CONTROL | WRITE_DAC;
+
+/// Shares on a network may grant all rights but those to the rights themselves.
+HANDLE openWithRights(const std::wstring& path, DWORD access, DWORD share, DWORD how, DWORD flags) {
+  const HANDLE opened = CreateFileW(path.c_str(), access | kRights, share, nullptr, how, flags, nullptr);
+  if (opened != INVALID_HANDLE_VALUE || GetLastError() != ERROR_ACCESS_DENIED) return opened;
+  return CreateFileW(path.c_str(), access, share, nullptr, how, flags, nullptr);
+}
+
+HANDLE openFile(const std::wstring& path, File::Mode mode, DWORD flags) {
+  // A link to nothing that stands under the name is no place for a new file.
   if (mode == File::Mode::createNew)
-    return CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                       CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-  return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return openWithRights(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW,
+                          FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT);
+  if (mode == File::Mode::adjust)
+    return openWithRights(path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING, flags);
+  return CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr);
+}
+
+bool sameFile(void* a, void* b) {
+  FileStamp stamp;
+  EntryId first;
+  EntryId second;
+  return lookAtHandle(a, stamp, first) && lookAtHandle(b, stamp, second) && first == second;
+}
+
+/// What is opened is what stands under the name itself. That may be a reparse point too: a file whose content is kept
+/// elsewhere, and which reads as itself.
+Handle openUnlinked(const boost::filesystem::path& path, File::Mode mode) {
+  const std::wstring native = nativePath(path);
+  const Handle looked = openToLook(native);
+  const Kind kind = looked ? stampOf(path).kind : Kind::unknown;
+  Handle opened = handleOf(openFile(native, mode, FILE_ATTRIBUTE_NORMAL));
+  if (!looked || !opened) return opened;  // the error is that of the open
+  if (kind == Kind::file && sameFile(looked.get(), opened.get())) return opened;
+  SetLastError(ERROR_CANT_ACCESS_FILE);
+  return nullptr;
 }
 
 }  // namespace
 
-struct File::Impl {
-  boost::filesystem::path path;
-  Handle handle;
-
-  [[noreturn]] void fail(const char* what) const { failNative(what, path, GetLastError()); }
-  HANDLE get(const char* what) const {
-    if (!handle) failNative(what, path, ERROR_INVALID_HANDLE);
-    return handle.get();
-  }
-  std::uint64_t move(std::uint64_t distance, DWORD method) const {
-    LARGE_INTEGER wanted{};
-    LARGE_INTEGER reached{};
-    if (distance > static_cast<std::uint64_t>(std::numeric_limits<LONGLONG>::max()))
-      failNative("seek", path, ERROR_NEGATIVE_SEEK);
-    wanted.QuadPart = static_cast<LONGLONG>(distance);
-    if (!SetFilePointerEx(get("seek"), wanted, &reached, method)) fail("seek");
-    return static_cast<std::uint64_t>(reached.QuadPart);
-  }
-};
-
-File::File(const boost::filesystem::path& path, Mode mode) : impl_(std::make_unique<Impl>()) {
-  impl_->path = path;
-  impl_->handle = handleOf(openFile(nativePath(path), mode));
-  if (!impl_->handle) impl_->fail("open");
+File::Impl::Impl(boost::filesystem::path file, Mode mode, Links links) : path(std::move(file)) {
+  const bool checked = links == Links::refused && mode != Mode::createNew;
+  handle = checked ? openUnlinked(path, mode) : handleOf(openFile(nativePath(path), mode, FILE_ATTRIBUTE_NORMAL));
+  if (!handle) fail("open");
   // Names such as "NUL" open a device in any folder.
-  if (GetFileType(impl_->handle.get()) != FILE_TYPE_DISK) failNative("open", path, ERROR_INVALID_NAME);
+  if (GetFileType(handle.get()) != FILE_TYPE_DISK) failNative("open", path, ERROR_INVALID_NAME);
 }
+
+void File::Impl::fail(const char* what) const { failNative(what, path, GetLastError()); }
+
+void* File::Impl::get(const char* what) const {
+  if (!handle) failNative(what, path, ERROR_INVALID_HANDLE);
+  return handle.get();
+}
+
+std::uint64_t File::Impl::move(std::uint64_t distance, DWORD method) const {
+  LARGE_INTEGER wanted{};
+  LARGE_INTEGER reached{};
+  if (distance > static_cast<std::uint64_t>(std::numeric_limits<LONGLONG>::max()))
+    failNative("seek", path, ERROR_NEGATIVE_SEEK);
+  wanted.QuadPart = static_cast<LONGLONG>(distance);
+  if (!SetFilePointerEx(get("seek"), wanted, &reached, method)) fail("seek");
+  return static_cast<std::uint64_t>(reached.QuadPart);
+}
+
+File::File(const boost::filesystem::path& path, Mode mode)
+    : File(std::make_unique<Impl>(path, mode, Links::followed)) {}
+
+File::File(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 
 File::~File() = default;
 File::File(File&&) noexcept = default;
@@ -105,15 +138,20 @@ void File::close() {
 }
 
 FileStamp File::stamp() {
-  BY_HANDLE_FILE_INFORMATION data{};
-  if (!GetFileInformationByHandle(impl_->get("stat"), &data)) impl_->fail("stat");
   FileStamp stamp;
-  stamp.kind = Kind::file;
-  stamp.nanoseconds = nanosecondsOf(static_cast<std::uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 |
-                                    data.ftLastWriteTime.dwLowDateTime);
-  stamp.size = static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
+  EntryId id;
+  if (!lookAtHandle(impl_->get("stat"), stamp, id)) impl_->fail("stat");
   return stamp;
 }
+
+EntryId File::id() {
+  FileStamp stamp;
+  EntryId id;
+  if (!lookAtHandle(impl_->get("stat"), stamp, id)) impl_->fail("stat");
+  return id;
+}
+
+bool File::restrictToOwner() { return restrictHandle(impl_->get("set rights")); }
 
 }  // namespace platform
 }  // namespace Kelta

@@ -15,6 +15,7 @@ namespace platform {
 namespace {
 
 constexpr wchar_t kSeparator = L'\\';
+constexpr int kAttempts = 5;
 const wchar_t kPrefix[] = L"\\\\?\\";
 const wchar_t kNetworkPrefix[] = L"\\\\?\\UNC\\";
 const wchar_t kDevicePrefix[] = L"\\\\.\\";
@@ -92,6 +93,15 @@ boost::filesystem::path callPath(const boost::filesystem::path& path) { return n
 void failNative(const char* what, const boost::filesystem::path& path, unsigned long error) {
   throw boost::filesystem::filesystem_error(
       what, path, boost::system::error_code(static_cast<int>(error), boost::system::system_category()));
+}
+
+bool Passing::waitsFor(unsigned long error) {
+  const bool passes = error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+  if (!passes || attempt_ == kAttempts) return false;
+  Sleep(milliseconds_);
+  milliseconds_ *= 2;
+  ++attempt_;
+  return true;
 }
 
 std::int64_t nanosecondsOf(std::uint64_t fileTime) {

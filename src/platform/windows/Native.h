@@ -35,6 +35,18 @@ std::wstring withoutPrefix(const std::wstring& nativePath);
 /// Throws filesystem_error for a system error code.
 [[noreturn]] void failNative(const char* what, const boost::filesystem::path& path, unsigned long error);
 
+/// What a virus scanner or an indexer that has a file open for a moment leads to passes: a few tries, ever further
+/// apart.
+class Passing {
+public:
+  /// True after a pause, when the call that failed is worth another try.
+  bool waitsFor(unsigned long error);
+
+private:
+  int attempt_ = 1;
+  unsigned long milliseconds_ = 10;
+};
+
 // File times count 100 ns from the start of 1601.
 std::int64_t nanosecondsOf(std::uint64_t fileTime);
 /// False when the moment lies before 1601.

@@ -51,14 +51,5 @@ bool processRuns(std::uint64_t id) {
   return WaitForSingleObject(process.get(), 0) != WAIT_OBJECT_0;
 }
 
-std::string processStart(std::uint64_t id) {
-  if (id > std::numeric_limits<DWORD>::max()) return std::string();
-  const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(id)));
-  FILETIME start{};
-  FILETIME other{};
-  if (!process || !GetProcessTimes(process.get(), &start, &other, &other, &other)) return std::string();
-  return std::to_string((static_cast<std::uint64_t>(start.dwHighDateTime) << 32) | start.dwLowDateTime);
-}
-
 }  // namespace platform
 }  // namespace Kelta

@@ -88,14 +88,16 @@ bool removeFolder(const std::wstring& native) {
 }  // namespace
 
 // The shell deletes for good what lies on a network drive or a removable one.
-Recycled moveToRecycleBin(const fs::path& file) {
+Recycled moveToRecycleBin(const fs::path& file, const FileStamp* judged, bool* canceled) {
+  if (canceled) *canceled = false;
   const std::wstring native = nativePath(file);
   std::wstring volume(native.size() + MAX_PATH, L'\0');
   if (GetVolumePathNameW(native.c_str(), &volume[0], static_cast<DWORD>(volume.size()))) {
     const UINT type = GetDriveTypeW(volume.c_str());
     if (type == DRIVE_REMOTE || type == DRIVE_REMOVABLE) return Recycled::noBin;
   }
-  return recycle(file) ? Recycled::yes : Recycled::no;
+  if (judged && !stampOf(file).sameContent(*judged)) return Recycled::no;
+  return recycle(file, canceled) ? Recycled::yes : Recycled::no;
 }
 
 bool recycle(const fs::path& path, bool* canceled) {

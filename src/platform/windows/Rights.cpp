@@ -4,10 +4,11 @@
 #include <aclapi.h>
 
 #include <array>
+#include <boost/filesystem/exception.hpp>
 #include <memory>
 
-#include "platform/Files.h"
-#include "platform/windows/Native.h"
+#include "platform/OpenFolder.h"
+#include "platform/windows/FileImpl.h"
 
 namespace Kelta {
 namespace platform {
@@ -49,61 +50,87 @@ LocalBlock<ACL> listForUserAlone(PSID user) {
   return LocalBlock<ACL>(list);
 }
 
-bool setList(std::wstring native, ACL* list, DWORD protection) {
-  return SetNamedSecurityInfoW(&native[0], SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | protection, nullptr, nullptr,
-                               list, nullptr) == ERROR_SUCCESS;
+bool setList(HANDLE handle, ACL* list, DWORD protection) {
+  return SetSecurityInfo(handle, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | protection, nullptr, nullptr, list,
+                         nullptr) == ERROR_SUCCESS;
 }
 
-bool hasEmptyList(std::wstring native) {
+bool hasEmptyList(HANDLE handle) {
   PACL list = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (GetNamedSecurityInfoW(&native[0], SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
-                            &descriptor) != ERROR_SUCCESS)
+  if (GetSecurityInfo(handle, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
+                      &descriptor) != ERROR_SUCCESS)
     return false;
   const LocalBlock<void> owned(descriptor);
   return list && list->AceCount == 0;
 }
 
 /// As it stands, with what it has from the folder: both files are in the same one in the end.
-void copyList(const std::wstring& from, const std::wstring& to) {
+void copyList(const std::wstring& from, HANDLE to) {
   DWORD size = 0;
   GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
   if (size == 0) return;
   const LocalBlock<void> descriptor(LocalAlloc(LMEM_FIXED, size));
   if (descriptor && GetFileSecurityW(from.c_str(), DACL_SECURITY_INFORMATION, descriptor.get(), size, &size))
-    SetFileSecurityW(to.c_str(), DACL_SECURITY_INFORMATION, descriptor.get());
+    SetKernelObjectSecurity(to, DACL_SECURITY_INFORMATION, descriptor.get());
+}
+
+/// Of the times that go along, zero leaves each as it is.
+void copyMarks(DWORD from, HANDLE to) {
+  FILE_BASIC_INFO info{};
+  if (!GetFileInformationByHandleEx(to, FileBasicInfo, &info, sizeof info)) return;
+  FILE_BASIC_INFO wanted{};
+  wanted.FileAttributes =
+      (info.FileAttributes & ~(kMarks | static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL))) | (from & kMarks);
+  if (wanted.FileAttributes == 0) wanted.FileAttributes = FILE_ATTRIBUTE_NORMAL;
+  SetFileInformationByHandle(to, FileBasicInfo, &wanted, sizeof wanted);
+}
+
+/// Opens what stands under the path itself, to work on its rights.
+Handle openForRights(const std::wstring& native) {
+  return handleOf(CreateFileW(native.c_str(), READ_CONTROL | WRITE_DAC | FILE_READ_ATTRIBUTES,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
 }  // namespace
 
-bool restrictToOwner(const boost::filesystem::path& path) {
-  const Kind kind = stampOf(path).kind;
-  if (kind != Kind::file && kind != Kind::folder) return false;
+bool restrictHandle(void* handle) {
   ProcessUser user;
   if (!user.read()) return false;
   const LocalBlock<ACL> list = listForUserAlone(user.id);
-  return list && setList(nativePath(path), list.get(), PROTECTED_DACL_SECURITY_INFORMATION);
+  return list && setList(handle, list.get(), PROTECTED_DACL_SECURITY_INFORMATION);
+}
+
+bool restrictToOwner(const boost::filesystem::path& path) {
+  const Handle handle = openForRights(nativePath(path));
+  const Kind kind = handle ? stampOf(path).kind : Kind::missing;
+  return (kind == Kind::file || kind == Kind::folder) && restrictHandle(handle.get());
 }
 
 // The marks stay readable for the rename that follows: the system renames a read-only file, it only does not replace
 // one.
-void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target) {
-  const std::wstring to = nativePath(fresh);
-  const std::wstring from = nativePath(target);
-  const DWORD former = GetFileAttributesW(from.c_str());
+void giveRights(void* fresh, const std::wstring& formerNativePath) {
+  const DWORD former = GetFileAttributesW(formerNativePath.c_str());
   if (former == INVALID_FILE_ATTRIBUTES || (former & FILE_ATTRIBUTE_DIRECTORY) != 0) return;
-  copyList(from, to);
-  const DWORD own = GetFileAttributesW(to.c_str());
-  if (own != INVALID_FILE_ATTRIBUTES) SetFileAttributesW(to.c_str(), (own & ~kMarks) | (former & kMarks));
+  copyList(formerNativePath, fresh);
+  copyMarks(former, fresh);
+}
+
+void giveNormalRights(const boost::filesystem::path& fresh, const boost::filesystem::path& target) try {
+  File file = OpenFolder(fresh.parent_path()).open(fresh.filename(), File::Mode::adjust);
+  OpenFolder(target.parent_path()).giveNormalRights(file, target.filename());
+} catch (const boost::filesystem::filesystem_error&) {  // it keeps the rights that it was made with
 }
 
 // A file keeps its list when it is moved; an empty one that is not protected is filled from the folder. Where folders
 // hand nothing down it would stay empty, and nobody could open the file.
 void takeFolderRights(const boost::filesystem::path& file) {
-  const std::wstring native = nativePath(file);
+  const Handle handle = openForRights(nativePath(file));
   ACL none{};
-  if (!InitializeAcl(&none, sizeof none, ACL_REVISION)) return;
-  if (setList(native, &none, UNPROTECTED_DACL_SECURITY_INFORMATION) && hasEmptyList(native)) restrictToOwner(file);
+  if (!handle || stampOf(file).kind != Kind::file || !InitializeAcl(&none, sizeof none, ACL_REVISION)) return;
+  if (setList(handle.get(), &none, UNPROTECTED_DACL_SECURITY_INFORMATION) && hasEmptyList(handle.get()))
+    restrictHandle(handle.get());
 }
 
 }  // namespace platform

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+
+#include "platform/Files.h"
+
+namespace Kelta {
+
+/// Between a look at a file and what is done about it somebody may save it. These take what stands there out of its
+/// place first, in one step, and look at that: what is not as `judged`, or is held by a program that writes to it, goes
+/// back. They return false then, with everything where it was.
+
+/// Puts `fresh` in the place of `target`. Where the system cannot exchange two files the last look comes right before.
+/// Throws filesystem_error (across volumes: errc::cross_device_link), with everything where it was.
+bool replaceJudged(const boost::filesystem::path& fresh, const boost::filesystem::path& target,
+                   const platform::FileStamp& judged);
+
+/// Moves a file to a name that is free, else it stays. Throws filesystem_error when the system refuses.
+bool moveJudged(const boost::filesystem::path& from, const boost::filesystem::path& to,
+                const platform::FileStamp& judged);
+
+/// Removes a file for good. Throws filesystem_error when the system refuses.
+bool removeJudged(const boost::filesystem::path& file, const platform::FileStamp& judged);
+
+}  // namespace Kelta

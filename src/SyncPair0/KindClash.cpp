@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+// A file and a folder of one name. On the Outside both can stand ("x.kelta" and "x/"), on the Inside they cannot. The
+// folder keeps the name, since much may lie below it; the file goes on under a conflict name on the device that
+// notices it, on each side where it is, and so reaches the other devices as a rename. Ended in between, the next scan
+// finds a rename, or an addition and a deletion.
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/ConflictName.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
+#include "SyncPair0/StampUnderName.h"
+#include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
+#include "base/JsonText.h"
+#include "base/Log.h"
+
+namespace Kelta {
+namespace {
+
+using platform::Kind;
+
+constexpr int kNameAttempts = 8;
+
+}  // namespace
+
+bool SyncPair::isFolderOfPair(const std::wstring& path) {
+  return stampUnderName(path).kind == Kind::folder && !handler_->ignore(platform::pathOf(path));
+}
+
+// Whether a folder, on either side, has the name of the file that is to be carried over.
+bool SyncPair::clashesWithFolder(const std::wstring& key, const SyncObject& so) {
+  if (stampUnderName(so.fullPath).kind != Kind::file) return false;
+  return isFolderOfPair(joinPath(sourceFolder_, key)) || isFolderOfPair(joinPath(destFolder_, key));
+}
+
+// Whether everything on the way to a place on the Inside is a folder, or will be made one. A file that the other side
+// has deleted is left to its deletion.
+bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder) {
+  if (!to.inside) return true;
+  std::wstring above = isFolder ? key : parentOf(key);
+  while (!above.empty() && stampUnderName(joinPath(to.root, above)).kind == Kind::missing) above = parentOf(above);
+  if (above.empty() || stampUnderName(joinPath(to.root, above)).kind != Kind::file) return true;
+  const auto pending = from.list.find(above);
+  const bool goes = pending != from.list.end() && pending->second.deletion && !pending->second.isFolder;
+  return !goes && putFileAside(above);
+}
+
+// Several devices may notice the same: they come to one name. Empty: none is free, or fits.
+std::wstring SyncPair::keyAside(const std::wstring& key, std::int64_t time) {
+  std::wstring copy = conflictNameOf(key, sharedConflictSuffix(key, time));
+  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+    const std::wstring inside = joinPath(sourceFolder_, copy);
+    const std::vector<std::wstring> archives = archivePaths(copy);
+    bool fits = !archives.empty() && inside.size() <= kMaxPathCharacters;
+    for (const std::wstring& archive : archives) fits = fits && archive.size() <= kMaxPathCharacters;
+    if (!fits) return std::wstring();
+    if (stampUnderName(inside).kind == Kind::missing && archivesThere(copy).empty()) return copy;
+    copy = conflictNameOf(key, clock_->nowSeconds());
+  }
+  return std::wstring();
+}
+
+// Each archive keeps the form of its name. False when one was left.
+bool SyncPair::moveArchivesAside(const std::wstring& key, const std::wstring& copy, const Archives& archives) {
+  const std::vector<std::wstring> from = archivePaths(key);
+  const std::vector<std::wstring> to = archivePaths(copy);
+  bool all = true;
+  for (std::size_t i = 0; i < from.size(); ++i) {
+    if (archives.count(from[i]) == 0) continue;
+    const std::wstring& target = to[i < to.size() ? i : 0];
+    const auto record = destStateList.find(from[i]);
+    if (!moveFile(from[i], target)) {
+      all = false;
+      continue;
+    }
+    if (record != destStateList.end()) {
+      destStateList[target] = record->second;
+      destStateList.erase(record);
+    }
+    givenUp_.erase(from[i]);
+    handler_->deleteStatus(true, from[i]);
+    waiting_.forget(from[i]);
+  }
+  return all;
+}
+
+// False when it could not be done; `copy` is empty then, or the part that is there is found by the next scan.
+bool SyncPair::moveFileAside(const std::wstring& key, std::wstring& copy) {
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  const std::wstring counted = archiveFor(key);
+  const Archives archives = archivesThere(key);
+  const platform::FileStamp plain = stampUnderName(inside);
+  const bool here = plain.kind == Kind::file;
+  if (!here && archives.empty()) return false;
+  std::string reason;
+  if (reachFolder(sourceFolder_, parentOf(inside), reason) == Reach::refused ||
+      reachFolder(destFolder_, parentOf(joinPath(destFolder_, key)), reason) == Reach::refused)
+    return false;
+  const bool synced = here && archives.count(counted) > 0 && isInSync(key, inside, counted);
+  copy = keyAside(key, here ? plain.seconds() : archives.begin()->second.seconds());
+  if (copy.empty()) return false;
+  const std::wstring insideCopy = joinPath(sourceFolder_, copy);
+  if (here && !moveFile(inside, insideCopy)) return false;
+  if (synced) srcStateList[insideCopy] = srcStateList.at(inside);
+  const bool moved = moveArchivesAside(key, copy, archives);
+  platform::syncFolder(platform::pathOf(parentOf(insideCopy)));
+  platform::syncFolder(platform::pathOf(parentOf(joinPath(destFolder_, copy))));
+  forgetBoth(key, false);
+  if (!synced || !moved) forgetBoth(copy, false);
+  return moved;
+}
+
+// What is pending of the file goes with its name. True when the name is free for the folder.
+bool SyncPair::putFileAside(const std::wstring& key) {
+  requireIntactRoot(side(true));
+  requireIntactRoot(side(false));
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  if (stampUnderName(inside).kind == Kind::file &&
+      (isFileLocked(inside) || platform::isOpenForWriting(platform::pathOf(inside)))) {
+    if (waiting_.note(inside, L"in-use")) report(L"changing", inside);
+    return false;
+  }
+  std::wstring copy;
+  bool moved = false;
+  try {
+    moved = moveFileAside(key, copy);
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR("%s", error.what());
+  }
+  if (!moved) {
+    copyProblem_ = L"a folder has the same name";
+    copyFailed(side(true), key, SyncObject{false, 0, inside, std::wstring(), false, {}});
+    return false;
+  }
+  for (SyncList* const list : {&srcSyncList, &destSyncList}) {
+    const auto pending = list->find(key);
+    if (pending != list->end() && !pending->second.isFolder) list->erase(pending);
+  }
+  spares_.erase(key);
+  waiting_.forget(inside);
+  handler_->deleteStatus(true, inside);
+  stateChanged_ = renameOccurred_ = true;
+  ++successfulEvents_;
+  notify(L"SYNC", L"Conflict: a folder has the name of the file " + jsonEscaped(nameOf(key)) + L", which was kept as " +
+                      jsonEscaped(nameOf(copy)));
+  report(L"conflict", joinPath(sourceFolder_, copy));
+  carryAside(copy);
+  return true;
+}
+
+// Where it is on both sides it is in sync, or the next scan merges it.
+void SyncPair::carryAside(const std::wstring& copy) {
+  const std::wstring inside = joinPath(sourceFolder_, copy);
+  const platform::FileStamp plain = stampUnderName(inside);
+  const Archives archives = archivesThere(copy);
+  if ((plain.kind == Kind::file) != archives.empty()) return;
+  const bool here = archives.empty();
+  const std::wstring& path = here ? inside : archives.begin()->first;
+  const platform::FileStamp& stamp = here ? plain : archives.begin()->second;
+  carryCopy(side(here), side(!here), copy, SyncObject{false, stamp.seconds(), path, std::wstring(), false, stamp},
+            nullptr);
+}
+
+// An addition of a file on one side and of a folder on the other.
+void SyncPair::settleKindClash(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so,
+                               const SyncObject& so2) {
+  PAIR_INFO("a file on one side, a folder on the other: %s", utf8(key).c_str());
+  if (!putFileAside(key)) return;
+  if (so.isFolder) return carryCopy(one, two, key, so, nullptr);
+  carryCopy(two, one, key, so2, nullptr);
+}
+
+}  // namespace Kelta
