@@ -62,11 +62,6 @@ bool exists(const std::wstring& path) {
   return fs::exists(platform::pathOf(path), error);
 }
 
-bool isFolder(const std::wstring& path) {
-  boost::system::error_code error;
-  return fs::is_directory(platform::pathOf(path), error);
-}
-
 std::wstring inputFile(const std::wstring& text) {
   std::wstring path = pathArgument(text);
   if (!exists(path)) throw Failure{Exit::failed, printable(path) + L": does not exist"};

@@ -14,7 +14,6 @@ void requireSuccess(int result, const std::wstring& input, const std::wstring& o
 /// The absolute form that the library takes.
 std::wstring pathArgument(const std::wstring& text);
 bool exists(const std::wstring& path);
-bool isFolder(const std::wstring& path);
 /// The absolute path of a file that is to be read. Throws Failure when there is none.
 std::wstring inputFile(const std::wstring& text);
 

@@ -40,7 +40,7 @@ const wchar_t* const kArchivesExist =
     L"the Outside already holds archives, which a new key could not open: give the key that they were made with "
     L"(--key-file FILE or KELSYNC_KEY)";
 
-[[noreturn]] void refuse(const std::wstring& message) { throw Failure{Exit::noKey, message}; }
+[[noreturn]] void refuseKey(const std::wstring& message) { throw Failure{Exit::noKey, message}; }
 
 bool isThere(const fs::path& path) { return platform::stampOf(path).kind != platform::Kind::missing; }
 
@@ -55,12 +55,12 @@ void dropByteOrderMark(std::string& text) {
 
 void readText(const fs::path& path, const std::wstring& name, NarrowSecret& content) {
   try {
-    if (fs::is_directory(path)) refuse(L"the key file is a folder: " + name);
+    if (fs::is_directory(path)) refuseKey(L"the key file is a folder: " + name);
     platform::File file(path, platform::File::Mode::read);
     content.text().resize(NarrowSecret::kLongest + 1);
     content.text().resize(file.read(&content.text()[0], content.text().size()));
   } catch (const fs::filesystem_error&) {
-    refuse(L"the key file cannot be read: " + name);
+    refuseKey(L"the key file cannot be read: " + name);
   }
 }
 
@@ -68,16 +68,16 @@ Secret readKeyFile(const fs::path& path) {
   const std::wstring name = printable(genericOf(path));
   NarrowSecret content;
   readText(path, name, content);
-  if (content.text().size() > NarrowSecret::kLongest) refuse(L"the key file is bigger than 4 KiB: " + name);
+  if (content.text().size() > NarrowSecret::kLongest) refuseKey(L"the key file is bigger than 4 KiB: " + name);
   dropByteOrderMark(content.text());
   dropLineEnd(content.text());
-  if (content.text().empty()) refuse(L"the key file is empty: " + name);
+  if (content.text().empty()) refuseKey(L"the key file is empty: " + name);
   std::wstring wide;
   const bool valid = platform::wideFromUtf8(content.text(), wide);
   Secret key(wide);
   wipe(wide);
   if (!valid || key.text().find_first_of(std::wstring(L"\0\r\n", 3)) != std::wstring::npos) {
-    refuse(L"the key file is not one line of text: " + name);
+    refuseKey(L"the key file is not one line of text: " + name);
   }
   return key;
 }
@@ -108,7 +108,7 @@ void writeKeyFile(const fs::path& path, const NarrowSecret& content) {
   } catch (const fs::filesystem_error&) {
     boost::system::error_code ignored;
     if (created) fs::remove(path, ignored);
-    refuse(L"the new key cannot be written to " + printable(genericOf(path)));
+    refuseKey(L"the new key cannot be written to " + printable(genericOf(path)));
   }
 }
 
@@ -127,7 +127,7 @@ FoundKey makeKey(const fs::path& path) {
 /// A new key that is typed unseen would be lost with a slip of the finger.
 void requireTheSameAgain(const std::wstring& key) {
   Secret again;
-  if (askSecret(L"The same again: ", again) != Answer::given || again.text() != key) refuse(L"the two keys differ");
+  if (askSecret(L"The same again: ", again) != Answer::given || again.text() != key) refuseKey(L"the two keys differ");
 }
 
 FoundKey askForKey(const KeyWishes& wishes) {
@@ -138,14 +138,14 @@ FoundKey askForKey(const KeyWishes& wishes) {
                              : L"This pair has no key yet. Type or paste one, or press Enter to have a random "
                                L"one made: ";
   const Answer answer = askSecret(question, found.text);
-  if (answer == Answer::noTerminal && wishes.successor) refuse(kNoNewKey);
-  if (answer == Answer::noTerminal) refuse(wishes.archivesExist ? kKeyMissing : kNoKey);
-  if (answer == Answer::cancelled) refuse(L"no key was given");
+  if (answer == Answer::noTerminal && wishes.successor) refuseKey(kNoNewKey);
+  if (answer == Answer::noTerminal) refuseKey(wishes.archivesExist ? kKeyMissing : kNoKey);
+  if (answer == Answer::cancelled) refuseKey(L"no key was given");
   if (!found.text.text().empty()) {
     if (!wishes.archivesExist) requireTheSameAgain(found.text.text());
     return found;
   }
-  if (wishes.archivesExist) refuse(kArchivesExist);
+  if (wishes.archivesExist) refuseKey(kArchivesExist);
   return makeKey(wishes.ownFile);
 }
 
@@ -153,10 +153,10 @@ bool keyFromEnvironment(const char* variable, Secret& key) {
   std::wstring value;
   if (!platform::environment(variable, value)) return false;
   const std::wstring name(variable, variable + std::strlen(variable));
-  if (value.size() > Secret::kLongest) refuse(name + L" is longer than 4096 characters");
+  if (value.size() > Secret::kLongest) refuseKey(name + L" is longer than 4096 characters");
   key.text().assign(value);
   wipe(value);
-  if (key.text().empty()) refuse(name + L" is set, but empty");
+  if (key.text().empty()) refuseKey(name + L" is set, but empty");
   return true;
 }
 
@@ -166,7 +166,7 @@ FoundKey keyOfFile(const KeyWishes& wishes) {
   if (isWithin(genericOf(path), wishes.outside)) {
     throw Failure{Exit::usage, L"the new key file would lie in the Outside, where whoever reads the archives finds it"};
   }
-  if (wishes.archivesExist) refuse(kArchivesExist);
+  if (wishes.archivesExist) refuseKey(kArchivesExist);
   return makeKey(path);
 }
 
@@ -177,7 +177,7 @@ FoundKey keyByOrder(const KeyWishes& wishes) {
   if (keyFromEnvironment(wishes.successor ? "KELSYNC_NEW_KEY" : "KELSYNC_KEY", found.text)) return found;
   if (isThere(wishes.ownFile)) return {readKeyFile(wishes.ownFile), printable(genericOf(wishes.ownFile)), false};
   if (!wishes.make) return askForKey(wishes);
-  if (wishes.archivesExist) refuse(kArchivesExist);
+  if (wishes.archivesExist) refuseKey(kArchivesExist);
   return makeKey(wishes.ownFile);
 }
 

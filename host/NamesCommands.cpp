@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::size_t kMaxCharacters = 260;
 constexpr std::size_t kMaxBytes = 255;
-const std::wstring kArchiveSuffix = L".kelta";
 
 std::wstring column(const std::wstring& text, std::size_t width) {
   return std::wstring(text.size() < width ? width - text.size() : 0, L' ') + text;
@@ -38,11 +37,6 @@ std::map<std::wstring, platform::FileStamp> filesBelow(const std::wstring& folde
   }
   if (error) throw Failure{Exit::failed, L"the folder cannot be listed: " + printable(folder)};
   return files;
-}
-
-bool isArchive(const std::wstring& name) {
-  return name.size() > kArchiveSuffix.size() &&
-         name.compare(name.size() - kArchiveSuffix.size(), kArchiveSuffix.size(), kArchiveSuffix) == 0;
 }
 
 std::wstring lastOf(const std::wstring& path) { return path.substr(path.rfind(L'/') + 1); }
@@ -96,7 +90,7 @@ Exit lsCommand(const Arguments& arguments) {
   std::size_t unreadable = 0;
   say(L"name         bytes  file");
   for (const auto& file : filesBelow(pair.outside)) {
-    if (!isArchive(lastOf(file.first))) continue;
+    if (!isArchiveName(lastOf(file.first))) continue;
     const std::wstring relative = file.first.substr(pair.outside.size() + 1);
     const std::wstring plain = engine.plainName(file.first);
     const bool isPlain = plain + kArchiveSuffix == lastOf(file.first);

@@ -6,14 +6,13 @@
 #include "Failure.h"
 #include "Terminal.h"
 #include "platform/Files.h"
+#include "platform/Folders.h"
 #include "platform/Text.h"
 
 namespace fs = boost::filesystem;
 
 namespace Kelta {
 namespace host {
-namespace {
-
 const std::wstring kArchiveSuffix = L".kelta";
 
 bool isArchiveName(const std::wstring& name) {
@@ -22,9 +21,10 @@ bool isArchiveName(const std::wstring& name) {
 }
 
 bool isFolder(const std::wstring& path) {
-  boost::system::error_code error;
-  return fs::is_directory(platform::pathOf(path), error);
+  return platform::kindBehindLinks(platform::pathOf(path)) == platform::Kind::folder;
 }
+
+namespace {
 
 std::wstring without(const std::wstring& path, const std::wstring& folder) {
   const std::size_t start = folder.back() == L'/' ? folder.size() : folder.size() + 1;

@@ -15,6 +15,13 @@ boost::filesystem::path absoluteOf(const std::wstring& text);
 /// The path as text in generic form.
 std::wstring genericOf(const boost::filesystem::path& path);
 
+/// What the name of an archive ends with, and whether a name does and has more.
+extern const std::wstring kArchiveSuffix;
+bool isArchiveName(const std::wstring& name);
+
+/// Whether a folder stands there, or a link to one.
+bool isFolder(const std::wstring& path);
+
 /// Whether `path` is `folder` or lies below it; both in generic form.
 bool isWithin(const std::wstring& path, const std::wstring& folder);
 

@@ -32,10 +32,6 @@ constexpr std::chrono::seconds kLongestWait{60};
 
 std::wstring parentOf(const std::wstring& path) { return genericOf(platform::pathOf(path).parent_path()); }
 
-bool isFolder(const std::wstring& path) {
-  return platform::kindBehindLinks(platform::pathOf(path)) == platform::Kind::folder;
-}
-
 }  // namespace
 
 PairWatch::PairWatch(const PairSetup& setup, StatusBoard& board, std::size_t number, std::wstring log)

@@ -25,13 +25,13 @@ Requests& requests() {
   return *all;
 }
 
-using Lock = std::unique_lock<std::mutex>;
+using UniqueLock = std::unique_lock<std::mutex>;
 
 }  // namespace
 
 // A request that falls between two commands has no effect: it is repeated until they have stopped.
 void Stop::request() {
-  Lock lock(requests().mutex);
+  UniqueLock lock(requests().mutex);
   requests().asked = true;
   requests().changed.notify_all();
   for (Waker* const waker : requests().wakers) waker->wake_();
@@ -44,32 +44,32 @@ void Stop::request() {
 void Stop::listen() { platform::onTerminate(&Stop::request); }
 
 bool Stop::asked() {
-  const Lock lock(requests().mutex);
+  const UniqueLock lock(requests().mutex);
   return requests().asked;
 }
 
 void Stop::pause(std::chrono::milliseconds duration) {
-  Lock lock(requests().mutex);
+  UniqueLock lock(requests().mutex);
   requests().changed.wait_for(lock, duration, [] { return requests().asked; });
 }
 
 Stop::Command::Command(kelsync_pair* handle) : handle_(handle) {
-  const Lock lock(requests().mutex);
+  const UniqueLock lock(requests().mutex);
   requests().running.insert(handle);
 }
 
 Stop::Command::~Command() {
-  const Lock lock(requests().mutex);
+  const UniqueLock lock(requests().mutex);
   requests().running.erase(handle_);
 }
 
 Stop::Waker::Waker(std::function<void()> wake) : wake_(std::move(wake)) {
-  const Lock lock(requests().mutex);
+  const UniqueLock lock(requests().mutex);
   requests().wakers.insert(this);
 }
 
 Stop::Waker::~Waker() {
-  const Lock lock(requests().mutex);
+  const UniqueLock lock(requests().mutex);
   requests().wakers.erase(this);
 }
 

@@ -13,6 +13,9 @@
 
 namespace Kelta {
 
+/// An archive's password: so many random bytes, travelling raw or as two hexadecimal digits each.
+constexpr std::size_t kPasswordBytes = 32;
+
 extern const char* const kMetadataEntry;  ///< "__KELASSET_.json"
 
 /// Two lower-case hexadecimal digits a byte.

@@ -17,7 +17,6 @@ namespace {
 using boost::property_tree::ptree;
 
 constexpr std::size_t kMaxHexDigits = 4096;
-constexpr std::size_t kPasswordBytes = 32;  // raw, or two hexadecimal digits each
 
 struct Free {
   void operator()(unsigned char* block) const { std::free(block); }

@@ -17,13 +17,11 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr int kPasswordBytes = 32;
-
 // 32 random bytes as hexadecimal text, since raw bytes could hold a NUL. Empty when there were none.
 std::string newArchivePassword() {
   unsigned char* bytes = nullptr;
   std::string password;
-  if (CryptoHelper().genRandomBuffer(&bytes, kPasswordBytes)) {
+  if (CryptoHelper().genRandomBuffer(&bytes, int{kPasswordBytes})) {
     password = hexOf(bytes, kPasswordBytes);
     Secret raw(std::string(kPasswordBytes, '\0'));
     std::copy(raw.text.begin(), raw.text.end(), bytes);

@@ -19,11 +19,11 @@ namespace {
 namespace fs = boost::filesystem;
 using platform::Kind;
 
-constexpr int kAttempts = 3;
-constexpr long kPauseMilliseconds = 250;
+constexpr int kRemovals = 3;
+constexpr long kPauseBetweenRemovals = 250;
 const char kFolderMarker[] = ".rid";
 
-Kind kindOf(const std::wstring& path) {
+Kind kindUnderName(const std::wstring& path) {
   return platform::hasOtherName(platform::pathOf(path)) ? Kind::other : platform::stampOf(platform::pathOf(path)).kind;
 }
 
@@ -91,7 +91,7 @@ bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
     return false;
   }
   if (reachFolder(ownRoot, parentOf(deletion.own), reason) == Reach::missing) return true;
-  const Kind kind = kindOf(deletion.own);
+  const Kind kind = kindUnderName(deletion.own);
   return kind != Kind::unknown && kind != (deletion.isFolder ? Kind::folder : Kind::file);
 }
 
@@ -144,7 +144,7 @@ bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file, const platform:
 bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
   std::string reason;
   const Reach reach = reachFolder(deletion.root, parentOf(deletion.target), reason);
-  const Kind kind = reach == Reach::there ? kindOf(deletion.target) : Kind::missing;
+  const Kind kind = reach == Reach::there ? kindUnderName(deletion.target) : Kind::missing;
   deletion.refused = reach == Reach::refused;
   if (deletion.refused) HANDLER_ERROR("%s", reason.c_str());
   if (deletion.refused || kind == Kind::missing) return !deletion.refused;
@@ -168,8 +168,8 @@ bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
 }
 
 bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
-  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-    if (attempt > 1) sleepWithCheck(1, kPauseMilliseconds);
+  for (int attempt = 1; attempt <= kRemovals; ++attempt) {
+    if (attempt > 1) sleepWithCheck(1, kPauseBetweenRemovals);
     const platform::FileStamp now = platform::stampOf(platform::pathOf(deletion.target));
     if (!deletion.isFolder && now.kind == Kind::file && !now.sameContent(deletion.judged)) {
       HANDLER_INFO("changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());

@@ -15,7 +15,7 @@
 namespace Kelta {
 namespace {
 
-const std::wstring kExtension = L".kelta";
+const std::wstring kExtension = kArchiveExtension;
 
 std::wstring extensionOf(const std::wstring& name) {
   const auto dot = name.rfind(L'.');

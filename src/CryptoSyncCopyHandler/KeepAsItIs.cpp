@@ -18,14 +18,12 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t kBufferBytes = 256 * 1024;
-
 // False, with nothing there, when something stands under the name or the original changes meanwhile.
 bool copyBeside(const fs::path& from, const platform::FileStamp& stamp, const fs::path& to,
                 Interruption& interruption) {
   platform::File input(from, platform::File::Mode::read);
   platform::AtomicFile output(to);
-  std::vector<char> buffer(kBufferBytes);
+  std::vector<char> buffer(platform::kCopyBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) {
     interruption.check();
     output.file().write(buffer.data(), count);

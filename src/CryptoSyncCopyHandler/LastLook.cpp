@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-const char kArchiveExtension[] = ".kelta";
+const char kArchiveEnding[] = ".kelta";
 
 bool isAsJudged(const fs::path& file, const platform::FileStamp& judged) {
   // In this order: whoever has closed it in between has changed its stamp.
@@ -31,14 +31,14 @@ bool moveIfFree(const fs::path& from, const fs::path& to) try {
 
 // Back to its place, or, where something new stands by now, beside it under a conflict name, or one that always fits.
 void putBack(const fs::path& file, const fs::path& place) {
-  const bool archive = place.extension() == kArchiveExtension;
+  const bool archive = place.extension() == kArchiveEnding;
   fs::path plain = place;
   if (archive) plain.replace_extension();
   const std::int64_t now = Clock().nowSeconds();
   std::vector<fs::path> names{place};
   for (const fs::path& base : {plain, place.parent_path() / "kept"}) {
     names.push_back(platform::pathOf(conflictNameOf(genericForm(platform::wideOf(base)), now)));
-    if (archive) names.back() += kArchiveExtension;
+    if (archive) names.back() += kArchiveEnding;
   }
   for (const fs::path& name : names) {
     if (moveIfFree(file, name)) return;

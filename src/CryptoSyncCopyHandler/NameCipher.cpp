@@ -24,11 +24,11 @@
 namespace Kelta {
 namespace {
 
-constexpr std::size_t kBlockBytes = 16;
+constexpr std::size_t kNameBlockBytes = 16;
 const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 const char kPurpose[] = "name";
 
-using Iv = std::array<unsigned char, kBlockBytes>;
+using Iv = std::array<unsigned char, kNameBlockBytes>;
 
 bool isLetterOfBase64(wchar_t character) {
   return character > 0 && character < 0x80 && kAlphabet.find(static_cast<char>(character)) != std::string::npos;
@@ -74,14 +74,14 @@ bool ivOf(const std::string& name, std::string& key, Iv& iv) {
                          reinterpret_cast<const unsigned char*>(name.data()), name.size(), digest.data(), nullptr);
   OPENSSL_cleanse(seed.data(), seed.size());
   OPENSSL_cleanse(nameKey.data(), nameKey.size());
-  std::copy_n(digest.begin(), kBlockBytes, iv.begin());
+  std::copy_n(digest.begin(), kNameBlockBytes, iv.begin());
   return done;
 }
 
 // Whether as many characters can hold an encrypted buffer: an IV and at least one block, in whole blocks.
 bool fitsBuffer(std::size_t characters) {
   const std::size_t bytes = characters * 6 / 8;
-  return bytes >= 2 * kBlockBytes && bytes % kBlockBytes == 0 && (bytes * 8 + 5) / 6 == characters;
+  return bytes >= 2 * kNameBlockBytes && bytes % kNameBlockBytes == 0 && (bytes * 8 + 5) / 6 == characters;
 }
 
 bool isHex(const std::wstring& text) {
@@ -127,7 +127,7 @@ bool looksEncrypted(const std::wstring& stem) {
 std::size_t decryptedStart(const std::wstring& stem, std::string& key, std::wstring& plain) {
   std::size_t length = 0;
   while (length + 1 < stem.size() && isLetterOfBase64(stem[length])) ++length;
-  for (; length >= 2 * kBlockBytes; --length) {
+  for (; length >= 2 * kNameBlockBytes; --length) {
     if (fitsBuffer(length) && decryptedStem(stem.substr(0, length), key, plain)) return length;
   }
   return 0;

@@ -14,8 +14,6 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-const std::wstring kExtension = L".kelta";
-
 }  // namespace
 
 bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
@@ -59,13 +57,13 @@ bool CryptoSyncCopyHandler::resetStateFNE(const Renamed& renamed) {
 bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
   return forEachArchive([&](const std::wstring& path) {
     const std::wstring name = nameOf(path);
-    const std::wstring stem = name.substr(0, name.size() - kExtension.size());
+    const std::wstring stem = name.substr(0, name.size() - std::wcslen(kArchiveExtension));
     std::wstring plain;
     const std::size_t end = stem.size() < kShortestEncrypted ? 0 : readEncrypted(path, stem, plain);
     if (end == 0) return true;
     if (!mayUseShareOf(platform::pathOf(path), std::wstring())) return false;
     std::wstring renewed = encryptFilename(joinPath(parentOf(path), plain));
-    if (!renewed.empty()) renewed.insert(renewed.size() - kExtension.size(), stem.substr(end));
+    if (!renewed.empty()) renewed.insert(renewed.size() - std::wcslen(kArchiveExtension), stem.substr(end));
     return renameArchive(path, {NameForm::encrypted, plain}, renewed, renamed);
   });
 }

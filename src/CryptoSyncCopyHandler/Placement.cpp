@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t kBufferBytes = 1024 * 1024;
+constexpr std::size_t kPlacementBufferBytes = 1024 * 1024;
 
 }  // namespace
 
@@ -74,7 +74,7 @@ bool CryptoSyncCopyHandler::place(const fs::path& from, CopyJob& job) {
 bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, CopyJob& job) {
   platform::File input(from, platform::File::Mode::read);
   platform::AtomicFile output(platform::pathOf(job.target));
-  std::vector<char> buffer(kBufferBytes);
+  std::vector<char> buffer(kPlacementBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) {
     interruption().check();
     output.file().write(buffer.data(), count);

@@ -27,11 +27,11 @@ namespace {
 namespace fs = boost::filesystem;
 using platform::Kind;
 
-constexpr std::size_t kFields = 5;
+constexpr std::size_t kRecordFields = 5;
 constexpr std::size_t kMaxRecordBytes = 64 * 1024;
-const std::wstring kExtension = L".txt";
+const std::wstring kRecordExtension = L".txt";
 const std::wstring kPathTooLong = L"Path too long";
-const std::wstring kMarker = L"(Quarantine ";
+const std::wstring kNameMark = L"(Quarantine ";
 
 // The bytes that stand for a path: UTF-8, or the name as the system keeps it where that has no exact text.
 std::string recordName(const fs::path& path) {
@@ -46,8 +46,8 @@ std::string recordName(const fs::path& path) {
 }
 
 bool isRecordName(const std::wstring& name) {
-  return name.size() == 32 + kExtension.size() && name.find_first_not_of(L"0123456789abcdef") == 32 &&
-         name.substr(32) == kExtension;
+  return name.size() == 32 + kRecordExtension.size() && name.find_first_not_of(L"0123456789abcdef") == 32 &&
+         name.substr(32) == kRecordExtension;
 }
 
 std::string field(const std::wstring& text) { return utf8(jsonEscaped(text)); }
@@ -60,11 +60,11 @@ bool readFields(const fs::path& record, std::vector<std::wstring>& fields) {
   if (!platform::wideFromUtf8(text.substr(0, text.find_first_of("\r\n")), line)) return false;
   std::wistringstream stream(line);
   for (std::wstring part; std::getline(stream, part, L'\t');) fields.push_back(part);
-  return fields.size() >= kFields;
+  return fields.size() >= kRecordFields;
 }
 
 // As it stands; what no record of ours holds is escaped, so that the list always parses.
-std::wstring quoted(const std::wstring& text) {
+std::wstring jsonQuoted(const std::wstring& text) {
   return L'"' + (isJsonStringBody(text) ? text : jsonEscaped(text)) + L'"';
 }
 
@@ -163,9 +163,9 @@ bool CryptoSyncCopyHandler::recordAsJSON(const fs::path& record, std::wstring& j
     HANDLER_ERROR("couldn't read %s: %s", utf8(record).c_str(), error.what());
     return false;
   }
-  json = L"{\"record_file\":" + quoted(genericForm(platform::wideOf(record))) + L",\"errorid\":" + quoted(fields[1]) +
-         L",\"message\":" + quoted(fields[2]) + L",\"timestamp\":" + quoted(fields[3]) + L",\"quarantine_path\":" +
-         quoted(fields[4]) + L"}";
+  json = L"{\"record_file\":" + jsonQuoted(genericForm(platform::wideOf(record))) + L",\"errorid\":" +
+         jsonQuoted(fields[1]) + L",\"message\":" + jsonQuoted(fields[2]) + L",\"timestamp\":" + jsonQuoted(fields[3]) +
+         L",\"quarantine_path\":" + jsonQuoted(fields[4]) + L"}";
   return true;
 }
 
@@ -195,11 +195,11 @@ std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
 
 std::wstring CryptoSyncCopyHandler::quarName(std::wstring name) {
   HANDLER_DEBUG("%s", utf8(name).c_str());
-  if (name.find(kMarker) != std::wstring::npos) return name;
+  if (name.find(kNameMark) != std::wstring::npos) return name;
   std::wstring now;
   platform::wideFromUtf8(isoTime(clock().nowSeconds()), now);
   now.erase(std::remove(now.begin(), now.end(), L':'), now.end());
-  return kMarker + now + L") " + name;
+  return kNameMark + now + L") " + name;
 }
 
 }  // namespace Kelta

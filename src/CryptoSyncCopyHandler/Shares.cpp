@@ -18,7 +18,7 @@ namespace {
 
 using platform::Kind;
 
-const wchar_t kMarker[] = L".sid";
+const wchar_t kShareMarker[] = L".sid";
 constexpr std::size_t kMaxMarkerBytes = 64 * 1024;
 const char kByteOrderMark[] = "\xEF\xBB\xBF";
 
@@ -63,7 +63,7 @@ Share Shares::readMarker(const std::wstring& root, const std::wstring& folder) c
   Share share;
   share.root = folder;
   if (root.empty()) return share;
-  const std::wstring marker = joinPath(folder.empty() ? root : joinPath(root, folder), kMarker);
+  const std::wstring marker = joinPath(folder.empty() ? root : joinPath(root, folder), kShareMarker);
   const auto path = platform::pathOf(marker);
   const Kind kind = platform::stampOf(path).kind;
   if (kind == Kind::missing) return share;

@@ -5,6 +5,7 @@
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
@@ -12,11 +13,7 @@
 #include "base/Log.h"
 
 namespace Kelta {
-namespace {
-
-platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
-
-}  // namespace
+namespace {}  // namespace
 
 void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one) {
   if (so.isFolder) {

@@ -19,7 +19,7 @@ namespace {
 
 using platform::Kind;
 
-constexpr int kNameAttempts = 8;
+constexpr int kConflictNames = 8;
 
 }  // namespace
 
@@ -48,7 +48,7 @@ bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& ke
 // Several devices may notice the same: they come to one name. Empty: none is free, or fits.
 std::wstring SyncPair::keyAside(const std::wstring& key, std::int64_t time) {
   std::wstring copy = conflictNameOf(key, sharedConflictSuffix(key, time));
-  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kConflictNames; ++attempt) {
     const std::wstring inside = joinPath(sourceFolder_, copy);
     const std::vector<std::wstring> archives = archivePaths(copy);
     bool fits = !archives.empty() && inside.size() <= kMaxPathCharacters;

@@ -8,6 +8,7 @@
 #include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -19,15 +20,12 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t kBufferBytes = 256 * 1024;
 const wchar_t* const kNotKept = L"the older version could not be put into the recycle bin";
-
-platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
 
 bool copyAcrossVolumes(const fs::path& from, const fs::path& to) {
   platform::File input(from, platform::File::Mode::read);
   platform::AtomicFile output(to, true);
-  std::vector<char> buffer(kBufferBytes);
+  std::vector<char> buffer(platform::kCopyBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) output.file().write(buffer.data(), count);
   output.file().setLastWriteTime(platform::stampOf(from).nanoseconds);
   return output.commitNew();

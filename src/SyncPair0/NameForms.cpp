@@ -10,7 +10,7 @@
 namespace Kelta {
 namespace {
 
-platform::FileStamp lookAt(const std::wstring& path) {
+platform::FileStamp lookUnderName(const std::wstring& path) {
   platform::FileStamp stamp = platform::stampOf(platform::pathOf(path));
   if (platform::hasOtherName(platform::pathOf(path))) stamp.kind = platform::Kind::missing;
   return stamp;
@@ -40,7 +40,7 @@ std::wstring SyncPair::archiveFor(const std::wstring& key) {
     if (destStateList.count(path) > 0) return path;
   }
   for (const std::wstring& path : paths) {
-    if (lookAt(path).kind == platform::Kind::file) return path;
+    if (lookUnderName(path).kind == platform::Kind::file) return path;
   }
   return paths.empty() ? std::wstring() : paths.front();
 }
@@ -48,7 +48,7 @@ std::wstring SyncPair::archiveFor(const std::wstring& key) {
 SyncPair::Archives SyncPair::archivesThere(const std::wstring& key) {
   Archives archives;
   for (const std::wstring& path : archivePaths(key)) {
-    const platform::FileStamp stamp = lookAt(path);
+    const platform::FileStamp stamp = lookUnderName(path);
     if (stamp.kind == platform::Kind::file) archives[path] = stamp;
   }
   return archives;
@@ -59,7 +59,7 @@ void SyncPair::mergeAnew(const std::wstring& key, const platform::FileStamp& arc
   forgetBoth(key, false);
   if (srcSyncList.count(key) > 0) return;
   const std::wstring inside = joinPath(sourceFolder_, key);
-  const platform::FileStamp stamp = lookAt(inside);
+  const platform::FileStamp stamp = lookUnderName(inside);
   if (stamp.kind != platform::Kind::file) return;
   const std::int64_t time = mayBeOneTime(stamp, archive) ? archive.seconds() : stamp.seconds();
   srcSyncList[key] = SyncObject{false, time, inside, std::wstring(), false, stamp};
@@ -93,7 +93,7 @@ bool SyncPair::countsForKey(const std::wstring& key, const std::wstring& path, c
     if (other == path) continue;
     const auto record = destStateList.find(other);
     const bool recorded = record != destStateList.end();
-    const platform::FileStamp otherStamp = lookAt(other);
+    const platform::FileStamp otherStamp = lookUnderName(other);
     if (otherStamp.kind != platform::Kind::file) {
       if (recorded && otherStamp.kind == platform::Kind::missing) takeOverRecord(key, other, path, stamp);
       continue;

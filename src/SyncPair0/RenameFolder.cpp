@@ -7,11 +7,7 @@
 #include "base/Log.h"
 
 namespace Kelta {
-namespace {
-
-constexpr int kCheckInterval = 500;
-
-}  // namespace
+namespace {}  // namespace
 
 bool SyncPair::renameFolder(const RenameJob& job) {
   if (!isReady(job) || stampUnderName(job.from).kind != platform::Kind::folder) return false;

@@ -20,7 +20,7 @@ namespace {
 
 using Fields = std::vector<std::wstring>;
 
-constexpr std::size_t kFields = 5;
+constexpr std::size_t kJournalFields = 5;
 constexpr std::size_t kPairs[] = {1, 3};  ///< where the two pairs of paths begin
 const wchar_t kFolder[] = L"/";
 const wchar_t kUndone[] = L"x";
@@ -38,7 +38,7 @@ void readRenames(StateLines& lines, std::vector<Fields>& renames) {
   while (lines.next(line) == StateLines::Outcome::line) {
     const Fields fields = fieldsOf(line);
     if (line == kUndone && !renames.empty()) renames.pop_back();
-    if (fields.size() == kFields) renames.push_back(fields);
+    if (fields.size() == kJournalFields) renames.push_back(fields);
   }
 }
 

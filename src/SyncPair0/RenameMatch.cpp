@@ -17,7 +17,7 @@ struct Likeness {
 };
 
 // From the closest to the one that the hash alone gives.
-constexpr Likeness kPasses[] = {{true, true}, {true, false}, {false, true}, {false, false}};
+constexpr Likeness kLikenesses[] = {{true, true}, {true, false}, {false, true}, {false, false}};
 
 std::wstring markOf(const RenameCandidate& candidate, const Likeness& likeness) {
   std::wstring mark = (candidate.isFolder ? L"/" : L"") + candidate.hash + L'\n';
@@ -42,7 +42,7 @@ std::vector<RenameMatch> matchRenames(std::vector<RenameCandidate> added, std::v
   std::sort(deleted.begin(), deleted.end(), before);
   std::vector<const RenameCandidate*> found(added.size(), nullptr);
   std::vector<bool> used(deleted.size(), false);
-  for (const Likeness& likeness : kPasses) {
+  for (const Likeness& likeness : kLikenesses) {
     std::map<std::wstring, std::deque<std::size_t>> free;
     for (std::size_t i = 0; i < deleted.size(); ++i) {
       if (!used[i]) free[markOf(deleted[i], likeness)].push_back(i);

@@ -10,7 +10,6 @@
 namespace Kelta {
 namespace {
 
-constexpr int kCheckInterval = 500;
 constexpr int kLastInsidePass = 4;
 constexpr long kInsidePause = 1500;
 constexpr long kFolderPause = 500;

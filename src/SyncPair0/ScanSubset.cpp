@@ -12,7 +12,6 @@
 namespace Kelta {
 namespace {
 
-constexpr int kCheckInterval = 500;
 constexpr std::size_t kLoggedEntries = 20;
 const char kLabel[] = "[subset scan] ";
 

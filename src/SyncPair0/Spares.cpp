@@ -7,6 +7,7 @@
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
+#include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
@@ -14,11 +15,7 @@
 #include "platform/Folders.h"
 
 namespace Kelta {
-namespace {
-
-platform::FileStamp lookAt(const std::wstring& path) { return platform::stampOf(platform::pathOf(path)); }
-
-}  // namespace
+namespace {}  // namespace
 
 void SyncPair::removeSpare(const std::wstring& path, const platform::FileStamp& stamp) {
   if (isFileLocked(path)) return;

@@ -12,8 +12,8 @@ namespace Kelta {
 namespace {
 
 // A virus scanner or a backup may hold the file for a moment.
-constexpr int kAttempts = 3;
-constexpr long kPauseMilliseconds = 250;
+constexpr int kReadings = 3;
+constexpr long kMillisecondsBetween = 250;
 constexpr int kNames = 100;
 
 }  // namespace
@@ -24,8 +24,8 @@ bool SyncPair::readOwnFile(const std::wstring& file, const std::function<void(St
   const auto path = platform::pathOf(file);
   unread_.erase(file);
   if (platform::stampOf(path).kind == platform::Kind::missing) return true;
-  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-    if (attempt > 1) sleepWithCheck(1, kPauseMilliseconds);
+  for (int attempt = 1; attempt <= kReadings; ++attempt) {
+    if (attempt > 1) sleepWithCheck(1, kMillisecondsBetween);
     try {
       if (platform::stampOf(path).kind != platform::Kind::file) break;
       StateLines lines(path);

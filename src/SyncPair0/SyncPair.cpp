@@ -7,8 +7,6 @@
 namespace Kelta {
 namespace {
 
-const wchar_t kArchiveExtension[] = L".kelta";
-
 bool hasArchiveExtension(const std::wstring& path) {
   const std::size_t length = sizeof kArchiveExtension / sizeof *kArchiveExtension - 1;
   return path.size() > length && path.compare(path.size() - length, length, kArchiveExtension) == 0;

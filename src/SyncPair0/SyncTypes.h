@@ -22,6 +22,9 @@ using StateList = std::map<std::wstring, StateRecord>;
 std::pair<StateList::const_iterator, StateList::const_iterator> recordsBelow(const StateList& list,
                                                                              const std::wstring& folder);
 
+/// After how many entries a scan looks whether it has been interrupted.
+constexpr int kCheckInterval = 500;
+
 /// The first record that is neither `path` nor below it, for a walk that skips a subtree.
 StateList::const_iterator recordBehind(const StateList& list, const std::wstring& path);
 

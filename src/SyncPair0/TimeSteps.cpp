@@ -6,7 +6,7 @@
 namespace Kelta {
 namespace {
 
-constexpr std::int64_t kSecond = 1000000000;
+constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
 
 bool isStep(std::int64_t nanoseconds) { return nanoseconds % kTimeStep == 0; }
 
@@ -31,7 +31,7 @@ bool mayBeTimeOf(const platform::FileStamp& stamp, std::int64_t recorded) {
 }
 
 bool tellOrder(const platform::FileStamp& a, const platform::FileStamp& b) {
-  const bool exact = a.nanoseconds % kSecond != 0 || b.nanoseconds % kSecond != 0;
+  const bool exact = a.nanoseconds % kNanosecondsPerSecond != 0 || b.nanoseconds % kNanosecondsPerSecond != 0;
   return a.seconds() != b.seconds() && !(exact && lieWithinStep(a, b));
 }
 

@@ -8,8 +8,8 @@
 namespace Kelta {
 namespace {
 
-constexpr std::int64_t kSecond = 1000000;
-constexpr std::int64_t kLongest = 60 * kSecond;
+constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
+constexpr std::int64_t kLongest = 60 * kMicrosecondsPerSecond;
 
 std::wstring asObject(const std::wstring& path, const std::wstring& reason, std::int64_t seconds) {
   return L"{\"path\":\"" + jsonEscaped(path) + L"\",\"reason\":\"" + jsonEscaped(reason) + L"\",\"seconds\":" +
@@ -21,7 +21,7 @@ std::wstring asObject(const std::wstring& path, const std::wstring& reason, std:
 bool Waiting::noteChanging(const std::wstring& path) {
   const auto inserted = changing_.emplace(path, Changing{});
   Changing& entry = inserted.first->second;
-  entry.distance = entry.distance == 0 ? kSecond : std::min(entry.distance * 2, kLongest);
+  entry.distance = entry.distance == 0 ? kMicrosecondsPerSecond : std::min(entry.distance * 2, kLongest);
   entry.next = clock_->nowMicroseconds() + entry.distance;
   return inserted.second;
 }
@@ -74,7 +74,7 @@ std::wstring Waiting::asJSON() const {
   const auto add = [&](const std::wstring& object) { list += (list.empty() ? L"" : L",") + object; };
   for (const auto& entry : changing_) {
     const std::int64_t left = isPostponed(entry.first) ? entry.second.next - clock_->nowMicroseconds() : 0;
-    add(asObject(entry.first, L"changing", (left + kSecond - 1) / kSecond));
+    add(asObject(entry.first, L"changing", (left + kMicrosecondsPerSecond - 1) / kMicrosecondsPerSecond));
   }
   for (const auto& entry : others_) {
     for (const std::wstring& reason : entry.second) add(asObject(entry.first, reason, 0));

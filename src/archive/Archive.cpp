@@ -27,7 +27,6 @@ namespace {
 
 constexpr int kLevel = 9;
 constexpr std::size_t kLargestText = 16 * 1024 * 1024;
-constexpr std::size_t kBufferBytes = 256 * 1024;
 
 EntryOptions optionsFor(bool compress) {
   EntryOptions options;
@@ -130,7 +129,7 @@ bool holds(const fs::path& archive, const fs::path& file, const Progress& progre
   const zip::Entry* const content = reader.find(kContentEntry);
   zip::InputFile plain(file);
   if (content == nullptr || content->size != plain.size()) return false;
-  std::vector<unsigned char> buffer(kBufferBytes);
+  std::vector<unsigned char> buffer(platform::kCopyBufferBytes);
   std::uint64_t position = 0;
   std::uint32_t crc = 0;
   while (const std::size_t got = plain.readAt(position, buffer.data(), buffer.size())) {

@@ -41,7 +41,7 @@ static_assert(same(ArchiveFailure::changed, KELSYNC_ARCHIVE_CHANGED), "result co
 
 /// Runs one export; whatever is thrown becomes a result.
 template <class Operation>
-int guarded(Operation operation) noexcept {
+int resultOf(Operation operation) noexcept {
   try {
     operation();
     return KELSYNC_ARCHIVE_OK;
@@ -110,7 +110,7 @@ private:
 template <class Char>
 int packFile(const Char* source, const Char* target, const Char* password, const Char* metadata, bool content,
              bool compress) noexcept {
-  return guarded([&] {
+  return resultOf([&] {
     PackRequest request;
     request.source = pathOf(source);
     request.target = pathOf(target);
@@ -132,12 +132,12 @@ void unpackInto(const Char* archive, const fs::path& folder, const Char* passwor
 
 template <class Char>
 int unpackFile(const Char* archive, const Char* folder, const Char* password) noexcept {
-  return guarded([&] { unpackInto(archive, pathOf(folder), password); });
+  return resultOf([&] { unpackInto(archive, pathOf(folder), password); });
 }
 
 template <class Char>
 int readText(const Char* archive, const Char* entryName, const Char* password, char** out, bool printType) noexcept {
-  return guarded([&] {
+  return resultOf([&] {
     if (entryName == nullptr) return;
     if (out == nullptr) badArgument();
     *out = nullptr;
@@ -189,7 +189,7 @@ int KELSYNC_CALL zipenc_meta_w(const wchar_t* src, const wchar_t* dst, const wch
 
 int KELSYNC_CALL zipdec_meta_w(const wchar_t* archive, const wchar_t* dstPath, const wchar_t* password,
                                const wchar_t* name) {
-  return guarded([&] {
+  return resultOf([&] {
     if (name == nullptr) return;
     const std::string folder = Kelta::platform::utf8(textOf(name));
     Kelta::zip::checkEntryName(folder);
@@ -206,7 +206,7 @@ int KELSYNC_CALL get_zip_meta_w(const wchar_t* archive, const wchar_t* entryName
 }
 
 int KELSYNC_CALL zip_update_meta_w(const wchar_t* archive, const wchar_t* metaPath) {
-  return guarded([&] { Kelta::archive::updateMetadata(pathOf(archive), pathOf(metaPath)); });
+  return resultOf([&] { Kelta::archive::updateMetadata(pathOf(archive), pathOf(metaPath)); });
 }
 
 }  // extern "C"

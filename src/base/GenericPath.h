@@ -6,6 +6,9 @@
 
 namespace Kelta {
 
+/// What the name of an archive ends with.
+inline constexpr wchar_t kArchiveExtension[] = L".kelta";
+
 /// The generic form: every backslash replaced by a forward slash.
 std::wstring genericForm(std::wstring path);
 

@@ -17,7 +17,7 @@ const char kPrefix[] = ".~kelsync-";
 constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr std::size_t kHexDigits = 8;
 constexpr std::size_t kLongestProcessId = 19;
-constexpr int kNameAttempts = 16;
+constexpr int kTemporaryNameAttempts = 16;
 
 /// The names that this process has in use.
 struct OwnNames {
@@ -129,7 +129,7 @@ AtomicFile::AtomicFile(OpenFolder folder, boost::filesystem::path name, bool own
       id_ = file_->id();
     } catch (const boost::filesystem::filesystem_error& error) {
       forgetTemporaryName(fresh);
-      if (attempt >= kNameAttempts || error.code() != boost::system::errc::file_exists) throw;
+      if (attempt >= kTemporaryNameAttempts || error.code() != boost::system::errc::file_exists) throw;
     }
   }
   if (ownerOnly_) file_->restrictToOwner();

@@ -124,6 +124,9 @@ bool samePath(const std::wstring& a, const std::wstring& b);
 /// The same for "equals `folder`, which has no trailing separator, or lies below it".
 bool liesBelow(const std::wstring& path, const std::wstring& folder);
 
+/// Bytes read at once where a file is copied.
+constexpr std::size_t kCopyBufferBytes = 256 * 1024;
+
 /// An open file with 64-bit positions. Failures throw filesystem_error with the path.
 class File {
 public:

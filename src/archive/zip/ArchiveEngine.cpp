@@ -17,7 +17,7 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr int kAttempts = 3;
+constexpr int kPasswordAttempts = 3;
 
 [[noreturn]] void fail(ArchiveFailure failure, const std::string& what) { throw ArchiveError(failure, what); }
 
@@ -207,7 +207,7 @@ std::string ArchiveEngine::extractText(const fs::path& archive, const std::strin
 void ArchiveEngine::unlock(EntryReader& content, const Entry& entry) {
   if (!content.needsPassword()) return;
   if (!password_.empty() && content.unlock(password_.text())) return;
-  const int attempts = interactive_ ? kAttempts : 1;
+  const int attempts = interactive_ ? kPasswordAttempts : 1;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     askPassword(entry.name, attempt > 0);
     if (password_.empty()) break;

@@ -42,5 +42,11 @@ private:
   boost::system::error_code cause_;
 };
 
+[[noreturn]] inline void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
+
+inline void requireCrypto(bool fine) {
+  if (!fine) throw ArchiveError(ArchiveFailure::internal, "the crypto library failed");
+}
+
 }  // namespace zip
 }  // namespace Kelta

@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::uint64_t kLargestDirectory = 16 * 1024 * 1024;
 
-[[noreturn]] void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
-
 }  // namespace
 
 ArchiveReader::ArchiveReader(const boost::filesystem::path& archive, const ReadingRules& rules)

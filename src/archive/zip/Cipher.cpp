@@ -11,29 +11,21 @@
 namespace Kelta {
 namespace zip {
 
-namespace {
-
-void require(int result) {
-  if (result != 1) throw ArchiveError(ArchiveFailure::internal, "the crypto library failed");
-}
-
-}  // namespace
-
 void CbcCipher::Free::operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
 
 CbcCipher::CbcCipher(Algorithm algorithm, Direction direction, Padding padding, const Key& key, const unsigned char* iv)
     : context_(EVP_CIPHER_CTX_new()), decrypting_(direction == Direction::decrypt) {
   const EVP_CIPHER* cipher = algorithm == Algorithm::aes256 ? EVP_aes_256_cbc() : EVP_des_ede3_cbc();
-  require(context_ ? 1 : 0);
-  require(EVP_CipherInit_ex(context_.get(), cipher, nullptr, key.data(), iv, decrypting_ ? 0 : 1));
-  require(EVP_CIPHER_CTX_set_padding(context_.get(), padding == Padding::pkcs7 ? 1 : 0));
+  requireCrypto(context_ != nullptr);
+  requireCrypto(EVP_CipherInit_ex(context_.get(), cipher, nullptr, key.data(), iv, decrypting_ ? 0 : 1) == 1);
+  requireCrypto(EVP_CIPHER_CTX_set_padding(context_.get(), padding == Padding::pkcs7 ? 1 : 0) == 1);
 }
 
 CbcCipher::~CbcCipher() = default;
 
 std::size_t CbcCipher::update(const unsigned char* in, std::size_t size, unsigned char* out) {
   int written = 0;
-  require(EVP_CipherUpdate(context_.get(), out, &written, in, static_cast<int>(size)));
+  requireCrypto(EVP_CipherUpdate(context_.get(), out, &written, in, static_cast<int>(size)) == 1);
   return static_cast<std::size_t>(written);
 }
 
@@ -41,7 +33,7 @@ bool CbcCipher::finish(unsigned char* out, std::size_t& written) {
   int last = 0;
   const int result = EVP_CipherFinal_ex(context_.get(), out, &last);
   if (result != 1 && decrypting_) return false;
-  require(result);
+  requireCrypto(result == 1);
   written = static_cast<std::size_t>(last);
   return true;
 }

@@ -13,7 +13,7 @@ namespace {
 constexpr int kRawWindow = -MAX_WBITS;  ///< no zlib header and trailer
 constexpr int kMemoryLevel = 8;
 
-void require(bool fine) {
+void requireDeflate(bool fine) {
   if (!fine) throw ArchiveError(ArchiveFailure::internal, "the compression library failed");
 }
 
@@ -22,7 +22,7 @@ void require(bool fine) {
 }  // namespace
 
 DeflateSink::DeflateSink(ByteSink& next, int level) : next_(next), stream_(), out_(new unsigned char[kBufferSize]) {
-  require(deflateInit2(&stream_, level, Z_DEFLATED, kRawWindow, kMemoryLevel, Z_DEFAULT_STRATEGY) == Z_OK);
+  requireDeflate(deflateInit2(&stream_, level, Z_DEFLATED, kRawWindow, kMemoryLevel, Z_DEFAULT_STRATEGY) == Z_OK);
 }
 
 DeflateSink::~DeflateSink() { deflateEnd(&stream_); }
@@ -31,7 +31,7 @@ void DeflateSink::run(int flush) {
   do {
     stream_.next_out = out_.get();
     stream_.avail_out = static_cast<uInt>(kBufferSize);
-    require(deflate(&stream_, flush) != Z_STREAM_ERROR);
+    requireDeflate(deflate(&stream_, flush) != Z_STREAM_ERROR);
     next_.write(out_.get(), kBufferSize - stream_.avail_out);
   } while (stream_.avail_out == 0);
 }
@@ -55,7 +55,7 @@ void DeflateSink::finish() {
 
 InflateSource::InflateSource(ByteSource& compressed)
     : compressed_(compressed), stream_(), in_(new unsigned char[kBufferSize]) {
-  require(inflateInit2(&stream_, kRawWindow) == Z_OK);
+  requireDeflate(inflateInit2(&stream_, kRawWindow) == Z_OK);
 }
 
 InflateSource::~InflateSource() { inflateEnd(&stream_); }
@@ -67,7 +67,7 @@ void InflateSource::step() {
     inputEnded_ = stream_.avail_in == 0;
   }
   const int result = inflate(&stream_, Z_NO_FLUSH);
-  if (result == Z_MEM_ERROR) require(false);
+  if (result == Z_MEM_ERROR) requireDeflate(false);
   if (result == Z_BUF_ERROR && inputEnded_) broken("the compressed data is cut short");
   if (result != Z_OK && result != Z_BUF_ERROR && result != Z_STREAM_END) broken("the compressed data is broken");
   if (result != Z_STREAM_END) return;

@@ -13,8 +13,6 @@ constexpr std::size_t kLocatorSize = 20;
 constexpr std::size_t kEnd64Size = 56;
 constexpr std::size_t kLargestComment = 0xFFFF;
 
-[[noreturn]] void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
-
 /// Whether an end record stands there; with `additions` something may follow its comment.
 bool isEndRecord(const unsigned char* at, std::size_t size, bool additions) {
   FieldReader fields(at, size);

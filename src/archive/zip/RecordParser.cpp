@@ -14,8 +14,6 @@ constexpr std::uint16_t kStrongFormat = 2;
 constexpr std::uint16_t kNewestVersion = 63;
 constexpr std::size_t kOffsetPosition = 42;  ///< of the header offset in a central record
 
-[[noreturn]] void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
-
 /// One field of an extra block.
 FieldReader findExtra(FieldReader extra, std::uint16_t wanted) {
   while (extra.left() > 0) {

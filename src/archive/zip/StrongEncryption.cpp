@@ -23,15 +23,9 @@ using Digest = Secret<kDigestSize>;
 using Direction = CbcCipher::Direction;
 using Padding = CbcCipher::Padding;
 
-void require(bool fine) {
-  if (!fine) throw ArchiveError(ArchiveFailure::internal, "the crypto library failed");
-}
-
-[[noreturn]] void damaged(const char* what) { throw ArchiveError(ArchiveFailure::damaged, what); }
-
 Digest sha1(const void* data, std::size_t size) {
   Digest digest;
-  require(EVP_Digest(data, size, digest.data(), nullptr, EVP_sha1(), nullptr) == 1);
+  requireCrypto(EVP_Digest(data, size, digest.data(), nullptr, EVP_sha1(), nullptr) == 1);
   return digest;
 }
 
@@ -69,7 +63,7 @@ std::uint32_t crcOf(const unsigned char* data, std::size_t size) {
   return static_cast<std::uint32_t>(crc32(0, data, static_cast<uInt>(size)));
 }
 
-void randomFill(unsigned char* data, std::size_t size) { require(RAND_bytes(data, static_cast<int>(size)) == 1); }
+void randomFill(unsigned char* data, std::size_t size) { requireCrypto(RAND_bytes(data, static_cast<int>(size)) == 1); }
 
 /// Takes a part of the header; `available` is what is left of the entry.
 Bytes take(ByteSource& source, std::uint64_t size, std::uint64_t& available) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <utility>
@@ -27,6 +28,11 @@ public:
 
 private:
   int number_;
+};
+
+/// For a std::unique_ptr to an open listing.
+struct FolderCloser {
+  void operator()(DIR* folder) const { closedir(folder); }
 };
 
 }  // namespace platform

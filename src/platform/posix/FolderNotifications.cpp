@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "platform/Text.h"
+#include "platform/posix/Descriptor.h"
 #include "platform/posix/WatchTree.h"
 
 namespace Kelta {
@@ -28,19 +29,10 @@ constexpr int kMoveMilliseconds = 20;
 // Where folders cannot be watched for want of watches, the whole tree counts as changed that often.
 constexpr int kIncompleteMilliseconds = 30000;
 
-class Descriptor {
-public:
-  explicit Descriptor(int number) : number_(number) {
-    if (number < 0) throw std::system_error(errno, std::generic_category(), "folder notifications");
-  }
-  ~Descriptor() { close(number_); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return number_; }
-
-private:
-  int number_;
-};
+Descriptor required(int number) {
+  if (number < 0) throw std::system_error(errno, std::generic_category(), "folder notifications");
+  return Descriptor(number);
+}
 
 class Inotify : public FolderNotifications {
 public:
@@ -66,7 +58,7 @@ public:
 
   bool isIncomplete() const override { return tree_.isIncomplete(); }
 
-  void stop() override { eventfd_write(stop_.number(), 1); }
+  void stop() override { eventfd_write(stop_.get(), 1); }
 
 private:
   using Clock = std::chrono::steady_clock;
@@ -78,7 +70,7 @@ private:
   }
 
   Event waitOnce() {
-    pollfd descriptors[] = {{stop_.number(), POLLIN, 0}, {events_.number(), POLLIN, 0}};
+    pollfd descriptors[] = {{stop_.get(), POLLIN, 0}, {events_.get(), POLLIN, 0}};
     const int untilLost = tree_.isIncomplete() ? millisecondsUntilLost() : -1;
     if (untilLost == 0 && movedFrom_.empty()) {
       toldLost_ = Clock::now();
@@ -96,7 +88,7 @@ private:
 
   Event readEvents() {
     alignas(inotify_event) char buffer[kBufferBytes];
-    const ssize_t got = read(events_.number(), buffer, sizeof buffer);
+    const ssize_t got = read(events_.get(), buffer, sizeof buffer);
     if (got <= 0) return got < 0 && (errno == EINTR || errno == EAGAIN) ? Event::changes : Event::ended;
     const bool wasIncomplete = tree_.isIncomplete();
     lost_ = false;
@@ -155,9 +147,9 @@ private:
   }
 
   std::string folder_;
-  Descriptor stop_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-  Descriptor events_{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
-  WatchTree tree_{events_.number()};
+  Descriptor stop_ = required(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  Descriptor events_ = required(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  WatchTree tree_{events_.get()};
   std::vector<std::string> found_;
   std::string movedFrom_;
   std::uint32_t moveCookie_ = 0;

@@ -19,10 +19,6 @@ namespace fs = boost::filesystem;
 
 constexpr int kFolder = O_DIRECTORY | O_CLOEXEC;
 
-struct FolderCloser {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
-
 // A folder that may be passed through, but not listed, can be held as well.
 Descriptor openFolder(int above, const fs::path& name, int flags) {
   Descriptor opened(openat(above, name.c_str(), kFolder | O_RDONLY | flags));

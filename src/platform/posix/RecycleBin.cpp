@@ -26,7 +26,7 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr std::size_t kLongestName = 230;  // leaves room for a number and ".trashinfo"
-constexpr int kNameAttempts = 32;
+constexpr int kBinNameAttempts = 32;
 constexpr int kNumberedAttempts = 8;  // then random names: a thousand files of one name must not cost a million looks
 
 enum class Outcome { done, unsuitable, failed };
@@ -178,7 +178,7 @@ bool isRightOne(const fs::path& thrown, const fs::path& entry, const FileStamp* 
 
 Outcome throwAway(const fs::path& entry, const Trash& trash, const FileStamp* judged) {
   const std::string text = infoFor(entry, trash);
-  for (int attempt = 1; attempt <= kNameAttempts; ++attempt) {
+  for (int attempt = 1; attempt <= kBinNameAttempts; ++attempt) {
     const std::string name = nameInTrash(entry, attempt);
     const fs::path info = trash.folder / "info" / (name + ".trashinfo");
     try {

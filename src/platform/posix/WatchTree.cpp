@@ -8,6 +8,7 @@
 
 #include <memory>
 
+#include "platform/posix/Descriptor.h"
 namespace Kelta {
 namespace platform {
 namespace {
@@ -24,10 +25,6 @@ bool isFolder(const dirent& entry, const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
-
-struct FolderCloser {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
 
 }  // namespace
 
