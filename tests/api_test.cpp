@@ -338,7 +338,7 @@ TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
   kelsync_delete(engine);
   log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
 
-  const std::string log = logIn("log");
+  const std::string log = std::regex_replace(logIn("log"), std::regex("\r"), "");
   for (const char* line : {"assetid = main", " got\n\t'asset'=main\n\t", "EVP final ok ? true"})
     EXPECT_NE(log.find(line), std::string::npos) << "not at the finest level, or not as it is made: " << line;
   EXPECT_EQ(log.find("correct horse"), std::string::npos);

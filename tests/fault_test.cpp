@@ -378,6 +378,7 @@ struct Moment {
   const char* alsoKept = "";                     ///< a version that must be somewhere, if only in a bin
   bool deletes = false;
 };
+void PrintTo(const Moment& moment, std::ostream* out) { *out << moment.name; }
 
 void save(const fs::path& file, const std::string& content, std::int64_t time) {
   put(file.parent_path() / "saving.tmp~", content, time);

@@ -125,7 +125,7 @@ TEST_F(State, WhatCannotBeReadIsKeptAsideAndBothSidesAreMerged) {
 TEST_F(State, ARecordOfUnseenContentOutlivesDamage) {
   put(a.inside() / "x", "1", 10);
   a.cycle();
-  const std::wstring x = platform::wideOf(a.inside() / "x");
+  const std::wstring x = genericForm(platform::wideOf(a.inside() / "x"));
   for (const bool damaged : {false, true}) {
     put(a.inside() / "x", damaged ? "3" : "2", 10);
     a.pair().setState(a.pair().srcStateList, x, 0);

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#define _CRT_RAND_S  // declares rand_s
 #include "platform/Random.h"
 
 #include <stdlib.h>
