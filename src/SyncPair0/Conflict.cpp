@@ -68,15 +68,15 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   report(L"conflict", names[0]);
 }
 
-// Records what was done for both sides; where the two are not both there with one time, neither is known, so that the
-// next scan merges them.
+// Records what was done for both sides; where the two are not both there with one time and content, neither is known,
+// so that the next scan merges them.
 void SyncPair::recordIfEqual(const std::wstring& key) {
   const std::wstring src = pathFor(side(true), key, false);
   const std::wstring dest = pathFor(side(false), key, false);
   const platform::FileStamp inside = lookAt(src);
   const platform::FileStamp outside = lookAt(dest);
   const bool both = inside.kind == platform::Kind::file && outside.kind == platform::Kind::file;
-  if (!both || inside.seconds() != outside.seconds()) return forgetBoth(key, false);
+  if (!both || inside.seconds() != outside.seconds() || !holdsContent(dest, src)) return forgetBoth(key, false);
   recordAs(srcStateList, src, inside);
   recordAs(destStateList, dest, outside);
 }

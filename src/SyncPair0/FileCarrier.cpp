@@ -187,6 +187,14 @@ bool SyncPair::lookAtSource(FileJob& job) {
   return true;
 }
 
+bool SyncPair::holdsContent(const std::wstring& archive, const std::wstring& plain) try {
+  const auto check = [this](std::uint64_t) { interruption_->check(); };
+  return archive::holds(platform::pathOf(archive), platform::pathOf(plain), check);
+} catch (const zip::ArchiveError& error) {
+  PAIR_ERROR("%s", error.what());
+  return false;
+}
+
 // A source that was recorded as unseen may have been left alone since it was copied.
 bool SyncPair::isCopiedAlready(const FileJob& job) {
   const platform::FileStamp& stamp = job.guard.source;
@@ -197,13 +205,7 @@ bool SyncPair::isCopiedAlready(const FileJob& job) {
   if (older || isAsRecorded(job.to, job.target, there) != Known::yes) return false;
   const std::wstring& archive = job.from.inside ? job.target : job.source;
   const std::wstring& plain = job.from.inside ? job.source : job.target;
-  try {
-    const auto check = [this](std::uint64_t) { interruption_->check(); };
-    if (!archive::holds(platform::pathOf(archive), platform::pathOf(plain), check)) return false;
-  } catch (const zip::ArchiveError& error) {
-    PAIR_ERROR("%s", error.what());
-    return false;
-  }
+  if (!holdsContent(archive, plain)) return false;
   const bool settled = recordAs(job.from.state, job.source, stamp, job.rests);
   if (!settled) {
     noteChanging(job.source);

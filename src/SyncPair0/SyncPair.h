@@ -374,6 +374,8 @@ private:
   void carryFileJob(FileJob& job);
   bool lookAtSource(FileJob& job);
   bool isCopiedAlready(const FileJob& job);
+  /// Whether what the directory of `archive` says of its content is true of `plain`. False when that cannot be told.
+  bool holdsContent(const std::wstring& archive, const std::wstring& plain);
   Judgement judgeTarget(const FileJob& job, const platform::FileStamp& stamp);
   bool prepareTarget(FileJob& job);
   bool keepLoser(FileJob& job, const platform::FileStamp& stamp);
