@@ -349,6 +349,8 @@ TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
   // Whichever function writes it, a line is of the method whose step it is.
   for (const char* line :
        {"scanForUpdates() [subset scan] ADD: ", "scanForDeletes() [subset scan] DELETE: ", "scanSrcChanges() srcSync",
+        "scanForUpdates() tmpap = ", "scanForUpdates() stateList = ", "scanForDeletes() stateList (",
+        "scanForDeletes() syncList.count(relPath) 0",
         "scanForUpdatesRecurse() SAME: ", "scanForDeletes() checking: ", "resolveSync() copied successfully? true",
         "resolveSync() deleted successfully? true true", "doCopy() srcFile = ", "copyFile() copy [",
         "copyEncrypt() destActual = ", "copyDecrypt() destActual = ", "doDelete() delpath: "})

@@ -115,7 +115,7 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
 TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
   const auto nameFor = [&](const std::string& side, std::size_t characters, const std::string& end) {
     const std::size_t rest = characters - folder.wide(side + "/" + end).size();
-    return side + "/" + std::string(rest, 'n') + end;
+    return side + "/nnn." + std::string(rest - 4, 'n') + end;
   };
   int changed = 0;
   for (const std::string& entry : {nameFor("in", 261, ".txt"), nameFor("out", 261, ".kelta")}) {

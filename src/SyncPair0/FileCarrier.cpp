@@ -302,9 +302,7 @@ void SyncPair::copyJob(FileJob& job) {
   if (done) return finishJob(job, outcome);
   if (outcome.result == CopyOutcome::Result::settled)
     return noteGivenUp(job.key, job.source, job.guard.source.seconds());
-  // What has become of it is still to be found: a deletion, or a folder in its place.
-  const platform::Kind source = stampUnderName(job.source).kind;
-  if (source == platform::Kind::missing || source == platform::Kind::folder) return;
+  if (stampUnderName(job.source).kind == platform::Kind::missing) return;  // its deletion is still to be found
   if (outcome.result == CopyOutcome::Result::changed) return noteChanging(job.source);
   if (!again) return copyFailed(job.from, job.key, job.so);
   if (attempt_ < kAttempts) {
