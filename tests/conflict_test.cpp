@@ -342,9 +342,12 @@ TEST_F(Conflicts, WhatACloudClientKeptTwiceArrivesUnderDistinctNames) {
     put(in(c, "x.txt"), "kept " + std::to_string(time), time);
     c.cycle();
     fs::rename(folder / "cloud/x.txt.kelta", out(name));
+    a.handler().recordQuarantine(out(name), L"of the name it has now", L"path-issue");
     fs::remove(in(c, "x.txt"));
     c.cycle();
   }
+  a.pair().scanDestChanges();
+  EXPECT_EQ(a.handler().getQuarantineAsJSON().find(L"/outside/x"), std::wstring::npos) << "has another name now";
   put(out("z.txt (conflicted copy).kelta"), "no archive", 10);
   put(out("z.txt.kelta (conflicted copy)"), "no archive", 10);
   for (int round = 0; round < 4; ++round) {
