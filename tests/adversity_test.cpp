@@ -81,6 +81,46 @@ TEST_F(Adversity, AnEditRightAfterThePlacementIsSeen) {
   converge();
   EXPECT_EQ(contentOf(in(b, "x")), "edited by the user at once");
 }
+// The source goes between the scan and the copy, or while it is copied, for good or for a folder: nothing has failed
+TEST_F(Adversity, ASourceDeletedBeforeItsCopyTravelsAsADeletion) {
+  for (const std::string when : {"before", "during", "for a folder"}) {
+    SCOPED_TRACE(when);
+    put(in(a, "x"), "0", 1);
+    converge();
+    put(in(a, "x"), "edited", 10);
+    a.pair().scanSrcChanges();
+    a.pair().scanDestChanges();
+    const auto go = [&] {
+      fs::remove(in(a, "x"));
+      if (when == "for a folder") fs::create_directory(in(a, "x"));
+    };
+    if (when == "before") go();
+    clock->onLook = [&] {
+      if (fs::is_regular_file(in(a, "x")) && !a.leftovers().empty()) go();
+    };
+    a.pair().syncChanges();
+    clock->onLook = nullptr;
+    a.pair().endCycle();
+    ASSERT_FALSE(fs::is_regular_file(in(a, "x")));
+    EXPECT_EQ(a.notifications().find("Could not"), std::string::npos) << a.notifications();
+    EXPECT_EQ(a.pair().srcStateList.size() + a.pair().destStateList.size(), 2U) << "known until it is carried over";
+    EXPECT_EQ(a.cycle().substr(0, 14), "delete:x.kelta");
+    EXPECT_EQ(b.cycle().substr(0, 8), "delete:x");
+    fs::remove_all(in(a, "x"));
+    converge();
+  }
+}
+TEST_F(Adversity, AFileLockedInOnePassAndCopiedAfterTheNextIsToldOnce) {
+  put(in(a, "x"), "1", 10);
+  put(in(a, "y"), "1", 10);
+  auto held = std::make_unique<HeldFile>(in(a, "x"));
+  clock->onPause = [&](std::int64_t) { held.reset(); };
+  EXPECT_EQ(a.cycle(), "encrypt:x.kelta encrypt:y.kelta");
+  clock->onPause = nullptr;
+  const std::string told = a.notifications();
+  EXPECT_EQ(told.find("Could not"), std::string::npos) << told;
+  EXPECT_EQ(told.find("Encrypted x"), told.rfind("Encrypted x")) << told;
+}
 TEST_F(Adversity, ACopyRemovedRightAfterThePlacementIsNotForgotten) {
   put(in(a, "x"), "from a", 10);
   clock->onLook = [&] {
@@ -228,7 +268,7 @@ TEST_F(Adversity, TheOutsidesMarkerIsTheSameEverywhere) {
   put(in(c, "other"), "1", 10);
   c.cycle();
   EXPECT_EQ(contentOf(c.outside() / ".kelta"), marker);
-  c.handler().changeAssetKey(L"main", std::wstring(64, L'5'), {});
+  c.changeKey(std::wstring(64, L'5'));
   c.cycle();
   EXPECT_EQ(contentOf(c.outside() / ".kelta"), marker);
 

@@ -98,10 +98,14 @@ TEST_F(Api, NotificationsAreHandedOutWholeAndKeptUntilCleared) {
   EXPECT_EQ(notifications(), "{\"notifications\":[]}");
   SyncPair pair;
   pair.notify(L"SYNC", L"one", L"42");
-  for (int i = 0; i < 2; ++i) pair.notify(L"SYNC", L"two");
+  for (int i = 0; i < 2; ++i) {
+    pair.notify(L"SYNC", L"failed");
+    pair.notifyDone(L"done");
+  }
   EXPECT_EQ(platform::utf8(pair.notificationsAsJSON()),
             "{\"notifications\":[{\"type\":\"SYNC\",\"message\":\"one\",\"more\":42},"
-            "{\"type\":\"SYNC\",\"message\":\"two\"}]}");
+            "{\"type\":\"SYNC\",\"message\":\"failed\"},{\"type\":\"SYNC\",\"message\":\"done\"},"
+            "{\"type\":\"SYNC\",\"message\":\"done\"}]}");
 }
 
 TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
@@ -333,6 +337,7 @@ TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
   scanAndResolve({"inside", "outside"});
   fs::remove(folder / "inside/z");
   scanAndResolve({"inside"});
+  kelsync_scan_src_changes(h);
   kelsync_pair* const engine = h;
   h = nullptr;
   kelsync_delete(engine);
@@ -341,6 +346,16 @@ TEST_F(Api, TheLogTellsWhatWasDoneAndNoSecret) {
   const std::string log = std::regex_replace(logIn("log"), std::regex("\r"), "");
   for (const char* line : {"assetid = main", " got\n\t'asset'=main\n\t", "EVP final ok ? true"})
     EXPECT_NE(log.find(line), std::string::npos) << "not at the finest level, or not as it is made: " << line;
+  // Whichever function writes it, a line is of the method whose step it is.
+  for (const char* line :
+       {"scanForUpdates() [subset scan] ADD: ", "scanForDeletes() [subset scan] DELETE: ", "scanSrcChanges() srcSync",
+        "scanForUpdates() tmpap = ", "scanForUpdates() stateList = ", "scanForDeletes() stateList (",
+        "scanForDeletes() syncList.count(relPath) 0",
+        "scanForUpdatesRecurse() SAME: ", "scanForDeletes() checking: ", "resolveSync() copied successfully? true",
+        "resolveSync() deleted successfully? true true", "doCopy() srcFile = ", "copyFile() copy [",
+        "copyEncrypt() destActual = ", "copyDecrypt() destActual = ", "doDelete() delpath: "})
+    EXPECT_NE(log.find(std::string(") ") + line), std::string::npos) << line;
+  EXPECT_EQ(log.find(") operator()"), std::string::npos);
   EXPECT_EQ(log.find("correct horse"), std::string::npos);
   EXPECT_FALSE(std::regex_search(log, std::regex("[0-9a-fA-F]{64}"))) << "a key, a password or its cipher";
   EXPECT_EQ(log.find(" encrypt\t"), std::string::npos);

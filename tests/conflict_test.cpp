@@ -252,7 +252,8 @@ TEST_F(Conflicts, AConflictCopyThatWasCutShortIsCompleted) {
 
 TEST_F(Conflicts, WhatCannotBecomeAConflictCopyIsLeftAloneAndTold) {
   const std::size_t folderLength = std::max(in(b, "").size(), out("").size());
-  const std::string longName(240 - folderLength, 'l');  // an archive's suffix fits, a conflict copy's does not
+  // An archive's suffix fits, a conflict copy's does not. With its dot the name looks like no encrypted one.
+  const std::string longName = "l." + std::string(238 - folderLength, 'l');
   put(in(a, longName), "from a", 10);
   put(in(b, longName), "from b", 10);
   a.cycle();
@@ -261,6 +262,7 @@ TEST_F(Conflicts, WhatCannotBecomeAConflictCopyIsLeftAloneAndTold) {
   EXPECT_NE(platform::utf8(b.handler().getQuarantineAsJSON()).find("Path too long for a conflict copy"),
             std::string::npos);
   const std::string told = b.notifications();
+  EXPECT_NE(told.find("Quarantine, path too long: l"), std::string::npos);
   EXPECT_EQ(told.find("Quarantine, path too long: l"), told.rfind("Quarantine, path too long: l"));
   EXPECT_NE(told.find("Could not copy l"), std::string::npos);
   put(in(b, longName), "from a", 10);
@@ -340,9 +342,12 @@ TEST_F(Conflicts, WhatACloudClientKeptTwiceArrivesUnderDistinctNames) {
     put(in(c, "x.txt"), "kept " + std::to_string(time), time);
     c.cycle();
     fs::rename(folder / "cloud/x.txt.kelta", out(name));
+    a.handler().recordQuarantine(out(name), L"of the name it has now", L"path-issue");
     fs::remove(in(c, "x.txt"));
     c.cycle();
   }
+  a.pair().scanDestChanges();
+  EXPECT_EQ(a.handler().getQuarantineAsJSON().find(L"/outside/x"), std::wstring::npos) << "has another name now";
   put(out("z.txt (conflicted copy).kelta"), "no archive", 10);
   put(out("z.txt.kelta (conflicted copy)"), "no archive", 10);
   for (int round = 0; round < 4; ++round) {

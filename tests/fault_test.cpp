@@ -57,7 +57,8 @@ struct Place {
   std::string hidden;      // an entry below this folder cannot be looked at: an I/O error
   std::string unreadable;  // this file cannot be read, once `readsLeft` reads went well
   int readsLeft = 0;
-  std::string closed;     // nothing can be renamed to a path that begins so
+  std::string closed;     // nothing can be renamed to a path that begins so,
+  int error = EACCES;     // for this reason
   std::string contested;  // somebody makes this file right before it is renamed to
   bool struck = false;
 } place;
@@ -89,7 +90,7 @@ bool failsToRename(const std::string& to) {
     Kelta::test::put(to, "from somebody else", 50);
   }
   if (!startsWith(to, place.closed)) return false;
-  errno = EACCES;
+  errno = place.error;
   return place.struck = true;
 }
 
@@ -239,6 +240,19 @@ TEST_F(Contested, AVersionThatCannotBeReplacedIsThrownAwayOnce) {
   settle();
   EXPECT_EQ(thrownAway("from b"), 1U);
   EXPECT_EQ(a.tree(), "x=from a@20");
+}
+
+TEST_F(Contested, TheHostIsToldTheTrueCause) {
+  for (const int error : {EACCES, ENOSPC, EROFS}) {
+    put(a.inside() / "x", "content", 10);
+    place.closed = (a.outside() / "x.kelta").string();
+    place.error = error;
+    a.cycle();
+    place = Place();
+    const std::string cause = boost::system::error_code(error, boost::system::system_category()).message();
+    EXPECT_NE(a.notifications().find("\"Could not copy x\",\"more\":\"" + cause + "\"}"), std::string::npos)
+        << a.notifications();
+  }
 }
 
 TEST_F(Contested, NothingIsReplacedOrDeletedWhenTheBinRefuses) {

@@ -28,6 +28,16 @@ TEST_F(HandlerTest, IgnoresWhatCannotBeSynchronisedAndRecordsIt) {
   EXPECT_TRUE(handler.ignore(folder / "in/a.kelta"));
   EXPECT_EQ(handler.quarantineLastUpdate(), changed);
   EXPECT_NE(handler.getQuarantineAsJSON().find(L"/in/a.kelta\""), std::wstring::npos);
+
+  // What is gone takes its record along, whatever its name; a side that is away says nothing.
+  fs::rename(folder / "in", folder / "away");
+  handler.beginOperation();
+  EXPECT_EQ(quarantine().size(), 1 + unusableNames().size());
+  fs::rename(folder / "away", folder / "in");
+  for (const std::string& name : unusableNames()) fs::remove(folder / ("in/" + name));
+  handler.beginOperation();
+  EXPECT_EQ(quarantine().size(), 1U);
+  EXPECT_EQ(handler.quarantineLastUpdate(), unusableNames().empty() ? changed : clock->nowSeconds());
 }
 
 TEST_F(HandlerTest, RemovesOnlyAbandonedTemporaries) {
@@ -83,6 +93,15 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
   clock->advance(-60000);
   handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
   EXPECT_EQ(handler.quarantineLastUpdate(), changed + 1) << "a change shows even when the clock was set back";
+  clock->advance(120000);
+  const std::int64_t now = clock->nowSeconds();
+  for (const std::int64_t shown : {now, now + 1, now + 1, now + 1}) {
+    handler.recordQuarantine(folder / "in/x", L"m", L"path-issue");
+    EXPECT_EQ(handler.quarantineLastUpdate(), shown) << "never more than a second ahead";
+  }
+  clock->advance(1000);
+  EXPECT_EQ(handler.quarantineLastUpdate(), now + 2) << "the latest change still shows";
+  EXPECT_EQ(handler.quarantineLastUpdate(), now + 2);
 
   fs::remove_all(folder / "quar");
   for (int i = 0; i < 2; ++i) {
@@ -96,7 +115,7 @@ TEST_F(HandlerTest, TheQuarantineListAlwaysParses) {
 TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
   const auto nameFor = [&](const std::string& side, std::size_t characters, const std::string& end) {
     const std::size_t rest = characters - folder.wide(side + "/" + end).size();
-    return side + "/" + std::string(rest, 'n') + end;
+    return side + "/nnn." + std::string(rest - 4, 'n') + end;
   };
   int changed = 0;
   for (const std::string& entry : {nameFor("in", 261, ".txt"), nameFor("out", 261, ".kelta")}) {
@@ -110,6 +129,7 @@ TEST_F(HandlerTest, QuarantineRecordsAreOfTheDiskAndGoWithTheirReason) {
   }
   ASSERT_EQ(notifications.size(), 2U);
   EXPECT_EQ(notifications[1].find(L"SYNC: Quarantine, path too long: nnn"), 0U);
+  EXPECT_EQ(notifications[1].find(L".kelta"), std::wstring::npos);
   CryptoSyncCopyHandler restarted(services());
   restarted.setQuarFolder(folder.wide("quar"));
   EXPECT_EQ(restarted.getQuarantineAsJSON(), handler.getQuarantineAsJSON());

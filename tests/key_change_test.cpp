@@ -53,10 +53,10 @@ protected:
       close(progress[0]);
       Device device(folder / "a", folder / "outside");
       device.handler().setAssetKey(L"main", from);
-      device.handler().changeAssetKey(L"main", to,
-                                      [&](const std::wstring&, const std::wstring&, std::uint64_t done, std::uint64_t) {
-                                        if (done == archives && write(progress[1], "x", 1) != 1) _exit(1);
-                                      });
+      device.pair().setProgress([&](const std::wstring&, const std::wstring&, std::uint64_t done, std::uint64_t) {
+        if (done == archives && write(progress[1], "x", 1) != 1) _exit(1);
+      });
+      device.changeKey(to);
       _exit(0);
     }
     close(progress[1]);
@@ -106,7 +106,7 @@ TEST_F(KeyChange, KilledAtTwentyMomentsFinishesWhenCalledAgain) {
   EXPECT_GT(between, kKills / 2) << "most were killed too early or too late";
   Device a(folder / "a", folder / "outside");
   a.handler().setAssetKey(L"main", from);
-  EXPECT_TRUE(a.handler().changeAssetKey(L"main", to, {}));
+  EXPECT_TRUE(a.changeKey(to));
   EXPECT_TRUE(unopened(b, to).empty());
   EXPECT_EQ(unopened(b, from).size(), before.size());
   EXPECT_TRUE(contents() == before);
@@ -129,7 +129,7 @@ TEST_F(KeyChange, FoldersThatNoScanTakesDoNotEndIt) {
   for (int level = 0; level < kLevels; ++level)
     wrap(folder / std::to_string(level % 2), folder / std::to_string((level + 1) % 2));
   fs::rename(folder / "0", a.outside() / "deep");
-  EXPECT_TRUE(a.handler().changeAssetKey(L"main", L"another key", {}));
+  EXPECT_TRUE(a.changeKey(L"another key"));
   EXPECT_TRUE(a.handler().verifyArchives({}));
   EXPECT_TRUE(a.resetNames());
   const std::string told = platform::utf8(a.handler().getQuarantineAsJSON());

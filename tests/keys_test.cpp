@@ -26,7 +26,7 @@ protected:
     return text.substr(13, text.find('"', 13) - 13);
   }
   std::string quarantine(Device& device) { return platform::utf8(device.handler().getQuarantineAsJSON()); }
-  bool change(Device& device, const std::wstring& key) { return device.handler().changeAssetKey(L"main", key, {}); }
+  bool change(Device& device, const std::wstring& key) { return device.changeKey(key); }
   /// What each archive showed under the device's keys: "x.kelta:verify …".
   std::string verify(Device& device) {
     std::set<std::string> lines;
@@ -130,6 +130,10 @@ TEST_F(Keys, ChangingAKeyLeavesNothingToCopyAndForeignKeysAlone) {
   }
   EXPECT_TRUE(change(a, kNewKey));
   EXPECT_TRUE(contentOf(folder / "outside/s/y.kelta") == foreign);
+  fs::rename(folder / "outside/x.kelta", folder / "outside/w.kelta");
+  EXPECT_EQ(a.cycle().substr(0, 8), "rename:w") << "recognised by what it holds now";
+  fs::rename(folder / "outside/w.kelta", folder / "outside/x.kelta");
+  EXPECT_EQ(a.cycle(), "rename:x");
   EXPECT_EQ(verify(b).find("x.kelta:verify"), std::string::npos) << "the old key opens nothing any more";
   b.handler().setAssetKey(L"main", kNewKey);
   EXPECT_EQ(b.cycle().find("x"), std::string::npos);
@@ -171,7 +175,7 @@ TEST_F(Keys, AChangeThatIsNotCompleteIsToldAndKeepsTheOldKeyForReading) {
       {L"", kNewKey}, {L"a\"b", kNewKey}, {L"a\\b", kNewKey}, {L"a\nb", kNewKey}, {L"main", L""}};
   for (const auto& row : bad) EXPECT_FALSE(a.handler().changeAssetKey(row.first, row.second, {}));
   fs::rename(folder / "outside", folder / "unmounted");
-  EXPECT_FALSE(change(a, kNewKey)) << "no archive was seen";
+  EXPECT_FALSE(a.handler().changeAssetKey(L"main", kNewKey, {})) << "no archive was seen";
 }
 
 TEST_F(Keys, OddMetadataFailsThatFileOnly) {
@@ -258,7 +262,7 @@ protected:
       seen += "\n" + d.cycle();
     }
     seen += "\n" + verify(d) + (d.handler().verifyAssetKey(L"main") ? " fits" : " does not fit");
-    seen += d.handler().changeAssetKey(L"main", kNewKey, {}) ? " changed" : " not changed";
+    seen += d.changeKey(kNewKey) ? " changed" : " not changed";
     seen += "\n" + std::to_string(asked) + "\n" + d.notifications() + quarantine(d) + "\n" + d.tree() + "\n";
     std::set<std::string> left;
     for (const fs::directory_entry& entry : fs::directory_iterator(d.outside())) {
@@ -294,7 +298,7 @@ TEST_F(Oracle, WhatNoPasswordOpensLooksTheSame) {
                                                       {"half a block", wrapped(right).substr(0, 80)}};
   for (const bool encrypted : {true, false}) {
     const std::string expected = effectsOf("main", flipped, encrypted);
-    EXPECT_EQ(expected.find("Quarantine for alone.kelta") != std::string::npos, encrypted) << expected;
+    EXPECT_EQ(expected.find("Quarantine for alone\"") != std::string::npos, encrypted) << expected;
     EXPECT_EQ(expected.find("=planted"), std::string::npos) << expected;
     for (const auto& row : rows) EXPECT_EQ(effectsOf("main", row.second, encrypted), expected) << row.first;
   }
@@ -397,7 +401,7 @@ TEST_F(Keys, AnArchiveThatHoldsTooMuchIsForeignAndSaidOnce) {
       a.pair().clearNotifications();
       const bool opened = a.handler().decryptSingle(archive, folder / "y") == L"decrypt";
       EXPECT_EQ(opened, row.first) << &row - rows;
-      EXPECT_EQ(a.notifications().find("Quarantine for x.kelta") != std::string::npos, !row.first && time == 0);
+      EXPECT_EQ(a.notifications().find("Quarantine for x\"") != std::string::npos, !row.first && time == 0);
     }
     EXPECT_EQ(quarantine(a).find("more than an archive") != std::string::npos, !row.first);
     EXPECT_TRUE(change(a, testKey())) << "what is foreign has no key to be changed";

@@ -309,8 +309,7 @@ TEST_F(NamedPairs, FollowAChangeOfTheirKey) {
   quiet();
   const std::string tree = a.tree();
   const std::set<fs::path> before = files(a.outside());
-  EXPECT_TRUE(a.pair().renameArchives(
-      [&](const SyncPair::Renamed& renamed) { return a.handler().changeAssetKey(L"main", newKey, {}, renamed); }));
+  EXPECT_TRUE(a.changeKey(newKey));
   for (const fs::path& archive : files(a.outside())) EXPECT_EQ(before.count(archive), 0U) << archive;
   EXPECT_EQ(a.cycle(), "");
   b.cycle();

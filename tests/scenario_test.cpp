@@ -280,6 +280,10 @@ TEST_F(Scenario, AFileBecomesAFolderAndTheReverse) {
   put(in(a, "d"), "now a file", 20);
   converge();
   EXPECT_EQ(b.tree(), "d=now a file@20 x/ x/inner=now inside@20");
+  for (Device* device : {&a, &b}) {
+    EXPECT_EQ(device->notifications().find("Could not"), std::string::npos) << device->notifications();
+    EXPECT_EQ(device->notifications().find(".kelta"), std::string::npos) << device->notifications();
+  }
 }
 
 // Beyond what the content hash covers.
@@ -300,7 +304,9 @@ TEST_F(Scenario, ForeignFilesOnTheOutsideAreLeftAlone) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(a.cycle(), "failed:rubbish");
   EXPECT_EQ(a.tree(), "mine=1@10");
   EXPECT_EQ(contentOf(out("rubbish.kelta")), "no archive");
-  EXPECT_NE(a.notifications().find("Could not copy rubbish.kelta"), std::string::npos);
+  EXPECT_NE(a.notifications().find("Could not copy rubbish\""), std::string::npos) << a.notifications();
+  EXPECT_NE(a.notifications().find("Quarantine for odd.kelta\""), std::string::npos) << a.notifications();
+  EXPECT_NE(platform::utf8(a.handler().getQuarantineAsJSON()).find("/odd.kelta\""), std::string::npos);
 }
 
 TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {
@@ -311,9 +317,12 @@ TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {
   a.handler().setAssetKey(L"main", testKey());
   a.cycle();
   b.handler().clearAssets();
-  EXPECT_EQ(b.cycle(), "failed:x");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(b.cycle(), "failed:x");
+  const std::string reason = "\"Could not copy x\",\"more\":\"no key for the file's content\"}";
+  EXPECT_EQ(b.notifications(), "{\"notifications\":[{\"type\":\"SYNC\",\"message\":" + reason + "]}");
   b.clock().advance(91000);
   b.cycle();
+  EXPECT_NE(b.notifications().find("\"Quarantine for x\""), std::string::npos) << b.notifications();
   EXPECT_NE(platform::utf8(b.handler().getQuarantineAsJSON()).find("no-key"), std::string::npos);
   EXPECT_EQ(b.cycle(), "") << "given up until something changes";
   EXPECT_TRUE(fs::exists(out("x.kelta")));

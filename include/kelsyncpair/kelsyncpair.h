@@ -400,7 +400,8 @@ KELSYNC_API int KELSYNC_CALL single_decrypt(kelsync_pair* h, const wchar_t* src,
 /**
  * Hands out what the engine has to tell, oldest first, as JSON:
  * {"notifications":[{"type":"SYNC","message":"…"},…]}, type "SYNC" or "ERROR".
- * Reading does not empty the queue. What is in it already is not queued again.
+ * Messages name the user's files, as they are called on the Inside. Reading does not empty the queue. What was done is
+ * queued each time; what failed is not queued again while the same is in the queue.
  * @param out receives a block for freeme(); NULL when memory ran out.
  * @return the length in wide characters, without the terminator.
  */

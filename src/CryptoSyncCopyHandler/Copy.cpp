@@ -23,7 +23,7 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyFile(fs::path src, fs::
 }
 
 CopyOutcome CryptoSyncCopyHandler::copyGuarded(fs::path src, fs::path dest, const CopyGuard* guard) {
-  HANDLER_DEBUG("copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
+  HANDLER_DEBUG_OF("copyFile", "copy [%s] to [%s]", utf8(src).c_str(), utf8(dest).c_str());
   CopyJob job;
   job.guard = guard;
   copyJob(job, src, dest);
@@ -77,7 +77,7 @@ bool CryptoSyncCopyHandler::targetFits(const CopyJob& job) {
   // The limit is for what the user sees.
   if (nameFits(job.target) || isBelow(job.target, tempFolder_)) return true;
   HANDLER_ERROR("Path too long: %s", utf8(job.target).c_str());
-  quarantineOnce(job.source, L"Path too long", nameOf(job.target));
+  quarantineOnce(job.source, L"Path too long");
   return false;
 }
 
@@ -162,7 +162,7 @@ void CryptoSyncCopyHandler::copySucceeded(const CopyJob& job, const wchar_t* ver
   const bool intoPair = job.targetRoot == insideFolder_ || job.targetRoot == outsideFolder_;
   const std::wstring name =
       job.targetRoot == outsideFolder_ ? platform::wideOf(job.source.filename()) : nameOf(job.target);
-  if (intoPair) notifySync(verb + (L' ' + jsonEscaped(name)) + L" successfully");
+  if (intoPair && services_.notifyDone) services_.notifyDone(verb + (L' ' + jsonEscaped(name)) + L" successfully");
 }
 
 void CryptoSyncCopyHandler::logActivity(const char* operation, const std::wstring& path) {

@@ -29,17 +29,17 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyDecrypt(fs::path src, f
 }
 
 bool CryptoSyncCopyHandler::decryptJob(CopyJob& job, const fs::path& src, const fs::path& dest) {
-  HANDLER_DEBUG("src = %s", utf8(src).c_str());
-  HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "src = %s", utf8(src).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "dest = %s", utf8(dest).c_str());
   job.source = src;
   platform::wideOf(dest, job.target);
   job.target = genericForm(job.target);
   if (hasExtension(dest)) job.target = withMappedName(job.target);
   job.targetRoot = isBelow(job.target, tempFolder_) ? tempFolder_ : insideFolder_;
-  HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
-  HANDLER_DEBUG("destfn = %s", utf8(nameOf(job.target)).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "destActual = %s", utf8(job.target).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "destfn = %s", utf8(nameOf(job.target)).c_str());
   if (job.target.empty()) {
-    HANDLER_INFO("the name cannot be read now: %s", utf8(src).c_str());
+    HANDLER_INFO_OF("copyDecrypt", "the name cannot be read now: %s", utf8(src).c_str());
     return false;
   }
   if (!targetFits(job) || !mayDecrypt(job) || !takeStamps(job, outsideFolder_)) return false;
@@ -60,12 +60,12 @@ bool CryptoSyncCopyHandler::decryptJob(CopyJob& job, const fs::path& src, const 
 bool CryptoSyncCopyHandler::decryptTo(CopyJob& job, const std::string& password) {
   const TempArea area(tempFolder_, this);
   const fs::path folder = area.path() / "content";
-  HANDLER_DEBUG("temp. path (tempd) = %s", utf8(folder).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "temp. path (tempd) = %s", utf8(folder).c_str());
   if (!unpackSource(job, password, folder)) return false;
   const fs::path content = folder / archive::kContentEntry;
-  HANDLER_DEBUG("tempf = %s", utf8(content).c_str());
+  HANDLER_DEBUG_OF("copyDecrypt", "tempf = %s", utf8(content).c_str());
   if (platform::stampOf(content).kind != platform::Kind::file) {
-    HANDLER_ERROR("tempf doesn't exist");
+    HANDLER_ERROR_OF("copyDecrypt", "tempf doesn't exist");
     return false;
   }
   if (!unchanged(job) || !placeInside(content, job)) return false;
@@ -76,7 +76,7 @@ bool CryptoSyncCopyHandler::decryptTo(CopyJob& job, const std::string& password)
 bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
   if (platform::stampOf(job.source).kind == platform::Kind::missing) {
     decryptFailures_.erase(tableKey(job));
-    HANDLER_INFO("not there: %s", utf8(job.source).c_str());
+    HANDLER_INFO_OF("copyDecrypt", "not there: %s", utf8(job.source).c_str());
     return false;
   }
   // A name that the Inside never gives away must not come back to it either: it could not be told from another
@@ -85,7 +85,7 @@ bool CryptoSyncCopyHandler::mayDecrypt(const CopyJob& job) {
   if (!job.target.empty() && !plain.empty() && !hasExtension(plain) && !hasExtension(platform::pathOf(job.target)) &&
       !isReservedName(nameOf(job.target), false))
     return true;
-  HANDLER_ERROR("not a name for the Inside: %s", utf8(job.source).c_str());
+  HANDLER_ERROR_OF("copyDecrypt", "not a name for the Inside: %s", utf8(job.source).c_str());
   return false;
 }
 
@@ -93,27 +93,28 @@ CryptoSyncCopyHandler::Opened CryptoSyncCopyHandler::openArchive(const CopyJob& 
                                                                  std::string& password) {
   platform::File(job.source, platform::File::Mode::read).close();  // what cannot be read now shows as such
   if (!readSealed(job.source, archive)) {
-    HANDLER_ERROR("Couldn't decrypt archive %s", utf8(job.source).c_str());
+    HANDLER_ERROR_OF("copyDecrypt", "Couldn't decrypt archive %s", utf8(job.source).c_str());
     return Opened::unreadable;
   }
   if (unseal(archive, password)) return Opened::yes;
-  HANDLER_INFO("no key found, can't decrypt at the moment");
+  HANDLER_INFO_OF("copyDecrypt", "no key found, can't decrypt at the moment");
   return Opened::noKey;
 }
 
 // An archive without a key fails; after a while it need not be tried again.
-bool CryptoSyncCopyHandler::giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta) {
+bool CryptoSyncCopyHandler::giveUpWithoutKey(CopyJob& job, const boost::property_tree::ptree& meta) {
   const std::int64_t now = clock().nowSeconds();
   DecryptFailure& failure = decryptFailures_.emplace(tableKey(job), DecryptFailure{now, {}}).first->second;
   std::int64_t& first = failure.first;
   failure.assets.clear();
   for (const auto& member : wrappedPasswords(meta)) failure.assets.insert(member.first);
   if (first > now) first = now;  // the clock was set back
+  job.outcome.problem = kNoContentKey;
   if (now - first <= kKeyRetrySeconds) return false;
-  HANDLER_ERROR("Decryption failures have exceeded retry threshold for [%s] Marking as 'resolved'.",
-                utf8(job.source).c_str());
+  HANDLER_ERROR_OF("copyDecrypt", "Decryption failures have exceeded retry threshold for [%s] Marking as 'resolved'.",
+                   utf8(job.source).c_str());
   recordQuarantine(job.source, L"No key to decrypt, over retry threshold", L"no-key");
-  notifySync(L"Quarantine for " + jsonEscaped(platform::wideOf(job.source.filename())));
+  notifySync(L"Quarantine for " + jsonEscaped(shownName(job.source)));
   return true;
 }
 
@@ -125,7 +126,7 @@ bool CryptoSyncCopyHandler::unpackSource(const CopyJob& job, const std::string& 
     return archiveFailed(error, job.source);
   }
   const auto elapsed = static_cast<long>((clock().nowMicroseconds() - start) / 1000);
-  HANDLER_DEBUG("TIMER decrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed);
+  HANDLER_DEBUG_OF("copyDecrypt", "TIMER decrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed);
   return true;
 }
 

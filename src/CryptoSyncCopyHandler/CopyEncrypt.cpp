@@ -39,17 +39,17 @@ std::pair<bool, std::wstring> CryptoSyncCopyHandler::copyEncrypt(fs::path src, f
 }
 
 bool CryptoSyncCopyHandler::encryptJob(CopyJob& job, const fs::path& src, const fs::path& dest) {
-  HANDLER_DEBUG("src = %s", utf8(src).c_str());
-  HANDLER_DEBUG("dest = %s", utf8(dest).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "src = %s", utf8(src).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "dest = %s", utf8(dest).c_str());
   job.source = src;
   job.targetRoot = outsideFolder_;
   platform::wideOf(dest, job.target);
   job.target = genericForm(job.target);
   const std::wstring plainTarget = hasExtension(dest) ? std::wstring() : job.target;
   if (!plainTarget.empty()) job.target = withMappedName(job.target);
-  HANDLER_DEBUG("destActual = %s", utf8(job.target).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "destActual = %s", utf8(job.target).c_str());
   if (job.target.empty()) {
-    HANDLER_INFO("no key found for the name, can't encrypt for now");
+    HANDLER_INFO_OF("copyEncrypt", "no key found for the name, can't encrypt for now");
     return false;
   }
   return targetFits(job) && mayEncrypt(job) && takeStamps(job, insideFolder_) && encryptTo(job, src, plainTarget);
@@ -59,16 +59,20 @@ bool CryptoSyncCopyHandler::encryptJob(CopyJob& job, const fs::path& src, const 
 // archive, or empty.
 bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
   const std::string assetId = assetNow(shared);
-  HANDLER_DEBUG("assetid = %s", assetId.c_str());
-  if (assetId.empty()) HANDLER_ERROR("no asset to encrypt %s for", utf8(job.source).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "assetid = %s", assetId.c_str());
+  if (assetId.empty()) HANDLER_ERROR_OF("copyEncrypt", "no asset to encrypt %s for", utf8(job.source).c_str());
   if (assetId.empty() || !mayUseShareOf(shared, genericForm(platform::wideOf(job.source)))) return false;
-  if (!keyAvailable(assetId) || replacesUnread(job, plainTarget)) return false;
+  if (!keyAvailable(assetId)) {
+    job.outcome.problem = kNoContentKey;
+    return false;
+  }
+  if (replacesUnread(job, plainTarget)) return false;
   const TempArea area(tempFolder_, this);
   const fs::path archive = area.path() / "archive.kelta";
-  HANDLER_DEBUG("tempf = %s", utf8(archive).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "tempf = %s", utf8(archive).c_str());
   if (!packSource(job, assetId, area, archive) || !unchanged(job)) return false;
   if (assetNow(shared) != assetId) {
-    HANDLER_INFO("its share changed while it was encrypted: %s", utf8(job.source).c_str());
+    HANDLER_INFO_OF("copyEncrypt", "its share changed while it was encrypted: %s", utf8(job.source).c_str());
     return false;
   }
   if (!place(archive, job)) return false;
@@ -79,11 +83,11 @@ bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, cons
 
 bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
   if (platform::stampOf(job.source).kind == platform::Kind::missing) {
-    HANDLER_INFO("not there: %s", utf8(job.source).c_str());
+    HANDLER_INFO_OF("copyEncrypt", "not there: %s", utf8(job.source).c_str());
     return false;
   }
   if (hasExtension(job.source)) {
-    HANDLER_INFO("won't sync Kelta file from Inside");
+    HANDLER_INFO_OF("copyEncrypt", "won't sync Kelta file from Inside");
     return false;
   }
   return true;
@@ -91,7 +95,7 @@ bool CryptoSyncCopyHandler::mayEncrypt(const CopyJob& job) {
 
 bool CryptoSyncCopyHandler::keyAvailable(const std::string& assetId) {
   if (keys_.find(assetId) || askForKey(assetId)) return true;
-  HANDLER_INFO("no key found, can't encrypt for now");
+  HANDLER_INFO_OF("copyEncrypt", "no key found, can't encrypt for now");
   return false;
 }
 
@@ -124,9 +128,9 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
   const std::int64_t start = clock().nowMicroseconds();
   const auto elapsed = [&] { return static_cast<long>((clock().nowMicroseconds() - start) / 1000); };
   Secret password(newArchivePassword());
-  HANDLER_DEBUG("archPass len = %d", static_cast<int>(password.text.size()));
+  HANDLER_DEBUG_OF("copyEncrypt", "archPass len = %d", static_cast<int>(password.text.size()));
   if (password.text.empty()) return false;
-  HANDLER_DEBUG("TIMER generated random key in %ld [ms]", elapsed());
+  HANDLER_DEBUG_OF("copyEncrypt", "TIMER generated random key in %ld [ms]", elapsed());
 
   const std::string* const installed = keys_.find(assetId);
   if (!installed) return false;  // the host took it back meanwhile
@@ -140,7 +144,7 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
   request.password = password.text;
   request.metadata = area.path() / kMetadataEntry;
   request.compress = compressionFlag_ != 0;
-  HANDLER_DEBUG("metaf = %s", utf8(request.metadata).c_str());
+  HANDLER_DEBUG_OF("copyEncrypt", "metaf = %s", utf8(request.metadata).c_str());
   bool packed = false;
   try {
     writeFile(platform::wideOf(request.metadata), &text[0]);
@@ -154,7 +158,7 @@ bool CryptoSyncCopyHandler::packSource(const CopyJob& job, const std::string& as
     throw;
   }
   wipe(request.password);
-  HANDLER_DEBUG("TIMER compress/encrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed());
+  HANDLER_DEBUG_OF("copyEncrypt", "TIMER compress/encrypted %s in %ld [ms]", utf8(job.source).c_str(), elapsed());
   return packed;
 }
 

@@ -9,6 +9,9 @@
 
 namespace Kelta {
 
+/// What the host is told of a copy that lacks the key of its content.
+constexpr wchar_t kNoContentKey[] = L"no key for the file's content";
+
 /// One copy on its way: what stood on either side when it was judged. Both must still be so when the result is put in
 /// place, or the copy would overwrite, or claim to hold, content that nobody has seen.
 struct CopyJob {

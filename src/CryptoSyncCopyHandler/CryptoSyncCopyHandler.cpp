@@ -26,6 +26,16 @@ void CryptoSyncCopyHandler::notifySync(const std::wstring& message) {
   if (services_.notify) services_.notify(L"SYNC", message, std::wstring());
 }
 
+// What the host is told of a file: the user's own name for it. That of an archive where it cannot be told now.
+std::wstring CryptoSyncCopyHandler::shownName(const fs::path& path) {
+  std::wstring text;
+  platform::wideOf(path, text);
+  text = genericForm(text);
+  const bool archive = isBelow(text, outsideFolder_) && platform::stampOf(path).kind != Kind::folder;
+  const std::wstring plain = archive ? untransformName(text) : std::wstring();
+  return plain.empty() ? nameOf(text) : plain;
+}
+
 void CryptoSyncCopyHandler::setInsideFolder(std::wstring path) {
   insideFolder_ = configuredFolder(path);
   shares_.setInside(insideFolder_);
@@ -93,8 +103,11 @@ bool CryptoSyncCopyHandler::hasUnusablePath(const fs::path& path, std::wstring& 
 
 bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& message, std::wstring& errorId) {
   if (hasUnusablePath(path, message)) return true;
-  if (platform::stampOf(path).kind != Kind::file) return false;
+  const Kind kind = platform::stampOf(path).kind;
   const std::wstring text = genericForm(platform::wideOf(path));
+  message = L"A folder whose name ends in .kelta is not synchronised";
+  if (kind == Kind::folder && isBelow(text, outsideFolder_) && hasExtension(path)) return true;
+  if (kind != Kind::file) return false;
   if (hasExtension(path)) return hasNameIssue(text, message, errorId);
   message = L"Path too long";
   return isBelow(text, insideFolder_) && utf8(transformName(text)).size() > kMaxNameBytes;
@@ -126,7 +139,7 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
   std::wstring name;
   const bool ours = platform::wideOf(path.filename(), name) && isReservedName(name, kind == Kind::folder);
   if (ours || !hasPathIssue(path, message, errorId)) return isNeverSynchronised(path);
-  quarantineOnce(path, message, name, errorId);
+  quarantineOnce(path, message, errorId);
   return true;
 }
 

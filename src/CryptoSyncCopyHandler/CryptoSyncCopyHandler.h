@@ -32,13 +32,15 @@ class ArchiveError;
 struct EngineServices {
   std::shared_ptr<Clock> clock;
   std::shared_ptr<Interruption> interruption;
-  /// Queues a notification for the host: type, message, extra JSON value or nothing.
+  /// Queues a notification for the host, once as long as it says the same: type, message, extra JSON value or nothing.
   std::function<void(const std::wstring&, const std::wstring&, const std::wstring&)> notify;
   /// Tells the archives that could not be opened before a key was installed: they are worth another try. May be
   /// called in the middle of a command.
   std::function<void(const std::vector<std::wstring>&)> keyArrived = {};
   /// A file of the Inside waits until the changed asset of its share is confirmed, or waits no more.
   std::function<void(const std::wstring& path, bool waits)> shareWaits = {};
+  /// Queues, each time, that something was done for the user.
+  std::function<void(const std::wstring& message)> notifyDone = {};
 };
 
 /// Whether an asset's key opens what an archive's metadata holds for it.
@@ -186,6 +188,7 @@ private:
   bool isUnder(const char* function, const std::wstring& folder, const std::wstring& path);
   bool storeFolder(std::wstring& role, const std::wstring& path);
   void notifySync(const std::wstring& message);
+  std::wstring shownName(const boost::filesystem::path& path);
   Clock& clock() { return *services_.clock; }
   Interruption& interruption() { return *services_.interruption; }
 
@@ -205,8 +208,7 @@ private:
   static bool nameFits(const std::wstring& path);
   bool forEachArchive(const std::function<bool(const std::wstring& path)>& action);
   bool resetName(const std::wstring& path, const Renamed& renamed);
-  bool renameArchive(const std::wstring& path, const NameReading& reading, const std::wstring& name,
-                     const Renamed& renamed);
+  bool renameArchive(const std::wstring& path, const std::wstring& name, const Renamed& renamed);
   bool renewNames(const Renamed& renamed);
 
   // ArchiveList.cpp
@@ -278,7 +280,7 @@ private:
   enum class Opened { yes, noKey, unreadable };
   Opened openArchive(const CopyJob& job, SealedArchive& archive, std::string& password);
   bool decryptTo(CopyJob& job, const std::string& password);
-  bool giveUpWithoutKey(const CopyJob& job, const boost::property_tree::ptree& meta);
+  bool giveUpWithoutKey(CopyJob& job, const boost::property_tree::ptree& meta);
   bool unpackSource(const CopyJob& job, const std::string& password, const boost::filesystem::path& folder);
 
   // SingleFile.cpp
@@ -316,12 +318,13 @@ private:
   // Quarantine.cpp
   bool hasUnusablePath(const boost::filesystem::path& path, std::wstring& message);
   bool hasPathIssue(const boost::filesystem::path& path, std::wstring& message, std::wstring& errorId);
-  /// Records a path and tells the host, with `name` or the path's own name. False when a record was there already: it
-  /// then stays as it is.
+  /// Records a path and tells the host. False when a record was there already: it then stays as it is.
   bool quarantineOnce(const boost::filesystem::path& path, const std::wstring& message,
-                      std::wstring name = std::wstring(), const std::wstring& errorId = L"path-issue");
+                      const std::wstring& errorId = L"path-issue");
   bool quarantineFolderExists();
   void quarantineChanged();
+  std::vector<boost::filesystem::path> quarantineRecords();
+  void dropStaleRecords();
   bool recordAsJSON(const boost::filesystem::path& record, std::wstring& json);
 
   EngineServices services_;
@@ -349,7 +352,9 @@ private:
   std::map<std::wstring, platform::FileStamp> keptAsTheyAre_;  ///< archives of which this version is kept already
   bool sourceIsDamaged_ = false;                               ///< of the last copy
   bool endChanged_ = false;                                    ///< the same: an end was not what it had been
-  std::int64_t quarantineLastUpdate_ = 0;                      ///< under fneLock_, the handler's one mutex
+  // Under fneLock_, the handler's one mutex; seconds.
+  std::int64_t quarantineLastUpdate_ = 0;  ///< as it was last read
+  std::int64_t quarantineChangedAt_ = 0;   ///< since then; 0: not changed
 };
 
 }  // namespace Kelta

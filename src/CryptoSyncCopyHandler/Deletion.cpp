@@ -60,22 +60,22 @@ bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& del
   const bool isRoot =
       platform::samePath(deletion.own, insideFolder_) || platform::samePath(deletion.own, outsideFolder_);
   if (!isRoot && !isBelow(deletion.own, ownRoot)) {
-    HANDLER_ERROR("outside of the pair's folders: %s", utf8(path).c_str());
+    HANDLER_ERROR_OF("doDelete", "outside of the pair's folders: %s", utf8(path).c_str());
     return false;
   }
   deletion.target =
       isRoot ? deletion.root : joinPath(deletion.root, deletion.own.substr(joinPath(ownRoot, L"").size()));
   const bool archiveName = hasExtension(platform::pathOf(deletion.own));
   if (!isRoot && !deletion.isFolder && !nameCounterpart(deletion)) {
-    HANDLER_INFO("its counterpart's name cannot be told now: %s", utf8(path).c_str());
+    HANDLER_INFO_OF("doDelete", "its counterpart's name cannot be told now: %s", utf8(path).c_str());
     return false;
   }
-  HANDLER_DEBUG("delpath: %s", utf8(deletion.target).c_str());
-  HANDLER_DEBUG("op: %s", deletion.isFolder ? "folder" : "file");
-  if (namesAreEncrypted()) HANDLER_DEBUG("FNE guard, ep: %s", utf8(deletion.target).c_str());
+  HANDLER_DEBUG_OF("doDelete", "delpath: %s", utf8(deletion.target).c_str());
+  HANDLER_DEBUG_OF("doDelete", "op: %s", deletion.isFolder ? "folder" : "file");
+  if (namesAreEncrypted()) HANDLER_DEBUG_OF("doDelete", "FNE guard, ep: %s", utf8(deletion.target).c_str());
   if (isRoot || deletion.target.empty() || isBelow(insideFolder_, deletion.target) ||
       isBelow(outsideFolder_, deletion.target)) {
-    HANDLER_ERROR("Trying to delete one of the pair roots! %s", utf8(path).c_str());
+    HANDLER_ERROR_OF("doDelete", "Trying to delete one of the pair roots! %s", utf8(path).c_str());
     return false;
   }
   // An archive's name on the Inside, or any other on the Outside, has no counterpart.
@@ -172,18 +172,18 @@ bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
     if (attempt > 1) sleepWithCheck(1, kPauseBetweenRemovals);
     const platform::FileStamp now = platform::stampOf(platform::pathOf(deletion.target));
     if (!deletion.isFolder && now.kind == Kind::file && !now.sameContent(deletion.judged)) {
-      HANDLER_INFO("changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());
+      HANDLER_INFO_OF("doDelete", "changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());
       break;
     }
     try {
       if (deleteEntry(deletion)) return true;
     } catch (const fs::filesystem_error& error) {
-      HANDLER_ERROR("%s", error.what());
+      HANDLER_ERROR_OF("doDelete", "%s", error.what());
     }
     if (deletion.refused) break;
-    HANDLER_ERROR("Failed deletion, attempt #%d", attempt);
+    HANDLER_ERROR_OF("doDelete", "Failed deletion, attempt #%d", attempt);
   }
-  HANDLER_ERROR("Couldn't del %s", utf8(deletion.target).c_str());
+  HANDLER_ERROR_OF("doDelete", "Couldn't del %s", utf8(deletion.target).c_str());
   return false;
 }
 
@@ -193,7 +193,7 @@ std::pair<bool, bool> CryptoSyncCopyHandler::doDelete(std::wstring path) {
 }
 
 std::pair<bool, bool> CryptoSyncCopyHandler::deleteGuarded(std::wstring path, const platform::FileStamp& judged) {
-  HANDLER_DEBUG("path: %s", utf8(path).c_str());
+  HANDLER_DEBUG_OF("doDelete", "path: %s", utf8(path).c_str());
   return carryDeletion(path, &judged);
 }
 
@@ -210,7 +210,7 @@ std::pair<bool, bool> CryptoSyncCopyHandler::carryDeletion(const std::wstring& p
     HANDLER_INFO("not known to be gone: %s", utf8(deletion.own).c_str());
   }
   if (targetGone) {
-    HANDLER_INFO("Deleted %lu items", static_cast<unsigned long>(deletion.removed));
+    HANDLER_INFO_OF("doDelete", "Deleted %lu items", static_cast<unsigned long>(deletion.removed));
     if (deletion.removed > 0) logActivity("delete", deletion.target);
     decryptFailures_.erase(deletion.ownIsInside ? deletion.target : deletion.own);
     ifQuarantinedClear(platform::pathOf(deletion.own));

@@ -33,6 +33,7 @@ struct CopyOutcome {
   Result result = Result::failed;
   std::wstring written;
   platform::FileStamp placed;
+  std::wstring problem;  ///< why nothing was copied, for the user; empty where that is not known
 };
 
 /// Every operation of a pair on file contents and names. The order of the operations is part of the contract.

@@ -24,15 +24,14 @@ bool CryptoSyncCopyHandler::nameFits(const std::wstring& path) {
 bool CryptoSyncCopyHandler::resetName(const std::wstring& path, const Renamed& renamed) {
   const NameReading reading = readName(path);
   if (reading.plain.empty() || !mayUseShareOf(platform::pathOf(path), std::wstring())) return false;
-  return renameArchive(path, reading, transformName(joinPath(parentOf(path), reading.plain)), renamed);
+  return renameArchive(path, transformName(joinPath(parentOf(path), reading.plain)), renamed);
 }
 
-bool CryptoSyncCopyHandler::renameArchive(const std::wstring& path, const NameReading& reading,
-                                          const std::wstring& name, const Renamed& renamed) {
+bool CryptoSyncCopyHandler::renameArchive(const std::wstring& path, const std::wstring& name, const Renamed& renamed) {
   if (name == nameOf(path)) return true;
   const std::wstring target = joinPath(parentOf(path), name);
   if (name.empty() || !nameFits(target)) {
-    if (!name.empty()) quarantineOnce(platform::pathOf(path), L"Path too long", reading.plain);
+    if (!name.empty()) quarantineOnce(platform::pathOf(path), L"Path too long");
     return false;
   }
   try {
@@ -64,7 +63,7 @@ bool CryptoSyncCopyHandler::renewNames(const Renamed& renamed) {
     if (!mayUseShareOf(platform::pathOf(path), std::wstring())) return false;
     std::wstring renewed = encryptFilename(joinPath(parentOf(path), plain));
     if (!renewed.empty()) renewed.insert(renewed.size() - std::wcslen(kArchiveExtension), stem.substr(end));
-    return renameArchive(path, {NameForm::encrypted, plain}, renewed, renamed);
+    return renameArchive(path, renewed, renamed);
   });
 }
 

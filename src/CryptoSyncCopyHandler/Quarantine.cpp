@@ -8,6 +8,7 @@
 //     5  the quarantined path, generic form
 //
 // Fields are UTF-8 and escaped as in a JSON string, so that a tab in a name cannot be taken for a separator.
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <set>
 #include <sstream>
@@ -48,6 +49,24 @@ std::string recordName(const fs::path& path) {
 bool isRecordName(const std::wstring& name) {
   return name.size() == 32 + kRecordExtension.size() && name.find_first_not_of(L"0123456789abcdef") == 32 &&
          name.substr(32) == kRecordExtension;
+}
+
+// Whether what the record of that name is about is still there, or may be. A name that the recorded text does not give
+// exactly (what is not valid text, or holds a backslash) is looked for in all the folders above it.
+bool mayBeThere(const std::string& name, const std::wstring& text, const std::wstring& root) {
+  const fs::path path = platform::pathOf(text);
+  if (recordName(path) == name) return platform::stampOf(path).kind != Kind::missing;
+  for (std::wstring folder = parentOf(text); folder.size() >= root.size(); folder = parentOf(folder)) {
+    const fs::path above = platform::pathOf(folder);
+    std::vector<fs::path> entries;
+    boost::system::error_code error;
+    if (platform::stampOf(above).kind == Kind::missing) continue;
+    platform::listFolder(above, entries, error);
+    const bool found =
+        std::any_of(entries.begin(), entries.end(), [&](const fs::path& entry) { return recordName(entry) == name; });
+    if (error || found) return true;
+  }
+  return false;
 }
 
 std::string field(const std::wstring& text) { return utf8(jsonEscaped(text)); }
@@ -105,24 +124,32 @@ void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message
   quarantineChanged();
 }
 
-bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message, std::wstring name,
+bool CryptoSyncCopyHandler::quarantineOnce(const fs::path& path, const std::wstring& message,
                                            const std::wstring& errorId) {
   if (quarantineFolderExists() && platform::stampOf(genQuarantineRecordPath(path)).kind == Kind::file) return false;
   HANDLER_ERROR("%s: %s", utf8(message).c_str(), utf8(path).c_str());
   recordQuarantine(path, message, errorId);
-  if (name.empty()) platform::wideOf(path.filename(), name);
   const bool tooLong = message.compare(0, kPathTooLong.size(), kPathTooLong) == 0;
-  notifySync((tooLong ? L"Quarantine, path too long: " : L"Quarantine for ") + jsonEscaped(name));
+  notifySync((tooLong ? L"Quarantine, path too long: " : L"Quarantine for ") + jsonEscaped(shownName(path)));
   return true;
 }
 
 void CryptoSyncCopyHandler::quarantineChanged() {
   boost::unique_lock<boost::mutex> lock(fneLock_);
-  quarantineLastUpdate_ = std::max(quarantineLastUpdate_ + 1, clock().nowSeconds());
+  quarantineChangedAt_ = clock().nowSeconds();
 }
 
+// Every change that came after the last reading makes a greater value.
 int CryptoSyncCopyHandler::quarantineLastUpdate() {
   boost::unique_lock<boost::mutex> lock(fneLock_);
+  const std::int64_t now = clock().nowSeconds();
+  const std::int64_t next = std::max(quarantineLastUpdate_ + 1, quarantineChangedAt_);
+  // What changes faster than the clock goes is told with its next second, unless the clock was set back.
+  const bool tellable = next <= now + 1 || quarantineLastUpdate_ > now + 1;
+  if (quarantineChangedAt_ != 0 && tellable) {
+    quarantineLastUpdate_ = next;
+    quarantineChangedAt_ = 0;
+  }
   return static_cast<int>(quarantineLastUpdate_);
 }
 
@@ -169,9 +196,8 @@ bool CryptoSyncCopyHandler::recordAsJSON(const fs::path& record, std::wstring& j
   return true;
 }
 
-std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
-  std::wstring list;
-  if (!quarantineFolderExists()) HANDLER_INFO("Quarantine folder doesn't exist");
+// In the order of their names.
+std::vector<fs::path> CryptoSyncCopyHandler::quarantineRecords() {
   std::set<fs::path> records;
   boost::system::error_code error;
   std::vector<fs::path> entries;
@@ -186,7 +212,36 @@ std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
     }
   }
   if (error) HANDLER_ERROR("couldn't list %s: %s", utf8(quarFolder_).c_str(), error.message().c_str());
-  for (const fs::path& record : records) {
+  return {records.begin(), records.end()};
+}
+
+// What was quarantined and is gone needs nobody's attention any more. What lies on a side that is away may come back.
+void CryptoSyncCopyHandler::dropStaleRecords() {
+  if (!quarantineFolderExists()) return;
+  const auto away = [](const std::wstring& root) {
+    return platform::kindBehindLinks(platform::pathOf(root)) != Kind::folder;
+  };
+  for (const fs::path& record : quarantineRecords()) {
+    std::vector<std::wstring> fields;
+    try {
+      if (!readFields(record, fields)) continue;
+    } catch (const fs::filesystem_error& error) {
+      HANDLER_ERROR("couldn't read %s: %s", utf8(record).c_str(), error.what());
+      continue;
+    }
+    const std::wstring text = jsonUnescaped(fields[4]);
+    const std::wstring& root = isBelow(text, insideFolder_) ? insideFolder_ : outsideFolder_;
+    if (!isBelow(text, root) || away(root) || mayBeThere(utf8(record.stem()), text, root)) continue;
+    HANDLER_INFO("gone, clearing: %s", utf8(text).c_str());
+    boost::system::error_code error;
+    if (platform::removeEntry(record, error)) quarantineChanged();
+  }
+}
+
+std::wstring CryptoSyncCopyHandler::getQuarantineAsJSON() {
+  std::wstring list;
+  if (!quarantineFolderExists()) HANDLER_INFO("Quarantine folder doesn't exist");
+  for (const fs::path& record : quarantineRecords()) {
     std::wstring json;
     if (recordAsJSON(record, json)) list += (list.empty() ? L"" : L",") + json;
   }

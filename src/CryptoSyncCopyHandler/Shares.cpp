@@ -108,6 +108,7 @@ void CryptoSyncCopyHandler::beginOperation() {
   shareMemory_.save();
   shares_.forget();
   asked_.clear();
+  dropStaleRecords();
 }
 
 bool CryptoSyncCopyHandler::isKeltaShare(std::wstring folder) {

@@ -66,6 +66,7 @@ boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesys
       const auto target = platform::pathOf(wanted);
       if (name.empty() || !isFreeForCloudCopy(side, wanted) || !platform::moveFile(entry, target)) continue;
       PAIR_INFO("named by a cloud client: %s, now %s", utf8(path).c_str(), utf8(name).c_str());
+      handler_->deleteStatus(true, path);
       return target;
     }
   } catch (const boost::filesystem::filesystem_error& error) {

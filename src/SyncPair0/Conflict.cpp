@@ -23,7 +23,7 @@ void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const Sy
   }
   const SyncObject& src = one.inside ? so : so2;
   const SyncObject& dest = one.inside ? so2 : so;
-  const Comparison found = isFileConflictCopy(key, src, dest);
+  const Comparison found = isFileConflictCopy(key, src, dest, one.inside);
   if (found == Comparison::same) return;
   if (src.timestamp != dest.timestamp && tellOrder(src.stamp, dest.stamp)) {
     const bool newerInside = src.timestamp > dest.timestamp;
@@ -35,7 +35,8 @@ void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const Sy
 
 // Both versions are left alone; both are found again by the next scan.
 void SyncPair::tieFailed(const SyncObject& src) {
-  PAIR_ERROR("%s changed on both sides at the same time, both are left alone", utf8(src.fullPath).c_str());
+  PAIR_ERROR_OF("resolveSync", "%s changed on both sides at the same time, both are left alone",
+                utf8(src.fullPath).c_str());
   if (copyProblem_.empty()) copyProblem_ = L"changed on both sides at the same time";
   notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(src.fullPath)), L'"' + jsonEscaped(copyProblem_) + L'"');
   copyProblem_.clear();
@@ -43,20 +44,20 @@ void SyncPair::tieFailed(const SyncObject& src) {
 }
 
 void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest) {
-  PAIR_DEBUG("%s so.deletion=%d, so2.deletion=%d", utf8(key).c_str(), src.deletion, dest.deletion);
+  PAIR_DEBUG_OF("resolveSync", "%s so.deletion=%d, so2.deletion=%d", utf8(key).c_str(), src.deletion, dest.deletion);
   requireIntactRoot(side(true));
   requireIntactRoot(side(false));
   // A conflict copy never makes another one: its Inside version goes to the recycle bin.
   if (isConflictName(key)) return carryFile(side(false), side(true), key, dest, &src);
   if (handler_->ignore(platform::pathOf(src.fullPath))) return;
-  PAIR_INFO("conflictCopy: %s", utf8(key).c_str());
+  PAIR_INFO_OF("resolveSync", "conflictCopy: %s", utf8(key).c_str());
   std::vector<std::wstring> names;
   try {
     std::wstring srcFile = src.fullPath;
     std::wstring destFile = dest.fullPath;
     names = handler_->conflictCopy(srcFile, destFile);
   } catch (const std::exception& error) {
-    PAIR_ERROR("conflict copy exception %s", error.what());
+    PAIR_ERROR_OF("resolveSync", "conflict copy exception %s", error.what());
   }
   if (names.size() < 2) return tieFailed(src);
   recordIfEqual(key);

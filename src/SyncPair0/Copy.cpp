@@ -31,14 +31,14 @@ CopyOutcome SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& 
   again = false;
   copyProblem_.clear();
   sourceIsDamaged_ = false;
-  PAIR_DEBUG("srcFile = %s", utf8(srcFile).c_str());
-  PAIR_DEBUG("destFile = %s", utf8(destFile).c_str());
+  PAIR_DEBUG_OF("doCopy", "srcFile = %s", utf8(srcFile).c_str());
+  PAIR_DEBUG_OF("doCopy", "destFile = %s", utf8(destFile).c_str());
   if (platform::stampOf(platform::pathOf(srcFile)).kind == platform::Kind::missing) {
-    PAIR_INFO("File not found: %s", utf8(srcFile).c_str());
+    PAIR_INFO_OF("doCopy", "File not found: %s", utf8(srcFile).c_str());
     return {};
   }
   if (platform::isLocked(platform::pathOf(srcFile))) {
-    PAIR_INFO("File locked: %s", utf8(srcFile).c_str());
+    PAIR_INFO_OF("doCopy", "File locked: %s", utf8(srcFile).c_str());
     copyProblem_ = L"in use by another program";
     return {};
   }
@@ -46,11 +46,12 @@ CopyOutcome SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& 
     const CopyOutcome outcome = handler_->copyGuarded(platform::pathOf(srcFile), platform::pathOf(destFile), guard);
     sourceIsDamaged_ = outcome.result == CopyOutcome::Result::damaged;
     const bool copied = outcome.result == CopyOutcome::Result::done || outcome.result == CopyOutcome::Result::settled;
-    if (!copied) PAIR_ERROR("copyHandler copy failed for %s", utf8(srcFile).c_str());
+    if (!copied) PAIR_ERROR_OF("doCopy", "copyHandler copy failed for %s", utf8(srcFile).c_str());
+    if (!copied) copyProblem_ = outcome.problem;
     return outcome;
   } catch (const boost::filesystem::filesystem_error& error) {
-    PAIR_ERROR("File access issue: %s", utf8(srcFile).c_str());
-    PAIR_ERROR("%s", error.what());
+    PAIR_ERROR_OF("doCopy", "File access issue: %s", utf8(srcFile).c_str());
+    PAIR_ERROR_OF("doCopy", "%s", error.what());
     copyProblem_ = reasonOf(error);
     again = platform::mayPassSoon(error.code());
     return {};
@@ -102,9 +103,14 @@ bool SyncPair::sameContent(const std::wstring& a, const std::wstring& b) {
 }
 
 SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const SyncObject& src,
-                                                  const SyncObject& dest) {
+                                                  const SyncObject& dest, bool fromInside) {
   PAIR_DEBUG("src.timestamp == dest.timestamp (conflict!)");
-  PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
+  if (fromInside) {
+    PAIR_DEBUG("source folder\n");
+    PAIR_DEBUG("conflict check on soSrc->fullPath=%s", utf8(src.fullPath).c_str());
+  } else {
+    PAIR_DEBUG("dest folder");
+  }
   std::unique_ptr<TempArea> area;
   std::wstring guard;
   const platform::FileStamp archive = stampUnderName(dest.fullPath);
@@ -114,7 +120,9 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
     return Comparison::same;
   }
   if (opened != Opened::yes || !isAsScanned(archive, dest)) {
-    PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
+    if (!fromInside) PAIR_ERROR("Error copying to temp file ");
+    if (fromInside)
+      PAIR_ERROR("Error copying to temp file for conflict check on soDest->fullPath=%s", utf8(dest.fullPath).c_str());
     return Comparison::unknown;
   }
   waitOutRunningSecond(stampUnderName(src.fullPath));

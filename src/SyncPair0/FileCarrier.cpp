@@ -72,6 +72,8 @@ bool SyncPair::recordAs(StateList& list, const std::wstring& path, const platfor
   StateRecord record{std::to_wstring(seen.seconds()), std::wstring()};
   const bool there = stampUnderName(path).kind == platform::Kind::file;
   if (there) record = makeRecord(path, seen.seconds());
+  if (there && record[1].empty() && seen.size > 0)
+    PAIR_ERROR_OF("resolveSync", "Error attempting to update state: %s", utf8(path).c_str());
   const platform::FileStamp now = stampUnderName(path);
   const bool asSeen = there && trusted && isAs(now, seen);
   if (there && now.kind == platform::Kind::file) record[0] = std::to_wstring(asSeen ? now.seconds() : unseenTime(now));
@@ -145,7 +147,7 @@ void SyncPair::carryFile(const Side& from, const Side& to, const std::wstring& k
   } catch (const RootMissing&) {
     throw;
   } catch (const std::exception& error) {
-    PAIR_ERROR("exception: %s", error.what());
+    PAIR_ERROR_OF("resolveSync", "exception: %s", error.what());
     copyFailed(from, key, so);
   }
 }
@@ -297,7 +299,8 @@ void SyncPair::copyJob(FileJob& job) {
   bool again = false;
   const CopyOutcome outcome = copyOnce(job.source, joinPath(job.to.root, job.key), &job.guard, again);
   const bool done = outcome.result == CopyOutcome::Result::done;
-  PAIR_INFO("copied successfully? %s", log::truth(done || outcome.result == CopyOutcome::Result::settled));
+  PAIR_INFO_OF("resolveSync", "copied successfully? %s",
+               log::truth(done || outcome.result == CopyOutcome::Result::settled));
   if (done) return finishJob(job, outcome);
   if (outcome.result == CopyOutcome::Result::settled)
     return noteGivenUp(job.key, job.source, job.guard.source.seconds());
@@ -309,7 +312,7 @@ void SyncPair::copyJob(FileJob& job) {
     retries_.push_back({job.from.inside, job.key, job.so, std::move(other)});
     return;
   }
-  PAIR_ERROR("Out of retries");
+  PAIR_ERROR_OF("doCopy", "Out of retries");
   copyFailed(job.from, job.key, job.so);
 }
 
@@ -350,7 +353,9 @@ void SyncPair::retryCopies() {
 void SyncPair::tellBusy() {
   for (const std::wstring& path : busy_) {
     if (!isFileLocked(path)) continue;
-    notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(path)), L"\"in use by another program\"");
+    const std::wstring key = keyOf(sideOf(path), path, false);
+    notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(key.empty() ? path : key)),
+           L"\"in use by another program\"");
     report(L"failed", path);
   }
   waiting_.forgetIf([](const std::wstring& path) { return stampUnderName(path).kind == platform::Kind::missing; });

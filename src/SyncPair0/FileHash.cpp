@@ -38,8 +38,10 @@ std::wstring SyncPair::generateFileHash(std::wstring path) {
       return id;
     }
     if (setFolderRenameId(path)) id = getFolderRenameId(path);
-    if (id.empty()) PAIR_ERROR("couldn't set rename ID");
-    PAIR_DEBUG("Set new rename ID=%s", utf8(id).c_str());
+    if (id.empty())
+      PAIR_ERROR("couldn't set rename ID");
+    else
+      PAIR_DEBUG("Set new rename ID=%s", utf8(id).c_str());
     return id;
   }
   if (stamp.kind == platform::Kind::symlink) {

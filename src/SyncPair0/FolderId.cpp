@@ -69,10 +69,14 @@ void SyncPair::renewSharedId(const std::wstring& folder) {
 
 bool SyncPair::renewFolderRenameId(const std::wstring& folder) {
   std::vector<boost::filesystem::path> entries;
-  if (!listFolder(folder, entries)) return false;
+  if (!listFolder("setFolderRenameId", folder, entries)) return false;
+  for (const auto& entry : entries) {
+    if (platform::stampOf(entry).kind == platform::Kind::symlink)
+      PAIR_DEBUG_OF("setFolderRenameId", "Skip symlink: %s", utf8(entry).c_str());
+  }
   const std::string id = newFolderId(entries);
   if (id.empty()) return false;
-  PAIR_DEBUG("tmp = %s", id.c_str());
+  PAIR_DEBUG_OF("setFolderRenameId", "tmp = %s", id.c_str());
   try {
     const auto file = platform::pathOf(idFileOf(folder));
     platform::writeWholeFile(file, id);

@@ -63,12 +63,12 @@ SyncPair::Opened SyncPair::openArchive(const std::wstring& archive, std::unique_
   try {
     area = std::make_unique<TempArea>(tempFolder_, this);
   } catch (const fs::filesystem_error& error) {
-    PAIR_ERROR("%s", error.what());
+    PAIR_ERROR_OF("isFileConflictCopy", "%s", error.what());
     return Opened::no;
   }
   content = platform::wideOf(area->path() / "content_conflict_guard");
-  PAIR_DEBUG("fromPath file = %s", utf8(archive).c_str());
-  PAIR_DEBUG("conflict guard temp file = %s", utf8(content).c_str());
+  PAIR_DEBUG_OF("isFileConflictCopy", "fromPath file = %s", utf8(archive).c_str());
+  PAIR_DEBUG_OF("isFileConflictCopy", "conflict guard temp file = %s", utf8(content).c_str());
   const platform::FileStamp before = lookAt(archive);
   std::wstring written;
   if (doCopy(archive, content, 1, &written)) return written.empty() ? Opened::lacksKey : Opened::yes;

@@ -188,7 +188,7 @@ void SyncPair::finishRename(const RenameJob& job) {
   refreshParent(job.match.from);
   refreshParent(job.match.to);
   PAIR_INFO("renamed: %s, now %s", utf8(job.from).c_str(), utf8(job.to).c_str());
-  notify(L"SYNC", L"Renamed " + jsonEscaped(nameOf(job.match.to)) + L" successfully.");
+  notifyDone(L"Renamed " + jsonEscaped(nameOf(job.match.to)) + L" successfully.");
   report(L"rename", job.to);
 }
 

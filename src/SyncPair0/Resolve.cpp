@@ -67,21 +67,27 @@ void SyncPair::resolveSync(std::wstring folder1, SyncList& syncList1, StateList&
 }
 
 void SyncPair::resolveEntry(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so) {
-  PAIR_DEBUG("resolving (syncEntry, relative path): %s [%lld]", utf8(key).c_str(),
-             static_cast<long long>(so.timestamp));
+  PAIR_DEBUG_OF("resolveSync", "resolving (syncEntry, relative path): %s [%lld]", utf8(key).c_str(),
+                static_cast<long long>(so.timestamp));
   if (so.fullPath.empty()) {
-    PAIR_DEBUG("SyncObject not valid!");
+    PAIR_DEBUG_OF("resolveSync", "SyncObject not valid!");
     return;
   }
   const auto other = two.list.find(key);
   if (other == two.list.end()) {
-    PAIR_DEBUG("no conflicting entry to resolve, easy sync");
+    PAIR_DEBUG_OF("resolveSync", "no conflicting entry to resolve, easy sync");
     carry(decideResolution(so, nullptr), one, two, key, so, nullptr);
     return;
   }
   const SyncObject so2 = other->second;
-  if (so.timestamp > so2.timestamp) PAIR_DEBUG("so.timestamp > so2.timestamp");
-  if (so.timestamp < so2.timestamp) PAIR_DEBUG("so.timestamp < so2.timestamp");
+  if (so.timestamp > so2.timestamp) PAIR_DEBUG_OF("resolveSync", "so.timestamp > so2.timestamp");
+  if (so.timestamp < so2.timestamp) {
+    PAIR_DEBUG_OF("resolveSync", "so.timestamp < so2.timestamp");
+    PAIR_DEBUG_OF("resolveSync", "%lld < %lld", static_cast<long long>(so.timestamp),
+                  static_cast<long long>(so2.timestamp));
+  }
+  if (so.timestamp == so2.timestamp && (so.deletion || so2.deletion))
+    PAIR_DEBUG_OF("resolveSync", "%s so.deletion=%d, so2.deletion=%d", utf8(key).c_str(), so.deletion, so2.deletion);
   const bool independent = so.isFolder != so2.isFolder && so.deletion != so2.deletion;
   if (!independent) two.list.erase(other);
   carry(decideResolution(so, &so2), one, two, key, so, independent ? nullptr : &so2);
@@ -99,7 +105,7 @@ void SyncPair::carry(Resolution resolution, const Side& one, const Side& two, co
     case Resolution::deleteInOne:
       return carryDeletion(two, one, key, *so2, &so);
     case Resolution::forgetBoth:
-      PAIR_INFO("conflict deletion occurred cleaning up state: %s", utf8(key).c_str());
+      PAIR_INFO_OF("resolveSync", "conflict deletion occurred cleaning up state: %s", utf8(key).c_str());
       forgetBoth(key, so.isFolder);
       ++successfulEvents_;
       return;

@@ -58,22 +58,22 @@ void SyncPair::recordFolder(const std::wstring& key) {
 void SyncPair::refreshParent(const std::wstring& key) {
   const std::wstring parent = parentOf(key);
   if (parent.empty()) return;
-  PAIR_DEBUG("updating state for parent %s", utf8(parent).c_str());
+  PAIR_DEBUG_OF("resolveSync", "updating state for parent %s", utf8(parent).c_str());
   recordFolder(parent);
 }
 
 // The records stay: with them the next scan finds the entry again, as what it is.
 void SyncPair::copyFailed(const Side& from, const std::wstring& key, const SyncObject& so) {
-  PAIR_ERROR("could not carry over %s", utf8(so.fullPath).c_str());
+  PAIR_ERROR_OF("resolveSync", "could not carry over %s", utf8(so.fullPath).c_str());
   const std::wstring reason = copyProblem_.empty() ? copyProblem_ : L'"' + jsonEscaped(copyProblem_) + L'"';
   copyProblem_.clear();
-  notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(so.fullPath)), reason);
+  notify(L"SYNC", L"Could not copy " + jsonEscaped(nameOf(key)), reason);
   report(L"failed", joinPath(from.root, key));
 }
 
 void SyncPair::carryCopy(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so,
                          const SyncObject* other) {
-  PAIR_DEBUG("destination (pairPath) = %s", utf8(pathFor(to, key, so.isFolder)).c_str());
+  PAIR_DEBUG_OF("resolveSync", "destination (pairPath) = %s", utf8(pathFor(to, key, so.isFolder)).c_str());
   if (!so.isFolder && goesWithFolder(to, key)) return;
   requireIntactRoot(from);
   requireIntactRoot(to);
@@ -92,14 +92,15 @@ void SyncPair::carryFolder(const Side& from, const Side& to, const std::wstring&
   try {
     made = handler_->copyDir(platform::pathOf(so.fullPath), platform::pathOf(target));
   } catch (const std::exception& error) {
-    PAIR_ERROR("exception: %s", error.what());
+    PAIR_ERROR_OF("resolveSync", "exception: %s", error.what());
   }
+  PAIR_INFO_OF("resolveSync", "copied successfully? %s", log::truth(made));
   if (!made) return copyFailed(from, key, so);
   recordBoth(key, true);
   ++successfulEvents_;
   refreshParent(key);
   if (wasThere) return;
-  notify(L"SYNC", L"Copied " + jsonEscaped(nameOf(target)) + L" successfully.");
+  notifyDone(L"Copied " + jsonEscaped(nameOf(key)) + L" successfully.");
   report(L"folder", target);
 }
 
@@ -122,12 +123,12 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   const bool file = !so.isFolder && stamp.kind == platform::Kind::file;
   const Known known = file ? isKnown(to, key, target, stamp) : Known::yes;
   if (known == Known::unclear) {
-    notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(target)), L"\"it cannot be read now\"");
+    notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(key)), L"\"it cannot be read now\"");
     return report(L"failed", target);
   }
   if (known == Known::no) {
     if (goesWithFolder(from, key)) return;
-    PAIR_INFO("changed on the other side, not deleted: %s", utf8(target).c_str());
+    PAIR_INFO_OF("resolveSync", "changed on the other side, not deleted: %s", utf8(target).c_str());
     if (other && !other->deletion) return carryCopy(to, from, key, *other, nullptr);
     forgetBoth(key, false);  // comes back as an addition
     ++successfulEvents_;
@@ -140,12 +141,12 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   const auto gone = so.isFolder ? handler_->doDelete(so.fullPath + L'/') : handler_->deleteGuarded(so.fullPath, stamp);
   const bool deleted = gone.first && gone.second;
   handler_->deleteStatus(deleted, target);
-  PAIR_INFO("deleted successfully? %s %s", log::truth(gone.first), log::truth(gone.second));
+  PAIR_INFO_OF("resolveSync", "deleted successfully? %s %s", log::truth(gone.first), log::truth(gone.second));
   if (!deleted && so.isFolder) return finishFolderDeletion(from, to, key, so);
   if (!deleted) {
     // The records stay: the next scan finds the deletion again, or what was changed at the last moment.
     if (file && !stampUnderName(target).sameContent(stamp)) return;
-    notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(target)));
+    notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(key)));
     return report(L"failed", target);
   }
   const std::wstring& src = from.inside ? so.fullPath : target;
@@ -157,7 +158,7 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   ++successfulEvents_;
   refreshParent(key);
   if (stamp.kind == platform::Kind::missing) return;
-  notify(L"SYNC", L"Deleted " + jsonEscaped(nameOf(target)) + L" successfully.");
+  notifyDone(L"Deleted " + jsonEscaped(nameOf(key)) + L" successfully.");
   report(L"delete", target);
 }
 
@@ -176,7 +177,7 @@ void SyncPair::finishFolderDeletion(const Side& from, const Side& to, const std:
     report(L"failed", pathFor(to, key, true));
     return;
   }
-  PAIR_INFO("not empty, comes back: %s", utf8(so.fullPath).c_str());
+  PAIR_INFO_OF("resolveSync", "not empty, comes back: %s", utf8(so.fullPath).c_str());
   from.state.erase(so.fullPath);
   to.state.erase(pathFor(to, key, true));
   ++successfulEvents_;

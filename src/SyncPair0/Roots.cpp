@@ -121,19 +121,19 @@ bool SyncPair::outsideWasReplaced() {
   return true;
 }
 
-void SyncPair::reportRootMissing() {
-  PAIR_ERROR("Missing pair folder! Can't continue.");
+void SyncPair::reportRootMissing(const char* method) {
+  PAIR_ERROR_OF(method, "Missing pair folder! Can't continue.");
   if (ok_) notify(L"ERROR", L"One or more pair folder missing");
   ok_ = false;
   throw RootMissing();
 }
 
-void SyncPair::requireRoots() {
-  if (!rootPresent(side(true)) || !rootPresent(side(false))) reportRootMissing();
+void SyncPair::requireRoots(const char* method) {
+  if (!rootPresent(side(true)) || !rootPresent(side(false))) reportRootMissing(method);
 }
 
-void SyncPair::requireIntactRoot(const Side& side) {
-  if (rootLost(side)) reportRootMissing();
+void SyncPair::requireIntactRoot(const Side& side, const char* method) {
+  if (rootLost(side)) reportRootMissing(method);
 }
 
 void SyncPair::refuse(const std::wstring& reason) {

@@ -25,6 +25,9 @@ void SyncPair::purgeSyncListByPrefix(SyncList& list, const std::wstring& parentP
 // entry (the old one must go before the new one can take its name). A deletion never hides another file's addition.
 void SyncPair::noteDeletion(Walk& walk, const std::wstring& path, const StateRecord& record, bool isFolder) {
   const std::wstring key = keyOf(walk.side, path, isFolder);
+  PAIR_DEBUG_OF(walk.method, "relPath = %s", utf8(key).c_str());
+  if (*walk.label != '\0')
+    PAIR_DEBUG_OF(walk.method, "syncList.count(relPath) %d", static_cast<int>(walk.side.list.count(key)));
   if (key.empty()) return;
   const auto pending = walk.side.list.find(key);
   if (pending != walk.side.list.end()) {
@@ -33,7 +36,7 @@ void SyncPair::noteDeletion(Walk& walk, const std::wstring& path, const StateRec
     if (replaced) purgeSyncListByPrefix(walk.side.list, key);
   }
   stateChanged_ = true;
-  PAIR_INFO("%sDELETE: %s, fileHash: %s", walk.label, utf8(path).c_str(), utf8(record[1]).c_str());
+  PAIR_INFO_OF(walk.method, "%sDELETE: %s, fileHash: %s", walk.label, utf8(path).c_str(), utf8(record[1]).c_str());
   putRenameHashDel(path, record[1], isFolder);
   ++(isFolder ? walk.result.foldersDeleted : walk.result.filesDeleted);
   walk.side.list[key] = SyncObject{true, recordedTime(record), path, std::wstring(), isFolder, {}};
@@ -69,10 +72,10 @@ void SyncPair::checkRecord(Walk& walk, const std::wstring& path, const StateReco
   const bool isFolder = recordedAsFolder(walk.side.inside, path, record);
   const platform::Kind kind = platform::stampOf(platform::pathOf(path)).kind;
   const bool kindChanged = (kind == platform::Kind::file && isFolder) || (kind == platform::Kind::folder && !isFolder);
-  if (kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
+  if (kind == platform::Kind::unknown) PAIR_ERROR_OF(walk.method, "cannot look at %s", utf8(path).c_str());
   if (kind == platform::Kind::missing && liesBehindLink(walk.side, path)) return;
   if (kind == platform::Kind::missing && !walk.side.inside && !isFolder && mayHaveUnreadName(path, record)) {
-    PAIR_INFO("perhaps under a name that cannot be read here, not deleted: %s", utf8(path).c_str());
+    PAIR_INFO_OF(walk.method, "perhaps under a name that cannot be read here, not deleted: %s", utf8(path).c_str());
     return;
   }
   const bool renamed = walk.renamed.count(parentOf(path)) > 0 || platform::hasOtherName(platform::pathOf(path));
@@ -89,7 +92,7 @@ void SyncPair::checkRecordsBelow(Walk& walk, const std::wstring& folder) {
     if (walk.checkInterval > 0 && counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) {
       sleepWithCheck(1, 1000);
     }
-    PAIR_DEBUG("checking: %s", utf8(record->first).c_str());
+    PAIR_DEBUG_OF(walk.method, "checking: %s", utf8(record->first).c_str());
     checkRecord(walk, record->first, record->second);
   }
 }
@@ -99,7 +102,7 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("%s", utf8(syncFolder).c_str());
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, __func__, "", {}};
   checkRecordsBelow(walk, folderForm(std::move(syncFolder)));
   // A volume that went away during the walk looks like a mass deletion.
   if (walk.result.total() > 0) requireIntactRoot(scanned);

@@ -23,17 +23,17 @@ void SyncPair::settleSrc() {
   placeMarkers();
   for (int pass = 0;; ++pass) {
     const ScanResult updates = scanForUpdates(sourceFolder_, srcStateList, srcSyncList, kCheckInterval);
-    PAIR_DEBUG("srcSyncList.size=%d", static_cast<int>(srcSyncList.size()));
+    PAIR_DEBUG_OF("scanSrcChanges", "srcSyncList.size=%d", static_cast<int>(srcSyncList.size()));
     const ScanResult deletes = scanForDeletes(sourceFolder_, srcStateList, srcSyncList, kCheckInterval);
-    PAIR_DEBUG("srcSyncList.size=%d", static_cast<int>(srcSyncList.size()));
+    PAIR_DEBUG_OF("scanSrcChanges", "srcSyncList.size=%d", static_cast<int>(srcSyncList.size()));
     const long total = updates.total() + deletes.total();
     if (total == 0 || pass > kLastInsidePass) return;
     long pause = kInsidePause;
     if (updates.foldersAdded != 0 || deletes.foldersDeleted != 0) {
       pause += std::min(kFolderPause * total, kMaxFolderPause);
-      PAIR_DEBUG("l = %ld", total);
+      PAIR_DEBUG_OF("scanSrcChanges", "l = %ld", total);
     }
-    PAIR_DEBUG("rescan sleep for %ld", pause);
+    PAIR_DEBUG_OF("scanSrcChanges", "rescan sleep for %ld", pause);
     sleepWithCheck(1, pause);
   }
 }
@@ -42,11 +42,11 @@ void SyncPair::settleDest() {
   placeMarkers();
   for (long pause = kOutsidePauseStep;; pause += kOutsidePauseStep) {
     const ScanResult updates = scanForUpdates(destFolder_, destStateList, destSyncList, kCheckInterval);
-    PAIR_DEBUG("destSyncList.size() = %d", static_cast<int>(destSyncList.size()));
+    PAIR_DEBUG_OF("scanDestChanges", "destSyncList.size() = %d", static_cast<int>(destSyncList.size()));
     const ScanResult deletes = scanForDeletes(destFolder_, destStateList, destSyncList, kCheckInterval);
-    PAIR_DEBUG("destSyncList.size() = %d", static_cast<int>(destSyncList.size()));
+    PAIR_DEBUG_OF("scanDestChanges", "destSyncList.size() = %d", static_cast<int>(destSyncList.size()));
     if (updates.total() + deletes.total() == 0 || pause > kMaxOutsidePause) return;
-    PAIR_DEBUG("scan sleep for %ld", pause);
+    PAIR_DEBUG_OF("scanDestChanges", "scan sleep for %ld", pause);
     sleepWithCheck(1, pause);
   }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Scans limited to some folders, as a folder watcher reports them: their direct entries, and everything below a folder
 // that is new, or that has gone.
+#include <algorithm>
 #include <deque>
 #include <set>
 
@@ -20,6 +21,8 @@ std::wstring childOf(const std::wstring& folder, const std::wstring& path) {
   return path.substr(0, path.find(L'/', joinPath(folder, L"").size()));
 }
 
+const void* addressOf(const StateList& list) { return &list; }
+
 }  // namespace
 
 // Whether a scan of the whole side would come to the folder: a watcher tells of what lies in ignored folders, behind
@@ -30,7 +33,8 @@ bool SyncPair::isScanned(const Side& side, const std::wstring& folder) {
     const platform::Kind kind = platform::stampOf(entry).kind;
     if (kind != platform::Kind::folder && kind != platform::Kind::unknown) return false;
     if (keyOf(side, path, true).empty() || handler_->ignore(entry) || platform::hasOtherName(entry)) {
-      PAIR_DEBUG("[subset scan] Ignored: (%d) %s", 1, utf8(path).c_str());
+      PAIR_DEBUG_OF("scanForUpdates", "[subset scan] Ignored: (%d) %s", static_cast<int>(path.size()),
+                    utf8(path).c_str());
       return false;
     }
   }
@@ -60,8 +64,13 @@ SyncPair::ScanResult SyncPair::scanForUpdates(std::vector<std::wstring> folderLi
     PAIR_DEBUG("folderList entry %d - %s", number++, utf8(start).c_str());
     const Side scanned = sideOf(start);
     requireIntactRoot(scanned);
+    PAIR_DEBUG("tmpap = %s", utf8(start).c_str());
+    if (scanned.inside)
+      PAIR_DEBUG("stateList = %p srcStateList = %p", addressOf(scanned.state), addressOf(srcStateList));
+    else
+      PAIR_DEBUG("stateList = %p destStateList = %p", addressOf(scanned.state), addressOf(destStateList));
     if (!isScanned(scanned, start)) continue;
-    Walk walk{scanned, kCheckInterval, kLabel, {}};
+    Walk walk{scanned, kCheckInterval, __func__, kLabel, {}};
     std::deque<std::wstring> queue{start};
     while (!queue.empty()) {
       interruption_->check();
@@ -90,8 +99,13 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
   const Side scanned = sideOf(syncFolder);
   PAIR_DEBUG("folderList.size() %d", static_cast<int>(folderList.size()));
   requireIntactRoot(scanned);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, kLabel, {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, __func__, kLabel, {}};
+  PAIR_DEBUG("stateList (%p) = srcStateList (%p)? answer: %s", addressOf(stateList), addressOf(srcStateList),
+             log::truth(&stateList == &srcStateList));
   PAIR_DEBUG("stateList size() = %d", static_cast<int>(stateList.size()));
+  const auto added = std::count_if(walk.side.list.begin(), walk.side.list.end(),
+                                   [](const auto& entry) { return entry.second.isFolder && !entry.second.deletion; });
+  PAIR_DEBUG("[subset scan] subfoldersFromAdd.size() = %d", static_cast<int>(added));
   std::size_t logged = 0;
   for (const auto& listed : folderList) {
     if (logged < kLoggedEntries) PAIR_DEBUG("folderList entry: %s", utf8(listed.first).c_str());
@@ -110,6 +124,8 @@ SyncPair::ScanResult SyncPair::scanForDeletes(std::wstring syncFolder, StateList
       record = std::next(record);
       while (record != below.second && parentOf(record->first) != listed.first &&
              stateList.count(childOf(listed.first, record->first)) > 0) {
+        PAIR_DEBUG("[subset scan] didn't find state entry parent in user folderList, skipping check. entryParent = %s",
+                   utf8(parentOf(record->first)).c_str());
         record = recordBehind(stateList, childOf(listed.first, record->first));
       }
     }

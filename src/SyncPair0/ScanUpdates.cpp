@@ -21,10 +21,11 @@ constexpr std::uint64_t kShortPauseInterval = 10;
 }  // namespace
 
 // False, with a log line, when the folder cannot be listed.
-bool SyncPair::listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries) {
+bool SyncPair::listFolder(const char* method, const std::wstring& folder,
+                          std::vector<boost::filesystem::path>& entries) {
   boost::system::error_code error;
   platform::listFolder(platform::pathOf(folder), entries, error);
-  if (error) PAIR_ERROR("boofs::filesystem_error: %s: %s", utf8(folder).c_str(), error.message().c_str());
+  if (error) PAIR_ERROR_OF(method, "boofs::filesystem_error: %s: %s", utf8(folder).c_str(), error.message().c_str());
   return !error;
 }
 
@@ -46,21 +47,29 @@ void SyncPair::noteUnread(const Side& side, const boost::filesystem::path& entry
     unreadNames_[parentOf(path)].insert(stamp.seconds());
 }
 
+void SyncPair::logIgnored(const Walk& walk, const boost::filesystem::path& entry) {
+  const std::wstring text = platform::wideOf(entry);
+  if (*walk.label == '\0')
+    PAIR_DEBUG_OF(walk.method, "Ignored: %s", utf8(text).c_str());
+  else
+    PAIR_DEBUG_OF(walk.method, "%sIgnored: (%d) %s", walk.label, static_cast<int>(text.size()), utf8(text).c_str());
+}
+
 // Whether the entry takes no part in the synchronisation; otherwise its path and what it is.
 bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path,
                        platform::FileStamp& stamp) {
   if (handler_->ignore(entry)) {
     noteUnread(walk.side, entry);
-    PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
+    logIgnored(walk, entry);
     return true;
   }
   stamp = platform::stampOf(entry);
   if (!genericOfListed(entry, path)) return true;
-  if (stamp.kind == platform::Kind::unknown) PAIR_ERROR("cannot look at %s", utf8(path).c_str());
+  if (stamp.kind == platform::Kind::unknown) PAIR_ERROR_OF(walk.method, "cannot look at %s", utf8(path).c_str());
   if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
   if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
   noteUnread(walk.side, entry);
-  PAIR_DEBUG("%sIgnored: %s", walk.label, utf8(entry).c_str());
+  logIgnored(walk, entry);
   return true;
 }
 
@@ -71,12 +80,12 @@ void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstr
   const bool isFolder = stamp.kind == platform::Kind::folder;
   if (!isFolder && examineRounded(walk, key, path, stamp, record)) return;
   if (isFolder || now <= stored) {
-    PAIR_DEBUG("%sSAME: %s %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
-               static_cast<long long>(stored));
+    PAIR_DEBUG_OF(walk.method, "%sSAME: %s %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
+                  static_cast<long long>(stored));
     return;
   }
-  PAIR_INFO("%sUPDATE: %s - %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
-            static_cast<long long>(stored));
+  PAIR_INFO_OF(walk.method, "%sUPDATE: %s - %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),
+               static_cast<long long>(stored));
   stateChanged_ = true;
   walk.side.list[key] = SyncObject{false, now, path, std::wstring(), false, stamp};
   ++walk.result.filesChanged;
@@ -89,8 +98,8 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
   if (!hash.empty() && isFolder) ++walk.result.foldersAdded;
   if (!hash.empty() && !isFolder) ++walk.result.filesChanged;
   putRenameHashAdd(path, hash, isFolder);
-  PAIR_INFO("%sADD: %s [%lld] %s", walk.label, utf8(path).c_str(), static_cast<long long>(stamp.seconds()),
-            utf8(hash).c_str());
+  PAIR_INFO_OF(walk.method, "%sADD: %s [%lld] %s", walk.label, utf8(path).c_str(),
+               static_cast<long long>(stamp.seconds()), utf8(hash).c_str());
   stateChanged_ = true;
   walk.side.list[key] = SyncObject{false, stamp.seconds(), path, std::wstring(), isFolder, stamp};
 }
@@ -98,7 +107,7 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
 // A file that another program holds is left for a later pass or cycle; the host hears of it at the end when it has
 // changed.
 void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
-  PAIR_DEBUG("%sin use: %s", walk.label, utf8(path).c_str());
+  PAIR_DEBUG_OF(walk.method, "%sin use: %s", walk.label, utf8(path).c_str());
   if (changed) busy_.insert(path);
 }
 
@@ -109,6 +118,7 @@ bool SyncPair::examineEntry(Walk& walk, const std::wstring& path, const platform
   if (record != walk.side.state.end() && recordedAsFolder(walk.side.inside, path, record->second) != isFolder)
     return false;
   const std::wstring key = keyOf(walk.side, path, isFolder);
+  PAIR_DEBUG_OF(walk.method, "relPath = %s", utf8(key).c_str());
   if (!walk.side.inside && !isFolder && record == walk.side.state.end()) {
     if (!countsForKey(key, path, stamp)) return true;
     record = walk.side.state.find(path);
@@ -133,7 +143,7 @@ void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<st
   std::vector<boost::filesystem::path> entries;
   if (!walk.side.inside) unreadNames_.erase(folder);
   const bool gone = platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::missing;
-  if (!gone && !listFolder(folder, entries) && unreadable_.insert(folder).second) {
+  if (!gone && !listFolder(walk.method, folder, entries) && unreadable_.insert(folder).second) {
     notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
   }
   for (const auto& listed : entries) {
@@ -158,7 +168,7 @@ SyncPair::ScanResult SyncPair::scanForUpdatesRecurse(std::wstring syncFolder, St
   PAIR_DEBUG("scanFolder: %s", utf8(syncFolder).c_str());
   handler_->beginOperation();
   const Side scanned = sideOf(syncFolder);
-  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, "", {}};
+  Walk walk{{scanned.inside, scanned.root, stateList, syncList}, checkInterval, __func__, "", {}};
   requireIntactRoot(scanned);
   std::deque<std::wstring> queue{folderForm(std::move(syncFolder))};
   std::set<std::wstring> seen(queue.begin(), queue.end());

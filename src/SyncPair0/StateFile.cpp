@@ -45,7 +45,7 @@ void SyncPair::loadStateFromDisk(std::wstring stateFile, StateList& list) {
   PAIR_DEBUG("Enter function");
   StateList loaded;
   const bool readable = readOwnFile(stateFile, [&](StateLines& lines) {
-    PAIR_DEBUG("Obtaining global lock %p", static_cast<void*>(&globalLock()));
+    PAIR_DEBUG_OF("loadStateFromDisk", "Obtaining global lock %p", static_cast<void*>(&globalLock()));
     const boost::lock_guard<boost::mutex> lock(globalLock());
     loaded.clear();
     readRecords(lines, stateFile, loaded);
@@ -66,7 +66,7 @@ void SyncPair::readRecords(StateLines& lines, const std::wstring& stateFile, Sta
       stateDamaged_ = true;
       return;
     }
-    PAIR_DEBUG("loadStateFromDisk() line=%s", utf8(line).c_str());
+    PAIR_DEBUG_OF("loadStateFromDisk", "loadStateFromDisk() line=%s", utf8(line).c_str());
     std::wstring key;
     StateRecord record;
     if (outcome == StateLines::Outcome::line && parseStateLine(line, key, record) && ownSpelling(key, key)) {
@@ -137,7 +137,7 @@ void SyncPair::writeState() {
 // Temporary files of writers that were killed.
 void SyncPair::sweepStateFolder() {
   std::vector<boost::filesystem::path> entries;
-  if (!listFolder(stateFolder_, entries)) return;
+  if (!listFolder(__func__, stateFolder_, entries)) return;
   for (const auto& entry : entries) {
     if (platform::stampOf(entry).kind != platform::Kind::file || !platform::isAbandoned(utf8(entry.filename()))) {
       continue;

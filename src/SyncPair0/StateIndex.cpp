@@ -20,14 +20,14 @@ bool isFileThere(const std::wstring& path) {
 void SyncPair::generateDirList(StateList& list, std::wstring folder) {
   PAIR_DEBUG("%s", utf8(folder).c_str());
   handler_->beginOperation();
-  Walk walk{sideOf(folder), 0, "", {}, {}};
+  Walk walk{sideOf(folder), 0, __func__, "", {}, {}};
   std::vector<std::wstring> folders{folderForm(std::move(folder))};
   while (!folders.empty()) {
     interruption_->check();
     const std::wstring current = folders.back();
     folders.pop_back();
     std::vector<boost::filesystem::path> entries;
-    if (!listFolder(current, entries)) continue;
+    if (!listFolder(__func__, current, entries)) continue;
     for (const auto& entry : entries) {
       std::wstring path;
       platform::FileStamp stamp;

@@ -112,7 +112,6 @@ std::wstring SyncPair::keyOf(const Side& side, const std::wstring& path, bool is
   const std::size_t start = joinPath(side.root, L"").size();
   if (path.size() <= start) return std::wstring();
   std::wstring key = path.substr(start);
-  PAIR_DEBUG("relPath = %s", utf8(key).c_str());
   if (side.inside) return key;
   if (hasArchiveExtension(nameOf(key)) == isFolder) return std::wstring();
   if (isFolder) return key;

@@ -61,8 +61,10 @@ public:
   const std::shared_ptr<Interruption>& interruption() const { return interruption_; }
 
   // Notifications: type, message, optional JSON value -------------------------
-  /// One that says the same as another in the queue is not queued again.
+  /// One that says the same as another in the queue is not queued again: what fails, fails in each cycle.
   void notify(const std::wstring& type, const std::wstring& message, const std::wstring& more = std::wstring());
+  /// That something was done for the user is queued each time.
+  void notifyDone(const std::wstring& message) { notifications_.push_back({L"SYNC", message, std::wstring()}); }
   std::wstring notificationsAsJSON() const;
   void clearNotifications();
   const Waiting& waiting() const { return waiting_; }
@@ -138,19 +140,20 @@ public:
     different,
     unknown,  ///< they could not be compared, or changed meanwhile
   };
-  Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
+  Comparison isFileConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest,
+                                bool fromInside);
   void touch(std::wstring path, std::int64_t timestamp);
 
   // Names: NameForms.cpp, Spares.cpp ---------------------------------------------
   /// Runs a renaming of archives, which tells of each; the records follow, and the state is written at the end.
   using Renamed = std::function<void(const std::wstring& from, const std::wstring& to)>;
   bool renameArchives(const std::function<bool(const Renamed&)>& rename);
+  /// Runs a change of keys, which tells of each archive it has dealt with, and of each that it renames; the same holds.
+  bool rewrapArchives(const std::function<bool(const Progress&, const Renamed&)>& change);
 
   // The whole Outside: WholeSide.cpp ---------------------------------------------
   /// Throws RootMissing unless the folder is the one that the state knows.
   void requireIntactRoot(bool inside) { requireIntactRoot(side(inside)); }
-  /// The archive holds the same content in other bytes: its record gets the new hash. Times stay as they are.
-  void refreshHash(const std::wstring& archive);
   /// Removes what is in sync from one side, and its records from both, so that nothing of it shows as a deletion. What
   /// is not as recorded on both sides stays, with its records. False when anything known is left, or no state was
   /// loaded.
@@ -219,14 +222,15 @@ private:
   bool isAnotherFolder(const Side& side) const;
   bool rootLost(const Side& side) const;
   bool outsideWasReplaced();
-  void requireRoots();
-  void requireIntactRoot(const Side& side);
+  // These name their caller in the log.
+  void requireRoots(const char* method = __builtin_FUNCTION());
+  void requireIntactRoot(const Side& side, const char* method = __builtin_FUNCTION());
   [[noreturn]] void refuse(const std::wstring& reason);
   void requireUsableFolders();
   void markOutside();
   void placeMarkers();
   bool dropMarkerCopy(const Side& side, const boost::filesystem::path& entry);
-  [[noreturn]] void reportRootMissing();
+  [[noreturn]] void reportRootMissing(const char* method);
 
   // State
   bool readOwnFile(const std::wstring& file, const std::function<void(StateLines&)>& read);
@@ -248,14 +252,16 @@ private:
   struct Walk {
     Side side;
     int checkInterval;
-    const char* label;  ///< prefix of the log lines
+    const char* method;  ///< of which the log lines are
+    const char* label;   ///< their prefix
     ScanResult result;
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
   void settleSrc();
   void settleDest();
-  bool listFolder(const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
+  bool listFolder(const char* method, const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
+  void logIgnored(const Walk& walk, const boost::filesystem::path& entry);
   void pauseWithin(Walk& walk);
   std::vector<std::wstring> ownFolders(const std::vector<std::wstring>& folderList);
   bool isScanned(const Side& side, const std::wstring& folder);
@@ -397,6 +403,7 @@ private:
   Known isKnown(const Side& side, const std::wstring& key, const std::wstring& path, const platform::FileStamp& stamp);
   bool isInSync(const std::wstring& key, const std::wstring& inside, const std::wstring& archive);
   // WholeSide.cpp
+  void refreshHash(const std::wstring& archive);
   struct Removal;
   bool mayRemove(const Side& own, const std::wstring& key, const std::wstring& path, const std::wstring& counterpart);
   std::vector<Removal> planRemovals(bool inside, std::uint64_t& left);
@@ -421,7 +428,7 @@ private:
   std::wstring stateFolder_;
   std::wstring stateFiles_[2];  ///< Inside, Outside
   std::vector<std::vector<std::wstring>> notifications_;
-  std::set<std::vector<std::wstring>> queued_;  ///< the same, to find equal ones
+  std::set<std::vector<std::wstring>> queued_;  ///< those that are queued once, to find equal ones
   Progress progress_;
   RenameHashes renameAdds_[2];  ///< Inside, Outside
   RenameHashes renameDels_[2];

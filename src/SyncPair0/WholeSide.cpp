@@ -42,6 +42,7 @@ void SyncPair::tell(const std::wstring& operation, const std::wstring& path, std
   if (progress_) progress_(operation, path, done, total);
 }
 
+// The archive holds the same content in other bytes: its record gets the new hash. Times stay as they are.
 void SyncPair::refreshHash(const std::wstring& archive) {
   const auto record = destStateList.find(archive);
   if (record == destStateList.end()) return;
@@ -51,6 +52,15 @@ void SyncPair::refreshHash(const std::wstring& archive) {
   record->second = makeRecord(archive, time);
   stateChanged_ = true;
   ++successfulEvents_;
+}
+
+bool SyncPair::rewrapArchives(const std::function<bool(const Progress&, const Renamed&)>& change) {
+  const Progress progress = [this](const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
+                                   std::uint64_t total) {
+    if (outcome == L"rewrap") refreshHash(path);
+    tell(outcome, path, done, total);
+  };
+  return renameArchives([&](const Renamed& renamed) { return change(progress, renamed); });
 }
 
 bool SyncPair::mayRemove(const Side& own, const std::wstring& key, const std::wstring& path,

@@ -21,12 +21,7 @@ int kelsync_change_assetkey(kelsync_pair* h, const wchar_t* assetId, const wchar
   bool changed = false;
   command(h, __func__, [&](SyncPair& pair) {
     const WideSecret key(newKey);
-    const auto progress = [&](const std::wstring& outcome, const std::wstring& path, std::uint64_t done,
-                              std::uint64_t total) {
-      if (outcome == L"rewrap") pair.refreshHash(path);
-      pair.tell(outcome, path, done, total);
-    };
-    changed = pair.renameArchives([&](const SyncPair::Renamed& renamed) {
+    changed = pair.rewrapArchives([&](const SyncPair::Progress& progress, const SyncPair::Renamed& renamed) {
       return handlerOf(pair)->changeAssetKey(assetId, key.text, progress, renamed);
     });
   });

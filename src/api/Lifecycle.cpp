@@ -25,6 +25,7 @@ kelsync_pair** kelsync_init(kelsync_pair** out) {
       queue->notify(type, message, more);
     };
     services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
+    services.notifyDone = [queue](const std::wstring& message) { queue->notifyDone(message); };
     services.shareWaits = [queue](const std::wstring& path, bool waits) { queue->noteShareWaits(path, waits); };
     pair->setSyncCopyHandler(new CryptoSyncCopyHandler(std::move(services)));
     *out = reinterpret_cast<kelsync_pair*>(pair.release());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/JsonText.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Kelta {
@@ -56,6 +57,20 @@ std::wstring jsonEscaped(const std::wstring& text) {
     }
   }
   return escaped;
+}
+
+std::wstring jsonUnescaped(const std::wstring& text) {
+  static const std::wstring kLetters = L"\"\\/bfnrt";
+  static const std::wstring kMeant = L"\"\\/\b\f\n\r\t";
+  std::wstring plain;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = text[at] == L'\\' ? escapeLength(text, at) : 0;
+    if (length == 0) plain += text[at];
+    if (length == 2) plain += kMeant[kLetters.find(text[at + 1])];
+    if (length == 6) plain += static_cast<wchar_t>(std::stoul(text.substr(at + 2, 4), nullptr, 16));
+    at += std::max<std::size_t>(length, 1);
+  }
+  return plain;
 }
 
 bool isJsonStringBody(const std::wstring& text) {

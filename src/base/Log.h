@@ -46,15 +46,30 @@ inline const char* truth(bool value) { return value ? "true" : "false"; }
 }  // namespace log
 }  // namespace Kelta
 
-#define KELTA_LOG(logger, level, object, ...)                                                        \
+#define KELTA_LOG(logger, level, object, ...) KELTA_LOG_OF(logger, level, __func__, object, __VA_ARGS__)
+#define KELTA_LOG_OF(logger, level, method, object, ...)                                             \
   do {                                                                                               \
     if ((logger).isEnabledFor(level))                                                                \
-      ::Kelta::log::write((logger), (level), {__FILE__, __LINE__, __func__, (object)}, __VA_ARGS__); \
+      ::Kelta::log::write((logger), (level), {__FILE__, __LINE__, (method), (object)}, __VA_ARGS__); \
   } while (false)
 
 #define PAIR_DEBUG(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
 #define PAIR_INFO(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
 #define PAIR_ERROR(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)
+// For the steps of a method that are functions of their own: a line names the method, as whoever reads the log knows
+// it.
+#define PAIR_DEBUG_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::syncPair(), log4cplus::DEBUG_LOG_LEVEL, method, this, __VA_ARGS__)
+#define PAIR_INFO_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::syncPair(), log4cplus::INFO_LOG_LEVEL, method, this, __VA_ARGS__)
+#define PAIR_ERROR_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::syncPair(), log4cplus::ERROR_LOG_LEVEL, method, this, __VA_ARGS__)
+#define HANDLER_DEBUG_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::copyHandler(), log4cplus::DEBUG_LOG_LEVEL, method, this, __VA_ARGS__)
+#define HANDLER_INFO_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, method, this, __VA_ARGS__)
+#define HANDLER_ERROR_OF(method, ...) \
+  KELTA_LOG_OF(::Kelta::log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, method, this, __VA_ARGS__)
 #define HANDLER_DEBUG(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
 #define HANDLER_INFO(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
 #define HANDLER_ERROR(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)

@@ -114,6 +114,7 @@ public:
       queue->notify(type, message, more);
     };
     services.keyArrived = [queue](const std::vector<std::wstring>& archives) { queue->keyArrived(archives); };
+    services.notifyDone = [queue](const std::wstring& message) { queue->notifyDone(message); };
     services.shareWaits = [queue](const std::wstring& path, bool waits) { queue->noteShareWaits(path, waits); };
     handler_ = new CryptoSyncCopyHandler(services);
     pair_->setSyncCopyHandler(handler_);
@@ -144,6 +145,11 @@ public:
     return events_;
   }
 
+  bool changeKey(const std::wstring& key) {
+    return pair_->rewrapArchives([&](const SyncPair::Progress& progress, const SyncPair::Renamed& renamed) {
+      return handler_->changeAssetKey(L"main", key, progress, renamed);
+    });
+  }
   /// Encrypted names on or off, from now on.
   void setNames(bool on) { handler_->setFNE(names_ = on); }
   bool resetNames() {

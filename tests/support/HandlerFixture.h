@@ -33,9 +33,12 @@ protected:
   }
 
   EngineServices services() {
-    return {clock, interruption, [this](const std::wstring& type, const std::wstring& message, const std::wstring&) {
-              notifications.push_back(type + L": " + message);
-            }};
+    EngineServices given{clock, interruption,
+                         [this](const std::wstring& type, const std::wstring& message, const std::wstring&) {
+                           notifications.push_back(type + L": " + message);
+                         }};
+    given.notifyDone = [this](const std::wstring& message) { notifications.push_back(L"SYNC: " + message); };
+    return given;
   }
   void write(const std::string& entry, const std::string& text, std::int64_t seconds = 1600000000) {
     boost::filesystem::create_directories((folder / entry).parent_path());
