@@ -149,6 +149,7 @@ extern "C" __attribute__((visibility("default"))) int fsync(int) { return fault.
 extern "C" __attribute__((visibility("default"))) int fstatat(int folder, const char* path, struct stat* status,
                                                               int flags) noexcept {
   static const auto next = real<int (*)(int, const char*, struct stat*, int)>("fstatat64");
+  fault.reach();
   if (!startsWith(pathOf(folder, path), place.hidden)) return next(folder, path, status, flags);
   errno = EIO;
   return -1;
@@ -384,10 +385,73 @@ void save(const fs::path& file, const std::string& content, std::int64_t time) {
   put(file.parent_path() / "saving.tmp~", content, time);
   fs::rename(file.parent_path() / "saving.tmp~", file);
 }
+// Somebody who may write to the pair puts a link in the place of its folder "dir", to a foreign folder that looks the
+// same down to the times: a step by path cannot tell the one from the other.
+struct Swap {
+  fs::path folder;
+  fs::path aside;
+  fs::path foreign;
+  std::string before = {};
+
+  bool done() const { return !before.empty(); }
+  // Everything of the foreign folder that a step could change.
+  std::string state() const {
+    std::ostringstream text;
+    std::set<fs::path> entries{foreign};
+    for (fs::recursive_directory_iterator it(foreign), end; it != end; ++it) entries.insert(it->path());
+    for (const fs::path& entry : entries) {
+      struct stat status {};
+      EXPECT_EQ(stat(entry.c_str(), &status), 0);
+      text << entry << ' ' << status.st_ino << ' ' << std::oct << status.st_mode << ' ' << status.st_nlink << ' '
+           << status.st_mtim.tv_sec << '.' << status.st_mtim.tv_nsec << ' ' << status.st_ctim.tv_sec << '.'
+           << status.st_ctim.tv_nsec << ' ' << (S_ISREG(status.st_mode) ? contentOf(entry) : "") << '\n';
+    }
+    return text.str();
+  }
+  void make() {
+    fs::create_directory(foreign);
+    for (fs::recursive_directory_iterator it(folder), end; it != end; ++it) {
+      const fs::path copy = foreign / it->path().lexically_relative(folder);
+      if (fs::is_directory(it->path())) fs::create_directory(copy);
+      if (fs::is_regular_file(it->path())) fs::copy_file(it->path(), copy);
+      platform::setLastWriteTime(copy, platform::stampOf(it->path()).nanoseconds);
+    }
+    fs::rename(folder, aside);
+    fs::create_directory_symlink(foreign, folder);
+    before = state();
+  }
+  void takeBack() {
+    fs::remove(folder);
+    fs::rename(aside, folder);
+    EXPECT_EQ(state(), before) << "the foreign folder was changed";
+    before.clear();
+  }
+} swapped;
+
+void swapForLink(Device& a, const fs::path& side) {
+  const fs::path home = a.outside().parent_path();
+  swapped = {side / "dir", home / "aside", home / "foreign"};
+  swapped.make();
+}
 void begin(Device& a, Device& b) {
   for (const char* name : {"x", "dir/x"}) put(a.inside() / name, "old", 10);
   a.cycle();
   b.cycle();
+}
+// Everything that is carried from one side to the other, in one folder.
+void changeAll(Device& device) {
+  put(device.inside() / "dir/x", "mine", 20);
+  put(device.inside() / "dir/new", "new", 20);
+  put(device.inside() / "dir/more/new", "new", 20);
+  fs::remove(device.inside() / "dir/gone");
+  fs::remove_all(device.inside() / "dir/gone too");
+  fs::rename(device.inside() / "dir/old name", device.inside() / "dir/new name");
+  fs::rename(device.inside() / "dir/old", device.inside() / "dir/moved");
+}
+void beginAll(Device& a, Device& b) {
+  for (const char* name : {"gone", "gone too/y", "old name", "old/z"})
+    put(a.inside() / "dir" / name, std::string("old ") + name, 10);
+  begin(a, b);
 }
 void edit(Device& device, const std::string& content, std::int64_t time) { put(device.inside() / "x", content, time); }
 void saveLate(Device& a, const fs::path&) { save(a.inside() / "x", "late", 40); }
@@ -434,6 +498,10 @@ const Moment kMoments[] = {
      nullptr, true},
     {"a part that is deleted", [](Device& a, Device& b) { begin(a, b), put(a.inside() / "z", "part", 20); },
      [](Device& a, const fs::path&) { fs::remove(a.inside() / "z"); }, "dir/ dir/x=old@10 x=old@10", false, "", true},
+    {"a link for a folder, Inside", [](Device& a, Device& b) { beginAll(a, b), changeAll(b), b.cycle(); },
+     [](Device& a, const fs::path&) { swapForLink(a, a.inside()); }, nullptr, false, "mine", true},
+    {"a link for a folder, Outside", [](Device& a, Device& b) { beginAll(a, b), changeAll(a); },
+     [](Device& a, const fs::path&) { swapForLink(a, a.outside()); }, nullptr, false, "mine", true},
 };
 
 // False when the cycle ended before the moment came.
@@ -454,6 +522,7 @@ bool actAt(const Moment& moment, int call, const fs::path& late) {
   a.cycle();
   const bool fired = fault.fired;
   fault = Fault();
+  if (swapped.done()) swapped.takeBack();
   for (int i = 0; i < 5; ++i) {
     a.cycle();
     b.cycle();

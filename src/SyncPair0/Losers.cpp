@@ -7,6 +7,7 @@
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
@@ -48,10 +49,11 @@ bool moveAnywhere(const fs::path& from, const fs::path& to) try {
 }
 
 // Where there is no recycle bin a conflict copy keeps it. False: it is still in its place.
-bool putAside(const fs::path& file, const std::wstring& copy, const platform::FileStamp& judged) {
-  const platform::Recycled recycled = platform::moveToRecycleBin(file, &judged);
+bool putAside(const platform::Spot& file, const std::wstring& copy, const platform::FileStamp& judged) {
+  const platform::Recycled recycled = file.folder.throwAway(file.name, &judged);
   if (recycled != platform::Recycled::noBin) return recycled == platform::Recycled::yes;
-  return copy.size() <= kMaxPathCharacters && moveJudged(file, platform::pathOf(copy), judged);
+  return copy.size() <= kMaxPathCharacters &&
+         moveJudged(file, {file.folder, platform::pathOf(nameOf(copy))}, judged);
 }
 
 }  // namespace
@@ -86,7 +88,8 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   if (opened != Opened::yes) return Kept::no;
   try {
     if (sameContent(loser, content)) return Kept::yes;
-    if (putAside(platform::pathOf(loser), conflictNameOf(loser, clock_->nowSeconds()), judged)) return Kept::yes;
+    const std::wstring copy = conflictNameOf(loser, clock_->nowSeconds());
+    if (putAside(spotOf(sideOf(loser).root, loser), copy, judged)) return Kept::yes;
     if (!lookAt(loser).sameContent(judged)) return Kept::changed;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
