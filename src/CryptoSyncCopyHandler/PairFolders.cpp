@@ -99,4 +99,10 @@ platform::Spot spotOf(const std::wstring& root, const std::wstring& path) {
       make_error_code(missing ? boost::system::errc::no_such_file_or_directory : boost::system::errc::not_a_directory));
 }
 
+bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to) {
+  const platform::Spot source = spotOf(root, from);
+  const platform::Spot target = spotOf(root, to);
+  return source.folder.move(source.name, source.look().id, target.folder, target.name);
+}
+
 }  // namespace Kelta

@@ -36,4 +36,8 @@ Way makeFolders(const std::wstring& root, const std::wstring& folder);
 /// The place of an entry below `root`. Throws filesystem_error when its folder is not there, or refused.
 platform::Spot spotOf(const std::wstring& root, const std::wstring& path);
 
+/// Renames a file or a folder below `root` and replaces nothing: false, with nothing done, when something stands under
+/// `to` already. Throws filesystem_error.
+bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to);
+
 }  // namespace Kelta

@@ -159,9 +159,7 @@ bool SyncPair::moveFile(std::wstring src, std::wstring dest) {
     return false;
   }
   try {
-    const platform::Spot from = spotOf(sideOf(src).root, src);
-    const platform::Spot to = spotOf(sideOf(dest).root, dest);
-    if (!from.folder.move(from.name, from.look().id, to.folder, to.name)) {
+    if (!moveBelow(sideOf(src).root, src, dest)) {
       PAIR_INFO("destination is in use: %s", utf8(dest).c_str());
       return false;
     }

@@ -88,8 +88,7 @@ void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, co
   if (sameContent(opened, inside)) return removeSpare(path, spare.stamp);
   const std::wstring copy = key + newConflictSuffix(clock_->nowSeconds());
   const std::vector<std::wstring> paths = archivePaths(copy);
-  if (!paths.empty() && moveFile(path, paths.front()))
-    report(L"conflict", joinPath(sourceFolder_, copy));
+  if (!paths.empty() && moveFile(path, paths.front())) report(L"conflict", joinPath(sourceFolder_, copy));
 }
 
 void SyncPair::settleSpares() {
