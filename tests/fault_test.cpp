@@ -284,6 +284,12 @@ TEST_F(Contested, WhatAppearsAtTheLastMomentIsNotReplaced) {
     EXPECT_EQ(place.contested, "");
     EXPECT_EQ(contentOf(target), "from somebody else");
   }
+  put(a.inside() / "key", "x", 10);
+  a.cycle();
+  place.contested = (a.outside() / "key.kelta").string();
+  EXPECT_FALSE(a.handler().changeAssetKey(L"main", L"another key", {}));
+  EXPECT_EQ(place.contested, "");
+  EXPECT_EQ(contentOf(a.outside() / "key.kelta"), "from somebody else");
 }
 
 const char kExpected[] =

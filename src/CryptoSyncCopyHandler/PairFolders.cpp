@@ -99,6 +99,14 @@ platform::Spot spotOf(const std::wstring& root, const std::wstring& path) {
       make_error_code(missing ? boost::system::errc::no_such_file_or_directory : boost::system::errc::not_a_directory));
 }
 
+platform::Spot spotOfListed(const std::wstring& root, const fs::path& entry) {
+  OpenFolder folder(platform::pathOf(root));
+  for (const fs::path& step : entry.parent_path().lexically_relative(folder.path())) {
+    if (step != ".") folder = folder.folder(step);
+  }
+  return {folder, entry.filename()};
+}
+
 bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to) {
   const platform::Spot source = spotOf(root, from);
   const platform::Spot target = spotOf(root, to);

@@ -36,6 +36,9 @@ Way makeFolders(const std::wstring& root, const std::wstring& folder);
 /// The place of an entry below `root`. Throws filesystem_error when its folder is not there, or refused.
 platform::Spot spotOf(const std::wstring& root, const std::wstring& path);
 
+/// The same for an entry that was listed, under whatever name the system has for it.
+platform::Spot spotOfListed(const std::wstring& root, const boost::filesystem::path& entry);
+
 /// Renames a file or a folder below `root` and replaces nothing: false, with nothing done, when something stands under
 /// `to` already. Throws filesystem_error.
 bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to);

@@ -95,12 +95,10 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const Spot& from, const Spot& tar
   }
   if (!output.file().setLastWriteTime(job.time()))
     HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
-  output.file().flushToDisk();
-  target.folder.giveNormalRights(output.file(), target.name);
   job.outcome.placed = output.file().stamp();
-  const platform::EntryId id = output.file().id();
-  output.file().close();
-  return putInPlace({target.folder, output.temporary().filename()}, id, target, job);
+  return output.commitBy([&](const Spot& fresh, const platform::EntryId& id, const Spot& place) {
+    return putInPlace(fresh, id, place, job);
+  });
 }
 
 bool CryptoSyncCopyHandler::placeInside(const fs::path& from, CopyJob& job) {

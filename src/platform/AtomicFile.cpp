@@ -165,6 +165,13 @@ bool AtomicFile::commitNew() {
   return committed_;
 }
 
+bool AtomicFile::commitBy(const Replacement& replace) {
+  finish();
+  const bool done = replace({folder_, temporary_.filename()}, id_, {folder_, name_});
+  folder_.sync();
+  return done;
+}
+
 void writeWholeFile(const boost::filesystem::path& target, const std::string& content, bool ownerOnly) {
   AtomicFile output(target, ownerOnly);
   output.file().write(content.data(), content.size());

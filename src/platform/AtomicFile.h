@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -9,6 +10,9 @@
 
 namespace Kelta {
 namespace platform {
+
+/// Puts the file `fresh` of that identity in the place of `target`. False when what stands there must stay.
+using Replacement = std::function<bool(const Spot& fresh, const EntryId& id, const Spot& target)>;
 
 /// Writes a whole file so that under its name there is always the old content or the new, complete
 /// one, whatever happens in between. The temporary file stands in the target's folder under a name
@@ -32,6 +36,8 @@ public:
   void commit();
   /// The same, but replaces nothing: false when something stands under the name by now.
   bool commitNew();
+  /// The same, with its last step done by `replace`.
+  bool commitBy(const Replacement& replace);
 
 private:
   void finish();
