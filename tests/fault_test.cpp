@@ -12,6 +12,7 @@
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,6 +60,7 @@ struct Place {
   int readsLeft = 0;
   std::string closed;     // nothing can be renamed to a path that begins so
   std::string contested;  // somebody makes this file right before it is renamed to
+  std::string last;       // the process ends right after something was exchanged with this file
   bool struck = false;
 } place;
 
@@ -131,9 +133,15 @@ KELSYNC_FAULTY_IF(failsToRename(to), int, rename, (const char* from, const char*
 KELSYNC_FAULTY_IF(failsToRename(pathOf(toFolder, to)), int, renameat,
                   (int fromFolder, const char* from, int toFolder, const char* to) noexcept,
                   (fromFolder, from, toFolder, to))
-KELSYNC_FAULTY_IF(failsToRename(pathOf(toFolder, to)), int, renameat2,
-                  (int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept,
-                  (fromFolder, from, toFolder, to, flags))
+extern "C" __attribute__((visibility("default"))) int renameat2(int fromFolder, const char* from, int toFolder,
+                                                                const char* to, unsigned flags) noexcept {
+  static const auto next = real<int (*)(int, const char*, int, const char*, unsigned)>("renameat2");
+  const std::string target = pathOf(toFolder, to);
+  if (fault.strikes() || failsToRename(target)) return -1;
+  const int result = next(fromFolder, from, toFolder, to, flags);
+  if (result == 0 && !place.last.empty() && place.last == target) _exit(0);
+  return result;
+}
 KELSYNC_FAULTY(int, unlinkat, (int folder, const char* path, int flags) noexcept, (folder, path, flags))
 KELSYNC_FAULTY(int, mkdirat, (int folder, const char* path, mode_t mode) noexcept, (folder, path, mode))
 KELSYNC_FAULTY(int, unlink, (const char* path) noexcept, (path))
@@ -290,6 +298,53 @@ TEST_F(Contested, WhatAppearsAtTheLastMomentIsNotReplaced) {
   EXPECT_FALSE(a.handler().changeAssetKey(L"main", L"another key", {}));
   EXPECT_EQ(place.contested, "");
   EXPECT_EQ(contentOf(a.outside() / "key.kelta"), "from somebody else");
+}
+
+// What was saved right before a sudden end, while the file was being replaced, is not taken for what was judged.
+TEST_F(Contested, WhatWasTakenOutOfItsPlaceIsPutBackAfterASuddenEnd) {
+  int time = 10;
+  for (const bool saved : {false, true}) {
+    for (const std::string side : {"inside", "outside"}) {
+      const std::string name = side + (saved ? " saved" : "");
+      put(a.inside() / name, "old", time);
+      settle();
+      Device& other = side == "inside" ? b : a;
+      put(other.inside() / name, "mine", time + 10);
+      if (side == "inside") b.cycle();
+      const fs::path target = side == "inside" ? a.inside() / name : a.outside() / (name + ".kelta");
+      place.last = target.string();
+      if (saved) place.contested = place.last;
+      const pid_t child = fork();
+      if (child == 0) {
+        a.cycle();
+        _exit(1);
+      }
+      int status = -1;
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+      ASSERT_EQ(status, 0) << "was not replaced";
+      place = Place();
+      EXPECT_NE(namesOf(target.parent_path()).find(".~"), std::string::npos);
+      a.start();
+      for (int i = 0; i < 3; ++i) {
+        a.cycle();
+        b.cycle();
+      }
+      EXPECT_EQ(namesOf(a.inside()).find(".~") & namesOf(a.outside()).find(".~"), std::string::npos);
+      EXPECT_NE(a.tree().find(name + "=mine@" + std::to_string(time + 10)), std::string::npos) << a.tree();
+      // The content is that of no archive, so on the Outside it stays as it is.
+      bool found = false;
+      for (fs::directory_iterator it(target.parent_path()), end; it != end; ++it)
+        found = found || (fs::is_regular_file(it->path()) && contentOf(it->path()) == "from somebody else");
+      EXPECT_EQ(found, saved) << name << ": " << namesOf(target.parent_path());
+      time += 20;
+      for (const fs::path& root : {a.inside(), a.outside()}) {
+        const std::vector<fs::path> files{fs::directory_iterator(root), fs::directory_iterator()};
+        for (const fs::path& file : files)
+          if (file.filename() != ".rid" && file.filename() != ".kelta") fs::remove(file);
+      }
+      settle();
+    }
+  }
 }
 
 const char kExpected[] =

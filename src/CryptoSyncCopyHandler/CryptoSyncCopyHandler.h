@@ -186,6 +186,7 @@ private:
   bool isUnder(const char* function, const std::wstring& folder, const std::wstring& path);
   bool storeFolder(std::wstring& role, const std::wstring& path);
   void notifySync(const std::wstring& message);
+  void sweepPairEntry(const std::wstring& path);
   Clock& clock() { return *services_.clock; }
   Interruption& interruption() { return *services_.interruption; }
 

@@ -43,37 +43,42 @@ void putBack(const Spot& file, const Spot& place) {
   }
 }
 
-// A name that the sweep of abandoned files leaves alone as long as this process runs.
-class TemporaryName {
+// Removes what is known, and puts anything else back.
+void settle(const Spot& file, const Spot& place, const platform::FileStamp& known) {
+  const platform::Entry entry = file.look();
+  if (entry.stamp.kind == platform::Kind::missing) return;
+  if (!entry.stamp.sameContent(known)) return putBack(file, place);
+  try {
+    file.folder.removeFile(file.name, entry.id);
+  } catch (const fs::filesystem_error&) {  // a later scan will
+  }
+}
+
+// The name beside a file for what is taken out of its place. It is left alone as long as this process runs.
+class Aside {
 public:
-  explicit TemporaryName(const platform::OpenFolder& folder)
-      : name_(platform::temporaryName()), spot_{folder, fs::path(name_)} {}
-  ~TemporaryName() { platform::forgetTemporaryName(name_); }
-  TemporaryName(const TemporaryName&) = delete;
-  TemporaryName& operator=(const TemporaryName&) = delete;
+  Aside(const Spot& place, const platform::FileStamp& judged, const platform::FileStamp& fresh)
+      : temporary_(platform::temporaryName()), spot_{place.folder, nameFor(place, judged, fresh)} {}
+  ~Aside() { platform::forgetTemporaryName(temporary_); }
+  Aside(const Aside&) = delete;
+  Aside& operator=(const Aside&) = delete;
   const Spot& spot() const { return spot_; }
 
 private:
-  std::string name_;
+  fs::path nameFor(const Spot& place, const platform::FileStamp& judged, const platform::FileStamp& fresh) const {
+    const std::string name = platform::displacedName(temporary_, {judged, fresh, platform::utf8(place.name)});
+    std::wstring wide;
+    platform::wideFromUtf8(name, wide);
+    return platform::pathOf(wide);
+  }
+
+  std::string temporary_;
   Spot spot_;
 };
 
-// Puts back what an exchange brought to `fresh`.
-void exchangeBack(const Spot& fresh, const Spot& target, const platform::FileStamp& own) {
-  try {
-    fresh.folder.exchange(fresh.name, fresh.look().id, target.folder, target.name);
-  } catch (const fs::filesystem_error&) {  // ours is gone already
-  }
-  // Whoever saved once may have saved twice: then that is what came back.
-  if (!fresh.look().stamp.sameContent(own)) putBack(fresh, target);
-}
-
-}  // namespace
-
-bool replaceJudged(const Spot& fresh, const platform::EntryId& id, const Spot& target,
-                   const platform::FileStamp& judged) {
-  if (!isAsJudged(target, judged)) return false;
-  const platform::FileStamp own = fresh.look().stamp;
+// `fresh` and `target` change places. False, with everything back, when what stood there is not as judged.
+bool exchangeJudged(const Spot& fresh, const platform::EntryId& id, const Spot& target,
+                    const platform::FileStamp& judged) {
   try {
     if (!fresh.folder.exchange(fresh.name, id, target.folder, target.name)) {
       fresh.folder.replace(fresh.name, id, target.folder, target.name);
@@ -84,8 +89,31 @@ bool replaceJudged(const Spot& fresh, const platform::EntryId& id, const Spot& t
     throw;
   }
   if (isAsJudged(fresh, judged)) return true;
-  exchangeBack(fresh, target, own);
+  try {
+    fresh.folder.exchange(fresh.name, fresh.look().id, target.folder, target.name);
+  } catch (const fs::filesystem_error&) {  // ours is gone already
+  }
   return false;
+}
+
+}  // namespace
+
+// Whoever saved once may have saved twice: then what came back is no more what went.
+bool replaceJudged(const Spot& fresh, const platform::EntryId& id, const Spot& target,
+                   const platform::FileStamp& judged) {
+  if (!isAsJudged(target, judged)) return false;
+  const platform::FileStamp own = fresh.look().stamp;
+  const Aside aside(target, judged, own);
+  if (!fresh.folder.move(fresh.name, id, target.folder, aside.spot().name)) return false;
+  bool replaced = false;
+  try {
+    replaced = exchangeJudged(aside.spot(), id, target, judged);
+  } catch (...) {
+    settle(aside.spot(), target, own);
+    throw;
+  }
+  settle(aside.spot(), target, replaced ? judged : own);
+  return replaced;
 }
 
 bool moveJudged(const Spot& from, const Spot& to, const platform::FileStamp& judged) {
@@ -97,15 +125,26 @@ bool moveJudged(const Spot& from, const Spot& to, const platform::FileStamp& jud
 }
 
 bool removeJudged(const Spot& file, const platform::FileStamp& judged) {
-  const TemporaryName taken(file.folder);
-  if (!moveJudged(file, taken.spot(), judged)) return false;
+  const Aside aside(file, judged, judged);
+  if (!moveJudged(file, aside.spot(), judged)) return false;
   try {
-    taken.spot().folder.removeFile(taken.spot().name, taken.spot().look().id);
+    aside.spot().folder.removeFile(aside.spot().name, aside.spot().look().id);
     return true;
   } catch (...) {
-    putBack(taken.spot(), file);
+    putBack(aside.spot(), file);
     throw;
   }
+}
+
+void settleDisplaced(const Spot& file) {
+  platform::Displaced displaced;
+  if (!platform::readDisplaced(platform::utf8(file.name), displaced)) return;
+  if (file.look().stamp.kind != platform::Kind::file || file.folder.isOpenForWriting(file.name)) return;
+  const platform::FileStamp now = file.look().stamp;
+  const bool known = now.size == 0 || now.sameContent(displaced.judged) || now.sameContent(displaced.fresh);
+  std::wstring place;
+  platform::wideFromUtf8(displaced.place.empty() ? "kept" : displaced.place, place);
+  settle(file, {file.folder, platform::pathOf(place)}, known ? now : platform::FileStamp());
 }
 
 }  // namespace Kelta

@@ -20,4 +20,8 @@ bool moveJudged(const platform::Spot& from, const platform::Spot& to, const plat
 /// Removes a file for good. Throws filesystem_error when the system refuses.
 bool removeJudged(const platform::Spot& file, const platform::FileStamp& judged);
 
+/// What one of these had taken out of its place when its process ended goes back, or beside it under a conflict name,
+/// unless it is what was judged, or what was to replace that. Anything else under the name is left alone.
+void settleDisplaced(const platform::Spot& file);
+
 }  // namespace Kelta

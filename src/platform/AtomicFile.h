@@ -69,5 +69,19 @@ bool isOwnTemporaryName(const std::string& name);
 /// number), so that nobody will finish it and it may be removed.
 bool isAbandoned(const std::string& name);
 
+/// A file that was taken out of its place to be looked at, or is to take that place.
+struct Displaced {
+  FileStamp judged;   ///< what was to be replaced or removed
+  FileStamp fresh;    ///< what was to take its place, if anything
+  std::string place;  ///< the name it had; empty when that was too long
+};
+
+/// A name for it that tells all this, so that whoever finds it after a sudden end knows what to keep. It begins with
+/// `temporary`, a temporary name, and is one itself, but never an abandoned one.
+std::string displacedName(const std::string& temporary, const Displaced& file);
+
+/// False unless `name` is such a name, and was made on this machine by a process that is gone.
+bool readDisplaced(const std::string& name, Displaced& file);
+
 }  // namespace platform
 }  // namespace Kelta
