@@ -4,6 +4,7 @@
 
 #include "CryptoHelper/CryptoHelper.h"
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "archive/Archive.h"
 #include "archive/ConsolePwdListener.h"
 #include "archive/zip/ArchiveEngine.h"
@@ -421,7 +422,11 @@ TEST_F(Keys, ANewerArchiveIsNeverReplacedByARewrappedOne) {
   const auto stamp = platform::stampOf(archive);
   const auto replace = [&](const platform::FileStamp& known, const std::string& with, const std::string& newer) {
     const std::string before = contentOf(archive);
-    EXPECT_THROW(archive::replaceMetadata(archive, known, meta, with,
+    const auto last = [&](const platform::Spot& fresh, const platform::EntryId& id, const platform::Spot& target) {
+      return replaceJudged(fresh, id, target, known);
+    };
+    EXPECT_THROW(archive::replaceMetadata({platform::OpenFolder(archive.parent_path()), archive.filename()}, known,
+                                          meta, with, last,
                                           [&](std::uint64_t) {
                                             if (!newer.empty()) put(archive, newer, 20);
                                           }),

@@ -250,6 +250,22 @@ TEST(PlatformAtomicFile, TemporaryNamesTellWhoseTheyAre) {
         start + "007-00000000", start + "99999999999999999999-00000000", start + "12a-00000000", start + "12-0000000",
         own + "0", "x" + own, std::string(".~kelsync-0123456789-00000000"), std::string(".~kelsync-"), std::string()})
     EXPECT_FALSE(isTemporaryName(name) || isAbandoned(name)) << name;
+  // What was taken out of its place is nobody's to remove before it was looked at.
+  const FileStamp judged{Kind::file, -1500000001, 7};
+  const FileStamp fresh{Kind::file, 1600000000123456789, std::uint64_t{1} << 40};
+  for (const std::string& place : {std::string("a ~.b"), std::string(230, 'x'), std::string("x-00000000")}) {
+    Displaced found;
+    for (const std::string& temporary : {own, elsewhere, gone}) {
+      const std::string name = displacedName(temporary, {judged, fresh, place});
+      EXPECT_TRUE(isTemporaryName(name) && !isAbandoned(name) && name.size() <= 255) << name;
+      EXPECT_EQ(readDisplaced(name, found), temporary == gone) << name;
+    }
+    EXPECT_TRUE(found.judged.sameContent(judged) && found.fresh.sameContent(fresh));
+    EXPECT_EQ(found.place, place.size() > 200 ? "" : place);
+  }
+  Displaced none;
+  for (const char* end : {"", "~", "~1.2~x", "~1.2~3~x", "~1.2~3.4", "~1.2~g.4~x"})
+    EXPECT_FALSE(readDisplaced(gone + end, none)) << end;
   forgetTemporaryName(own);
   EXPECT_TRUE(isAbandoned(own));
 }

@@ -36,9 +36,9 @@ bool CryptoSyncCopyHandler::isBeyondScans(const fs::path& entry, Kind kind) {
 
 ArchiveList CryptoSyncCopyHandler::listArchives() {
   ArchiveList list;
-  std::string reason;
-  list.whole = reachFolder(outsideFolder_, outsideFolder_, reason) == Reach::there;
-  if (!list.whole) HANDLER_ERROR("%s", reason.c_str());
+  const Way root = reachFolder(outsideFolder_, outsideFolder_);
+  list.whole = root.reach == Reach::there;
+  if (!list.whole) HANDLER_ERROR("%s", root.reason.c_str());
   std::vector<Folder> folders;
   if (list.whole) folders.push_back({platform::pathOf(outsideFolder_), false});
   while (!folders.empty()) {

@@ -14,6 +14,7 @@
 #include "CryptoSyncCopyHandler/CopyJob.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -85,7 +86,7 @@ bool CryptoSyncCopyHandler::moveAside(const Conflict& conflict) {
     HANDLER_INFO("changed meanwhile, left as it is: %s", utf8(conflict.inside).c_str());
     return false;
   }
-  return platform::moveFile(inside, platform::pathOf(conflict.insideCopy));
+  return moveBelow(insideFolder_, conflict.inside, conflict.insideCopy);
 }
 
 // Puts the decrypted Outside version in the place that was just left.
@@ -100,7 +101,7 @@ bool CryptoSyncCopyHandler::fillPlace(const Conflict& conflict, const fs::path& 
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
   }
-  const bool back = platform::moveFile(platform::pathOf(conflict.insideCopy), platform::pathOf(conflict.inside));
+  const bool back = moveBelow(insideFolder_, conflict.insideCopy, conflict.inside);
   if (!back) HANDLER_INFO("a new file has taken the place of %s", utf8(conflict.inside).c_str());
   return !back;
 }

@@ -55,10 +55,10 @@ bool CryptoSyncCopyHandler::copyDir(fs::path src, fs::path dest) {
   job.target = folderForm(target);
   if (platform::stampOf(src).kind != Kind::folder) return false;
   if (!targetFits(job)) return false;
-  std::string reason;
   const std::wstring& root = isBelow(job.target, insideFolder_) ? insideFolder_ : outsideFolder_;
-  if (makeFolders(root, job.target, reason) == Reach::there) return true;
-  HANDLER_ERROR("%s", reason.c_str());
+  const Way way = makeFolders(root, job.target);
+  if (way.reach == Reach::there) return true;
+  HANDLER_ERROR("%s", way.reason.c_str());
   return false;
 }
 
@@ -104,10 +104,11 @@ bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceR
     return false;
   }
   source = genericForm(source);
-  std::string reason;
-  if ((isBelow(source, sourceRoot) && reachFolder(sourceRoot, parentOf(source), reason) != Reach::there) ||
-      reachFolder(job.targetRoot, parentOf(job.target), reason) == Reach::refused) {
-    HANDLER_ERROR("%s", reason.c_str());
+  const bool ofPair = isBelow(source, sourceRoot);
+  const Way from = ofPair ? reachFolder(sourceRoot, parentOf(source)) : Way{Reach::there, {}, {}};
+  const Way to = reachFolder(job.targetRoot, parentOf(job.target));
+  if (from.reach != Reach::there || to.reach == Reach::refused) {
+    HANDLER_ERROR("%s", (from.reach != Reach::there ? from : to).reason.c_str());
     return false;
   }
   job.sourceStamp = platform::stampOf(job.source);

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 
+#include <boost/filesystem/exception.hpp>
+
+#include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/NameCipher.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
@@ -113,6 +116,23 @@ bool CryptoSyncCopyHandler::hasPathIssue(const fs::path& path, std::wstring& mes
   return isBelow(text, insideFolder_) && utf8(transformName(text)).size() > kMaxNameBytes;
 }
 
+// What an earlier run left under a temporary name in the pair's folders.
+void CryptoSyncCopyHandler::sweepPairEntry(const std::wstring& path) {
+  platform::Displaced displaced;
+  const std::string name = utf8(nameOf(path));
+  const bool abandoned = platform::isAbandoned(name);
+  const bool inside = isBelow(path, insideFolder_);
+  if (!(abandoned || platform::readDisplaced(name, displaced)) || !(inside || isBelow(path, outsideFolder_))) return;
+  try {
+    const platform::Spot spot = spotOf(inside ? insideFolder_ : outsideFolder_, path);
+    if (!abandoned) return settleDisplaced(spot);
+    const platform::Entry entry = spot.look();
+    if (entry.stamp.kind == Kind::file) spot.folder.removeFile(spot.name, entry.id);
+  } catch (const boost::filesystem::filesystem_error& error) {
+    HANDLER_ERROR("%s", error.what());
+  }
+}
+
 bool CryptoSyncCopyHandler::ignore(fs::path path) {
   std::wstring text;
   platform::wideOf(path, text);
@@ -127,7 +147,8 @@ bool CryptoSyncCopyHandler::ignore(fs::path path) {
   }
   if (platform::isTemporaryName(utf8(path.filename()))) {
     const bool temp = isTempFolder(text);
-    if (temp || isInsideFolder(text) || isOutsideFolder(text)) removeAbandoned(path, temp);
+    if (temp) removeAbandoned(path);
+    if (!temp) sweepPairEntry(genericForm(text));
     return true;
   }
   const Kind kind = platform::stampOf(path).kind;

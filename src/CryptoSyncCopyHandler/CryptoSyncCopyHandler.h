@@ -18,7 +18,7 @@
 #include "CryptoSyncCopyHandler/ShareMemory.h"
 #include "CryptoSyncCopyHandler/Shares.h"
 #include "base/Clock.h"
-#include "platform/Files.h"
+#include "platform/OpenFolder.h"
 
 namespace Kelta {
 
@@ -189,6 +189,7 @@ private:
   bool storeFolder(std::wstring& role, const std::wstring& path);
   void notifySync(const std::wstring& message);
   std::wstring shownName(const boost::filesystem::path& path);
+  void sweepPairEntry(const std::wstring& path);
   Clock& clock() { return *services_.clock; }
   Interruption& interruption() { return *services_.interruption; }
 
@@ -297,9 +298,11 @@ private:
 
   // Placement.cpp
   bool place(const boost::filesystem::path& from, CopyJob& job);
-  bool putInPlace(const boost::filesystem::path& fresh, const CopyJob& job);
+  bool putInPlace(const platform::Spot& fresh, const platform::EntryId& id, const platform::Spot& target,
+                  const CopyJob& job);
+  void setTimeInPlace(const platform::Spot& target, CopyJob& job);
   bool placeInside(const boost::filesystem::path& from, CopyJob& job);
-  bool placeAcrossVolumes(const boost::filesystem::path& from, CopyJob& job);
+  bool placeAcrossVolumes(const platform::Spot& from, const platform::Spot& target, CopyJob& job);
   bool targetUnchanged(const CopyJob& job);
   bool targetTaken(const CopyJob& job);
 
@@ -311,9 +314,10 @@ private:
   bool deleteEntry(Deletion& deletion);
   bool deleteWithRetries(Deletion& deletion);
   std::pair<bool, bool> carryDeletion(const std::wstring& path, const platform::FileStamp* judged);
-  bool WinRecycleFile(const boost::filesystem::path& file, const platform::FileStamp& judged);
+  bool WinRecycleFile(const platform::Spot& file, const platform::FileStamp& judged);
   bool isSystemMadeEntry(const boost::filesystem::path& entry);
-  bool emptyFolder(Deletion& deletion);
+  bool emptyFolder(const platform::OpenFolder& folder, Deletion& deletion);
+  bool deleteFolder(const platform::Spot& target, const platform::EntryId& id, Deletion& deletion);
 
   // Quarantine.cpp
   bool hasUnusablePath(const boost::filesystem::path& path, std::wstring& message);

@@ -18,6 +18,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 using platform::Kind;
+using platform::Spot;
 
 constexpr int kRemovals = 3;
 constexpr long kPauseBetweenRemovals = 250;
@@ -85,12 +86,12 @@ bool CryptoSyncCopyHandler::planDeletion(const std::wstring& path, Deletion& del
 // Whether the removed entry is gone for certain: it may have come back, or its whole side may be out of reach.
 bool CryptoSyncCopyHandler::isGone(const Deletion& deletion) {
   const std::wstring& ownRoot = deletion.ownIsInside ? insideFolder_ : outsideFolder_;
-  std::string reason;
-  if (reachFolder(ownRoot, ownRoot, reason) != Reach::there) {
-    HANDLER_ERROR("%s", reason.c_str());
+  const Way root = reachFolder(ownRoot, ownRoot);
+  if (root.reach != Reach::there) {
+    HANDLER_ERROR("%s", root.reason.c_str());
     return false;
   }
-  if (reachFolder(ownRoot, parentOf(deletion.own), reason) == Reach::missing) return true;
+  if (reachFolder(ownRoot, parentOf(deletion.own)).reach == Reach::missing) return true;
   const Kind kind = kindUnderName(deletion.own);
   return kind != Kind::unknown && kind != (deletion.isFolder ? Kind::folder : Kind::file);
 }
@@ -104,35 +105,30 @@ bool CryptoSyncCopyHandler::isSystemMadeEntry(const fs::path& entry) {
 
 // Removes our own files from a folder, and those that a system makes by itself: on the Inside into the recycle bin.
 // False when anything else is in it: then nothing was removed.
-bool CryptoSyncCopyHandler::emptyFolder(Deletion& deletion) {
-  const fs::path folder = platform::pathOf(deletion.target);
-  std::vector<fs::path> own;
-  std::vector<fs::path> systemMade;
-  std::vector<fs::path> entries;
-  boost::system::error_code error;
-  platform::listFolder(folder, entries, error);
-  if (error) throw fs::filesystem_error("Cannot list a folder", folder, error);
-  for (const fs::path& entry : entries) {
-    const std::string name = utf8(entry.filename());
-    const bool ours = name == kFolderMarker || platform::isAbandoned(name);
-    if ((!ours && !isSystemMadeEntry(entry)) || platform::stampOf(entry).kind != Kind::file) {
-      HANDLER_ERROR("not empty: %s holds %s", utf8(folder).c_str(), name.c_str());
+bool CryptoSyncCopyHandler::emptyFolder(const platform::OpenFolder& folder, Deletion& deletion) {
+  std::vector<std::pair<fs::path, platform::Entry>> own;
+  std::vector<std::pair<fs::path, platform::Entry>> systemMade;
+  for (const fs::path& name : folder.list()) {
+    const platform::Entry entry = folder.look(name);
+    const bool ours = utf8(name) == kFolderMarker || platform::isAbandoned(utf8(name));
+    if ((!ours && !isSystemMadeEntry(folder.path() / name)) || entry.stamp.kind != Kind::file) {
+      HANDLER_ERROR("not empty: %s holds %s", utf8(folder.path()).c_str(), utf8(name).c_str());
       return false;
     }
-    (ours || deletion.ownIsInside ? own : systemMade).push_back(entry);
+    (ours || deletion.ownIsInside ? own : systemMade).emplace_back(name, entry);
   }
-  for (const fs::path& path : systemMade) {
-    if (!WinRecycleFile(path, platform::stampOf(path))) return false;
+  for (const auto& entry : systemMade) {
+    if (!WinRecycleFile({folder, entry.first}, entry.second.stamp)) return false;
     ++deletion.removed;
   }
-  for (const fs::path& path : own) deletion.removed += platform::removeEntry(path) ? 1U : 0U;
+  for (const auto& entry : own) deletion.removed += folder.removeFile(entry.first, entry.second.id) ? 1U : 0U;
   return true;
 }
 
 // Where there is no recycle bin the file is removed.
-bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file, const platform::FileStamp& judged) {
+bool CryptoSyncCopyHandler::WinRecycleFile(const Spot& file, const platform::FileStamp& judged) {
   bool canceled = false;
-  const platform::Recycled recycled = platform::moveToRecycleBin(file, &judged, &canceled);
+  const platform::Recycled recycled = file.folder.throwAway(file.name, &judged, &canceled);
   if (recycled == platform::Recycled::yes) return true;
   if (recycled == platform::Recycled::noBin) return removeJudged(file, judged);
   KELTA_LOG(log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, nullptr, "%s",
@@ -140,30 +136,37 @@ bool CryptoSyncCopyHandler::WinRecycleFile(const fs::path& file, const platform:
   return false;
 }
 
+// The folder is not held any more when it is removed: not every system would remove it then.
+bool CryptoSyncCopyHandler::deleteFolder(const Spot& target, const platform::EntryId& id, Deletion& deletion) {
+  if (!emptyFolder(target.folder.folder(target.name), deletion)) return false;
+  deletion.removed += target.folder.removeFolder(target.name, id) ? 1U : 0U;
+  return true;
+}
+
 // One attempt: true when the entry is gone. Throws filesystem_error when the system refuses.
 bool CryptoSyncCopyHandler::deleteEntry(Deletion& deletion) {
-  std::string reason;
-  const Reach reach = reachFolder(deletion.root, parentOf(deletion.target), reason);
-  const Kind kind = reach == Reach::there ? kindUnderName(deletion.target) : Kind::missing;
-  deletion.refused = reach == Reach::refused;
-  if (deletion.refused) HANDLER_ERROR("%s", reason.c_str());
-  if (deletion.refused || kind == Kind::missing) return !deletion.refused;
+  const Way way = reachFolder(deletion.root, parentOf(deletion.target));
+  deletion.refused = way.reach == Reach::refused;
+  if (deletion.refused) HANDLER_ERROR("%s", way.reason.c_str());
+  if (!way.folder) return !deletion.refused;
+  const Spot target{*way.folder, platform::pathOf(nameOf(deletion.target))};
+  const platform::Entry entry = target.look();
+  const Kind kind = entry.stamp.kind;
+  if (kind == Kind::missing) return true;
   if (kind == Kind::unknown) return false;
-  const fs::path target = platform::pathOf(deletion.target);
   if (kind != (deletion.isFolder ? Kind::folder : Kind::file)) {
-    HANDLER_ERROR("not what was deleted on the other side: %s", utf8(target).c_str());
+    HANDLER_ERROR("not what was deleted on the other side: %s", utf8(deletion.target).c_str());
     deletion.refused = true;
   } else if (deletion.isFolder) {
-    deletion.refused = !emptyFolder(deletion);
-    if (!deletion.refused) deletion.removed += platform::removeEntry(target) ? 1U : 0U;
+    deletion.refused = !deleteFolder(target, entry.id, deletion);
   } else if (deletion.ownIsInside) {
     if (!removeJudged(target, deletion.judged)) return false;
     ++deletion.removed;
   } else {
-    if (platform::isOpenForWriting(target) || !WinRecycleFile(target, deletion.judged)) return false;
+    if (target.folder.isOpenForWriting(target.name) || !WinRecycleFile(target, deletion.judged)) return false;
     ++deletion.removed;
   }
-  if (!deletion.refused) platform::syncFolder(target.parent_path());
+  if (!deletion.refused) target.folder.sync();
   return !deletion.refused;
 }
 

@@ -7,6 +7,7 @@
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "base/GenericPath.h"
 #include "base/JsonText.h"
 #include "base/Log.h"
@@ -19,17 +20,17 @@ namespace {
 namespace fs = boost::filesystem;
 
 // False, with nothing there, when something stands under the name or the original changes meanwhile.
-bool copyBeside(const fs::path& from, const platform::FileStamp& stamp, const fs::path& to,
+bool copyBeside(const platform::Spot& from, const platform::FileStamp& stamp, const fs::path& name,
                 Interruption& interruption) {
-  platform::File input(from, platform::File::Mode::read);
-  platform::AtomicFile output(to);
+  platform::File input = from.folder.open(from.name, platform::File::Mode::read);
+  platform::AtomicFile output(from.folder, name);
   std::vector<char> buffer(platform::kCopyBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) {
     interruption.check();
     output.file().write(buffer.data(), count);
   }
   output.file().setLastWriteTime(stamp.nanoseconds);
-  return platform::stampOf(from).sameContent(stamp) && output.commitNew();
+  return from.look().stamp.sameContent(stamp) && output.commitNew();
 }
 
 }  // namespace
@@ -51,10 +52,11 @@ bool CryptoSyncCopyHandler::keepAsItIs(std::wstring archive) {
   if (kept != keptAsTheyAre_.end() && kept->second.sameContent(stamp)) return true;
   const std::wstring copy = nameToKeep(archive);
   try {
-    if (!nameFits(copy) || !copyBeside(path, stamp, platform::pathOf(copy), interruption())) return false;
-    const platform::Recycled recycled = platform::moveToRecycleBin(platform::pathOf(copy));
-    boost::system::error_code ignored;
-    if (recycled == platform::Recycled::no) platform::removeEntry(platform::pathOf(copy), ignored);
+    const platform::Spot spot = spotOf(outsideFolder_, archive);
+    const fs::path name = platform::pathOf(nameOf(copy));
+    if (!nameFits(copy) || !copyBeside(spot, stamp, name, interruption())) return false;
+    const platform::Recycled recycled = spot.folder.throwAway(name);
+    if (recycled == platform::Recycled::no) spot.folder.removeFile(name, spot.folder.look(name).id);
     if (recycled == platform::Recycled::no) return false;
     const bool inBin = recycled == platform::Recycled::yes;
     tellError(L"The archive of " + jsonEscaped(shownName(path)) + L" cannot be read and is replaced; it was " +

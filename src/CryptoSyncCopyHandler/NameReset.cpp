@@ -6,6 +6,7 @@
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "CryptoSyncCopyHandler/NameCipher.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 
@@ -35,7 +36,7 @@ bool CryptoSyncCopyHandler::renameArchive(const std::wstring& path, const std::w
     return false;
   }
   try {
-    if (!platform::moveFile(platform::pathOf(path), platform::pathOf(target))) return false;
+    if (!moveBelow(outsideFolder_, path, target)) return false;
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());
     return false;

@@ -7,14 +7,13 @@
 #include <vector>
 
 #include "base/GenericPath.h"
-#include "platform/Folders.h"
 #include "platform/Text.h"
 
 namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
-using platform::Kind;
+using platform::OpenFolder;
 
 std::wstring withSeparator(const std::wstring& root) {
   return !root.empty() && root.back() == L'/' ? root : root + L'/';
@@ -34,39 +33,49 @@ bool stepsBelow(const std::wstring& root, const std::wstring& folder, std::vecto
   return true;
 }
 
-void createFolder(const fs::path& path) {
-  boost::system::error_code error;
-  platform::createFolder(path, error);
-  if (platform::stampOf(path).kind == Kind::folder) return;
-  throw fs::filesystem_error("Cannot create a folder", path, error);
+Way refuse(const std::string& what, const std::wstring& path) {
+  return {Reach::refused, std::nullopt, what + ": " + platform::utf8(path)};
 }
 
-Reach refuse(std::string& reason, const char* what, const std::wstring& path) {
-  reason = what + (": " + platform::utf8(path));
-  return Reach::refused;
+bool isMissing(const fs::filesystem_error& error) {
+  return error.code() == boost::system::errc::no_such_file_or_directory;
 }
 
-Reach walk(const std::wstring& root, const std::wstring& folder, bool create, std::string& reason) {
+// The root itself may be reached through a link: that is how the user set the pair up.
+std::optional<OpenFolder> openRoot(const std::wstring& root) try {
+  return OpenFolder(platform::pathOf(root));
+} catch (const fs::filesystem_error&) {
+  return std::nullopt;
+}
+
+OpenFolder stepDown(const OpenFolder& from, const fs::path& name, bool create) try {
+  return from.folder(name);
+} catch (const fs::filesystem_error& error) {
+  if (!create || !isMissing(error)) throw;
+  return from.makeFolder(name);
+}
+
+Way walk(const std::wstring& root, const std::wstring& folder, bool create) {
   std::vector<std::wstring> steps;
   if (root.empty() || !(platform::samePath(folder, root) || isBelow(folder, root)))
-    return refuse(reason, "outside of the pair's folders", folder);
-  if (!stepsBelow(root, folder, steps)) return refuse(reason, "not a plain path", folder);
-  // The root itself may be reached through a link: that is how the user set the pair up.
-  if (platform::kindBehindLinks(platform::pathOf(root)) != Kind::folder)
-    return refuse(reason, "folder is missing", root);
-  std::wstring current = root;
+    return refuse("outside of the pair's folders", folder);
+  if (!stepsBelow(root, folder, steps)) return refuse("not a plain path", folder);
+  std::optional<OpenFolder> current = openRoot(root);
+  if (!current) return refuse("folder is missing", root);
+  std::wstring path = root;
   for (const std::wstring& step : steps) {
-    current = joinPath(current, step);
-    const Kind kind = platform::stampOf(platform::pathOf(current)).kind;
-    const bool otherName = kind != Kind::missing && platform::hasOtherName(platform::pathOf(current));
-    if ((kind == Kind::missing || otherName) && !create) return Reach::missing;
-    if (kind == Kind::missing) {
-      createFolder(platform::pathOf(current));
-    } else if (kind != Kind::folder || otherName) {
-      return refuse(reason, otherName ? "stands under another name" : "not a folder, or a link", current);
+    path = joinPath(path, step);
+    try {
+      current = stepDown(*current, platform::pathOf(step), create);
+    } catch (const fs::filesystem_error& error) {
+      if (isMissing(error) && !create) return {Reach::missing, std::nullopt, std::string()};
+      if (isMissing(error)) return refuse("stands under another name", path);
+      if (error.code() == boost::system::errc::not_a_directory) return refuse("not a folder, or a link", path);
+      if (create) throw;
+      return refuse(error.code().message(), path);
     }
   }
-  return Reach::there;
+  return {Reach::there, std::move(current), std::string()};
 }
 
 }  // namespace
@@ -77,12 +86,31 @@ bool isBelow(const std::wstring& path, const std::wstring& root) {
   return path.size() >= start.size() && platform::samePath(path.substr(0, start.size()), start);
 }
 
-Reach reachFolder(const std::wstring& root, const std::wstring& folder, std::string& reason) {
-  return walk(root, folder, false, reason);
+Way reachFolder(const std::wstring& root, const std::wstring& folder) { return walk(root, folder, false); }
+
+Way makeFolders(const std::wstring& root, const std::wstring& folder) { return walk(root, folder, true); }
+
+platform::Spot spotOf(const std::wstring& root, const std::wstring& path) {
+  const Way way = reachFolder(root, parentOf(path));
+  const bool missing = way.reach == Reach::missing;
+  if (way.folder) return {*way.folder, platform::pathOf(nameOf(path))};
+  throw fs::filesystem_error(
+      missing ? "its folder is missing" : way.reason, platform::pathOf(path),
+      make_error_code(missing ? boost::system::errc::no_such_file_or_directory : boost::system::errc::not_a_directory));
 }
 
-Reach makeFolders(const std::wstring& root, const std::wstring& folder, std::string& reason) {
-  return walk(root, folder, true, reason);
+platform::Spot spotOfListed(const std::wstring& root, const fs::path& entry) {
+  OpenFolder folder(platform::pathOf(root));
+  for (const fs::path& step : entry.parent_path().lexically_relative(folder.path())) {
+    if (step != ".") folder = folder.folder(step);
+  }
+  return {folder, entry.filename()};
+}
+
+bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to) {
+  const platform::Spot source = spotOf(root, from);
+  const platform::Spot target = spotOf(root, to);
+  return source.folder.move(source.name, source.look().id, target.folder, target.name);
 }
 
 }  // namespace Kelta

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
 #include <string>
+
+#include "platform/OpenFolder.h"
 
 namespace Kelta {
 
@@ -16,11 +19,28 @@ enum class Reach {
 /// the platform's case rule. Nothing lies below an empty root.
 bool isBelow(const std::wstring& path, const std::wstring& root);
 
-/// Walks from `root` down to `folder`, which is the root itself or below it. `reason` receives why it was refused.
-Reach reachFolder(const std::wstring& root, const std::wstring& folder, std::string& reason);
+/// What a walk down to a folder found. Keep it no longer than for one piece of work, as OpenFolder says.
+struct Way {
+  Reach reach = Reach::refused;
+  std::optional<platform::OpenFolder> folder;  ///< when it is there: all that is done in it is done by this
+  std::string reason;                          ///< why it was refused
+};
+
+/// Walks from `root` down to `folder`, which is the root itself or below it.
+Way reachFolder(const std::wstring& root, const std::wstring& folder);
 
 /// The same, with missing folders below the root created: the result is `there` or `refused`. Never creates the root.
 /// Throws filesystem_error when a folder cannot be created.
-Reach makeFolders(const std::wstring& root, const std::wstring& folder, std::string& reason);
+Way makeFolders(const std::wstring& root, const std::wstring& folder);
+
+/// The place of an entry below `root`. Throws filesystem_error when its folder is not there, or refused.
+platform::Spot spotOf(const std::wstring& root, const std::wstring& path);
+
+/// The same for an entry that was listed, under whatever name the system has for it.
+platform::Spot spotOfListed(const std::wstring& root, const boost::filesystem::path& entry);
+
+/// Renames a file or a folder below `root` and replaces nothing: false, with nothing done, when something stands under
+/// `to` already. Throws filesystem_error.
+bool moveBelow(const std::wstring& root, const std::wstring& from, const std::wstring& to);
 
 }  // namespace Kelta

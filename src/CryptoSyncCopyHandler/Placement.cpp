@@ -16,6 +16,7 @@ namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
+using platform::Spot;
 
 constexpr std::size_t kPlacementBufferBytes = 1024 * 1024;
 
@@ -32,48 +33,61 @@ bool CryptoSyncCopyHandler::targetUnchanged(const CopyJob& job) {
 }
 
 // What appears in an empty place, or in that of what was judged, at the last moment is not replaced.
-bool CryptoSyncCopyHandler::putInPlace(const fs::path& fresh, const CopyJob& job) {
-  const fs::path target = platform::pathOf(job.target);
+bool CryptoSyncCopyHandler::putInPlace(const Spot& fresh, const platform::EntryId& id, const Spot& target,
+                                       const CopyJob& job) {
   const bool empty = job.targetStamp.kind == platform::Kind::missing;
-  const bool placed = empty ? platform::moveFile(fresh, target) : replaceJudged(fresh, target, job.targetStamp);
+  const bool placed = empty ? fresh.folder.move(fresh.name, id, target.folder, target.name)
+                            : replaceJudged(fresh, id, target, job.targetStamp);
   return placed || targetTaken(job);
 }
 
 bool CryptoSyncCopyHandler::place(const fs::path& from, CopyJob& job) {
-  std::string reason;
-  if (makeFolders(job.targetRoot, parentOf(job.target), reason) != Reach::there) {
-    HANDLER_ERROR("%s", reason.c_str());
+  const Way way = makeFolders(job.targetRoot, parentOf(job.target));
+  if (!way.folder) {
+    HANDLER_ERROR("%s", way.reason.c_str());
     return false;
   }
-  const fs::path target = platform::pathOf(job.target);
-  const bool timeSet = platform::setLastWriteTime(from, job.time());
-  platform::giveNormalRights(from, target);
-  const platform::FileStamp placed = platform::stampOf(from);
-  if (!targetUnchanged(job)) return false;
+  const Spot target{*way.folder, platform::pathOf(nameOf(job.target))};
+  const Spot fresh{platform::OpenFolder(from.parent_path()), from.filename()};
+  platform::File file = fresh.folder.open(fresh.name, platform::File::Mode::adjust);
+  const bool timeSet = file.setLastWriteTime(job.time());
+  target.folder.giveNormalRights(file, target.name);
+  const platform::FileStamp placed = file.stamp();
+  const platform::EntryId id = file.id();
+  file.close();  // an open file cannot be moved everywhere
+  if (!target.look().stamp.sameContent(job.targetStamp)) return targetTaken(job);
   try {
-    if (!putInPlace(from, job)) return false;
+    if (!putInPlace(fresh, id, target, job)) return false;
     job.outcome.placed = placed;
   } catch (const fs::filesystem_error& error) {
     if (error.code() != boost::system::errc::cross_device_link) throw;
-    if (!placeAcrossVolumes(from, job)) return false;
+    if (!placeAcrossVolumes(fresh, target, job)) return false;
   }
-  if (job.targetStamp.kind == platform::Kind::missing) platform::takeFolderRights(target);
-  platform::syncFolder(target.parent_path());
+  if (job.targetStamp.kind == platform::Kind::missing) platform::takeFolderRights(target.path());
+  target.folder.sync();
   job.outcome.written = job.target;
-  // Without its source's time the copy would pass for a change: a second try, unless somebody wrote to it since.
-  if (!timeSet && platform::stampOf(target).sameContent(placed)) {
-    if (platform::setLastWriteTime(target, job.time()))
-      job.outcome.placed.nanoseconds = platform::stampOf(target).nanoseconds;
-    else
-      HANDLER_ERROR("couldn't set the time of %s", utf8(target).c_str());
-  }
+  if (!timeSet) setTimeInPlace(target, job);
   return true;
 }
 
+// Without its source's time the copy would pass for a change: a second try, unless somebody wrote to it since.
+void CryptoSyncCopyHandler::setTimeInPlace(const Spot& target, CopyJob& job) {
+  try {
+    platform::File file = target.folder.open(target.name, platform::File::Mode::adjust);
+    if (!file.stamp().sameContent(job.outcome.placed)) return;
+    if (file.setLastWriteTime(job.time())) {
+      job.outcome.placed.nanoseconds = file.stamp().nanoseconds;
+      return;
+    }
+  } catch (const fs::filesystem_error&) {  // told below
+  }
+  HANDLER_ERROR("couldn't set the time of %s", utf8(target.path()).c_str());
+}
+
 // The Temp folder lies on another volume: the copy grows beside the target instead.
-bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, CopyJob& job) {
-  platform::File input(from, platform::File::Mode::read);
-  platform::AtomicFile output(platform::pathOf(job.target));
+bool CryptoSyncCopyHandler::placeAcrossVolumes(const Spot& from, const Spot& target, CopyJob& job) {
+  platform::File input = from.folder.open(from.name, platform::File::Mode::read);
+  platform::AtomicFile output(target.folder, target.name);
   std::vector<char> buffer(kPlacementBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) {
     interruption().check();
@@ -81,11 +95,10 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const fs::path& from, CopyJob& jo
   }
   if (!output.file().setLastWriteTime(job.time()))
     HANDLER_ERROR("couldn't set the time of %s", utf8(output.temporary()).c_str());
-  output.file().flushToDisk();
-  output.file().close();
-  platform::giveNormalRights(output.temporary(), platform::pathOf(job.target));
-  job.outcome.placed = platform::stampOf(output.temporary());
-  return putInPlace(output.temporary(), job);
+  job.outcome.placed = output.file().stamp();
+  return output.commitBy([&](const Spot& fresh, const platform::EntryId& id, const Spot& place) {
+    return putInPlace(fresh, id, place, job);
+  });
 }
 
 bool CryptoSyncCopyHandler::placeInside(const fs::path& from, CopyJob& job) {

@@ -5,7 +5,7 @@
 //        and must open the content
 //     2  a complete archive with new metadata, the other entries byte for byte and the time of the old one is
 //        written beside it
-//     3  one rename puts it in place, if what stands there is still what was read
+//     3  it changes places with the old one, which goes if it is still what was read
 //
 // Encrypted names depend on the key as well: once the passwords are done, the archives are renamed one by one.
 // So every archive opens, at every moment, with the old key or the new one, and whoever calls it again goes on where it
@@ -15,6 +15,8 @@
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
+#include "CryptoSyncCopyHandler/LastLook.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
@@ -92,8 +94,12 @@ CryptoSyncCopyHandler::Rewrapped CryptoSyncCopyHandler::rewrap(const KeyChange& 
       member.second = encryptArchivePassword(password.text, newKey.text);
       if (member.second.empty()) return Rewrapped::failed;
       writeText(change.metadata, metadataText(wrapped));
-      archive::replaceMetadata(archive, stamp, change.metadata, password.text,
-                               [this](std::uint64_t) { interruption().check(); });
+      archive::replaceMetadata(
+          spotOfListed(outsideFolder_, archive), stamp, change.metadata, password.text,
+          [&](const platform::Spot& fresh, const platform::EntryId& id, const platform::Spot& target) {
+            return replaceJudged(fresh, id, target, stamp);
+          },
+          [this](std::uint64_t) { interruption().check(); });
       return Rewrapped::done;
     }
   }

@@ -37,12 +37,12 @@ TempArea::~TempArea() {
   platform::forgetTemporaryName(name_);
 }
 
-bool removeAbandoned(const fs::path& path, bool foldersToo) {
+bool removeAbandoned(const fs::path& path) {
   if (!platform::isAbandoned(utf8(path.filename()))) return false;
   const Kind kind = platform::stampOf(path).kind;
   boost::system::error_code ignored;
   if (kind == Kind::file) return platform::removeEntry(path, ignored);
-  if (kind != Kind::folder || !foldersToo) return false;
+  if (kind != Kind::folder) return false;
   platform::removeTree(path, ignored);
   return !ignored;
 }
@@ -63,7 +63,7 @@ void CryptoSyncCopyHandler::sweepTempFolder() {
       platform::removeTree(entry, ignored);
       continue;
     }
-    if (removeAbandoned(entry, true)) HANDLER_INFO("removed %s", utf8(entry).c_str());
+    if (removeAbandoned(entry)) HANDLER_INFO("removed %s", utf8(entry).c_str());
   }
   if (error) HANDLER_ERROR("couldn't sweep %s: %s", utf8(tempFolder_).c_str(), error.message().c_str());
 }

@@ -24,8 +24,8 @@ private:
   const void* owner_;
 };
 
-/// Removes a temporary entry that no running process will finish: a file anywhere, a folder with everything in it
-/// only where `foldersToo`. False when `path` is not such an entry.
-bool removeAbandoned(const boost::filesystem::path& path, bool foldersToo);
+/// Removes a temporary entry of the Temp folder that no running process will finish, a folder with everything in it.
+/// False when `path` is not such an entry.
+bool removeAbandoned(const boost::filesystem::path& path);
 
 }  // namespace Kelta

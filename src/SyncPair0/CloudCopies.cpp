@@ -6,6 +6,7 @@
 
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CloudNames.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "SyncPair0/SyncPair.h"
 #include "archive/Archive.h"
 #include "archive/zip/ArchiveError.h"
@@ -63,11 +64,10 @@ boost::filesystem::path SyncPair::adopted(const Side& side, const boost::filesys
       const bool asOriginal = copy.encrypted && names.size() > 1 && names.front() == nameOf(plain) + L".kelta";
       const std::wstring name = names.empty() ? std::wstring() : names[asOriginal ? 1 : 0];
       const std::wstring wanted = joinPath(parentOf(path), name);
-      const auto target = platform::pathOf(wanted);
-      if (name.empty() || !isFreeForCloudCopy(side, wanted) || !platform::moveFile(entry, target)) continue;
+      if (name.empty() || !isFreeForCloudCopy(side, wanted) || !moveBelow(side.root, path, wanted)) continue;
       PAIR_INFO("named by a cloud client: %s, now %s", utf8(path).c_str(), utf8(name).c_str());
       handler_->deleteStatus(true, path);
-      return target;
+      return platform::pathOf(wanted);
     }
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

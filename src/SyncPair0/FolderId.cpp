@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "CryptoHelper/CryptoHelper.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -18,30 +19,28 @@ namespace {
 
 constexpr std::size_t kIdLength = 33;
 
-std::wstring idFileOf(const std::wstring& folder) { return joinPath(folder, L".rid"); }
+const char kIdFile[] = ".rid";
 
 bool isFolderId(const std::string& text) {
   return text.size() == kIdLength && text[0] == '+' &&
          text.find_first_not_of("0123456789abcdef", 1) == std::string::npos;
 }
 
-std::string newFolderId(const std::vector<boost::filesystem::path>& entries) {
+std::string newFolderId(const std::string& names) {
   unsigned char* random = nullptr;
   const bool drawn = CryptoHelper().genRandomBuffer(&random, 16);
   std::string seed;
   if (random) seed.assign(reinterpret_cast<char*>(random), drawn ? 16 : 0);
   std::free(random);
   if (seed.empty()) return std::string();
-  for (const auto& entry : entries) {
-    if (platform::stampOf(entry).kind != platform::Kind::symlink) seed += utf8(entry.filename());
-  }
+  seed += names;
   return "+" + md5Hex(seed.data(), seed.size());
 }
 
 }  // namespace
 
 std::wstring SyncPair::getFolderRenameId(const std::wstring& folder) {
-  const auto file = platform::pathOf(idFileOf(folder));
+  const auto file = platform::pathOf(folder) / kIdFile;
   if (platform::stampOf(file).kind != platform::Kind::file) return std::wstring();
   try {
     platform::File reader(file, platform::File::Mode::read);
@@ -68,19 +67,24 @@ void SyncPair::renewSharedId(const std::wstring& folder) {
 }
 
 bool SyncPair::renewFolderRenameId(const std::wstring& folder) {
-  std::vector<boost::filesystem::path> entries;
-  if (!listFolder("setFolderRenameId", folder, entries)) return false;
-  for (const auto& entry : entries) {
-    if (platform::stampOf(entry).kind == platform::Kind::symlink)
-      PAIR_DEBUG_OF("setFolderRenameId", "Skip symlink: %s", utf8(entry).c_str());
-  }
-  const std::string id = newFolderId(entries);
-  if (id.empty()) return false;
-  PAIR_DEBUG_OF("setFolderRenameId", "tmp = %s", id.c_str());
+  const Way way = reachFolder(sourceFolder_, folder);
+  if (!way.folder) return false;
   try {
-    const auto file = platform::pathOf(idFileOf(folder));
-    platform::writeWholeFile(file, id);
-    platform::setHidden(file);
+    std::string names;
+    for (const auto& name : way.folder->list()) {
+      if (way.folder->look(name).stamp.kind == platform::Kind::symlink) {
+        PAIR_DEBUG_OF("setFolderRenameId", "Skip symlink: %s", utf8(way.folder->path() / name).c_str());
+      } else {
+        names += utf8(name);
+      }
+    }
+    const std::string id = newFolderId(names);
+    if (id.empty()) return false;
+    PAIR_DEBUG_OF("setFolderRenameId", "tmp = %s", id.c_str());
+    platform::AtomicFile file(*way.folder, kIdFile);
+    file.file().write(id.data(), id.size());
+    file.commit();
+    platform::setHidden(way.folder->path() / kIdFile);
     return true;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

@@ -92,9 +92,8 @@ bool SyncPair::moveFileAside(const std::wstring& key, std::wstring& copy) {
   const platform::FileStamp plain = stampUnderName(inside);
   const bool here = plain.kind == Kind::file;
   if (!here && archives.empty()) return false;
-  std::string reason;
-  if (reachFolder(sourceFolder_, parentOf(inside), reason) == Reach::refused ||
-      reachFolder(destFolder_, parentOf(joinPath(destFolder_, key)), reason) == Reach::refused)
+  if (reachFolder(sourceFolder_, parentOf(inside)).reach == Reach::refused ||
+      reachFolder(destFolder_, parentOf(joinPath(destFolder_, key))).reach == Reach::refused)
     return false;
   const bool synced = here && archives.count(counted) > 0 && isInSync(key, inside, counted);
   copy = keyAside(key, here ? plain.seconds() : archives.begin()->second.seconds());

@@ -7,6 +7,7 @@
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "CryptoSyncCopyHandler/LastLook.h"
 #include "CryptoSyncCopyHandler/NameFilter.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
@@ -19,39 +20,41 @@ namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
+using platform::Spot;
 
 const wchar_t* const kNotKept = L"the older version could not be put into the recycle bin";
 
-bool copyAcrossVolumes(const fs::path& from, const fs::path& to) {
-  platform::File input(from, platform::File::Mode::read);
-  platform::AtomicFile output(to, true);
+bool copyAcrossVolumes(const Spot& from, const Spot& to) {
+  platform::File input = from.folder.open(from.name, platform::File::Mode::read);
+  platform::AtomicFile output(to.folder, to.name, true);
   std::vector<char> buffer(platform::kCopyBufferBytes);
   while (const std::size_t count = input.read(buffer.data(), buffer.size())) output.file().write(buffer.data(), count);
-  output.file().setLastWriteTime(platform::stampOf(from).nanoseconds);
+  output.file().setLastWriteTime(input.stamp().nanoseconds);
   return output.commitNew();
 }
 
 // Otherwise each run would throw the same version away again.
-bool canGrowBeside(const std::wstring& path) try {
-  const platform::AtomicFile probe(platform::pathOf(path));
+bool canGrowBeside(const std::wstring& root, const std::wstring& path) try {
+  const Spot spot = spotOf(root, path);
+  const platform::AtomicFile probe(spot.folder, spot.name);
   return true;
 } catch (const fs::filesystem_error&) {
   return false;
 }
 
 // False when it cannot stand there.
-bool moveAnywhere(const fs::path& from, const fs::path& to) try {
-  return platform::moveFile(from, to);
+bool moveAnywhere(const Spot& from, const Spot& to) try {
+  return from.folder.move(from.name, from.look().id, to.folder, to.name);
 } catch (const fs::filesystem_error& error) {
   if (error.code() != boost::system::errc::cross_device_link) return false;
   return copyAcrossVolumes(from, to);
 }
 
 // Where there is no recycle bin a conflict copy keeps it. False: it is still in its place.
-bool putAside(const fs::path& file, const std::wstring& copy, const platform::FileStamp& judged) {
-  const platform::Recycled recycled = platform::moveToRecycleBin(file, &judged);
+bool putAside(const Spot& file, const std::wstring& copy, const platform::FileStamp& judged) {
+  const platform::Recycled recycled = file.folder.throwAway(file.name, &judged);
   if (recycled != platform::Recycled::noBin) return recycled == platform::Recycled::yes;
-  return copy.size() <= kMaxPathCharacters && moveJudged(file, platform::pathOf(copy), judged);
+  return copy.size() <= kMaxPathCharacters && moveJudged(file, {file.folder, platform::pathOf(nameOf(copy))}, judged);
 }
 
 }  // namespace
@@ -86,7 +89,8 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   if (opened != Opened::yes) return Kept::no;
   try {
     if (sameContent(loser, content)) return Kept::yes;
-    if (putAside(platform::pathOf(loser), conflictNameOf(loser, clock_->nowSeconds()), judged)) return Kept::yes;
+    const std::wstring copy = conflictNameOf(loser, clock_->nowSeconds());
+    if (putAside(spotOf(sideOf(loser).root, loser), copy, judged)) return Kept::yes;
     if (!lookAt(loser).sameContent(judged)) return Kept::changed;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
@@ -101,7 +105,7 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
   const platform::FileStamp stamp = lookAt(archive);
   const auto kept = keptLosers_.find(archive);
   if (kept != keptLosers_.end() && kept->second.sameContent(stamp)) return Kept::yes;
-  if (!canGrowBeside(archive)) {
+  if (!canGrowBeside(destFolder_, archive)) {
     copyProblem_ = L"its folder cannot be written to";
     return Kept::no;
   }
@@ -132,15 +136,17 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
 // there it goes from the Temp folder, under the winner's name.
 bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content, const fs::path& area) {
   const std::wstring beside = conflictNameOf(winner, clock_->nowSeconds());
-  if (beside.size() <= kMaxPathCharacters && moveAnywhere(content, platform::pathOf(beside))) {
-    if (platform::moveToRecycleBin(platform::pathOf(beside)) != platform::Recycled::no) return true;
-    boost::system::error_code ignored;
-    platform::removeEntry(platform::pathOf(beside), ignored);
+  const platform::OpenFolder folder(area);
+  const Spot source{folder, content.filename()};
+  const Spot target{spotOf(sideOf(winner).root, winner).folder, platform::pathOf(nameOf(beside))};
+  if (beside.size() <= kMaxPathCharacters && moveAnywhere(source, target)) {
+    if (target.folder.throwAway(target.name) != platform::Recycled::no) return true;
+    target.folder.removeFile(target.name, target.look().id);
     return false;
   }
-  const fs::path named = area / platform::pathOf(nameOf(winner));
-  const bool renamed = platform::wideOf(named).size() <= kMaxPathCharacters && moveAnywhere(content, named);
-  return platform::moveToRecycleBin(renamed ? named : content) == platform::Recycled::yes;
+  const Spot named{folder, platform::pathOf(nameOf(winner))};
+  const bool renamed = platform::wideOf(named.path()).size() <= kMaxPathCharacters && moveAnywhere(source, named);
+  return folder.throwAway((renamed ? named : source).name) == platform::Recycled::yes;
 }
 
 }  // namespace Kelta

@@ -7,6 +7,7 @@
 //     hashed in part, as old or older                                     another file: no rename
 #include <boost/filesystem/exception.hpp>
 
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "SyncPair0/RenameJob.h"
 #include "SyncPair0/SyncPair.h"
 #include "SyncPair0/TimeSteps.h"
@@ -53,6 +54,14 @@ bool SyncPair::isKnownCounterpart(const RenameJob& job, const platform::FileStam
   return isKnown(job.two, job.match.from, job.from, stamp) == Known::yes;
 }
 
+void SyncPair::passTimeOn(const RenameJob& job, const platform::FileStamp& moved) try {
+  const platform::Spot spot = spotOf(job.two.root, job.to);
+  platform::File file = spot.folder.open(spot.name, platform::File::Mode::adjust);
+  if (file.stamp().sameContent(moved)) file.setLastWriteTime(stampUnderName(job.ownTo).nanoseconds);
+} catch (const boost::filesystem::filesystem_error& error) {
+  PAIR_ERROR("%s", error.what());
+}
+
 bool SyncPair::renameFile(const RenameJob& job) {
   if (!isReady(job)) return false;
   const StateRecord record = job.two.state.at(job.from);
@@ -68,9 +77,7 @@ bool SyncPair::renameFile(const RenameJob& job) {
   if (!done && !carryMove(job)) return false;
   // Only the very file that was moved gets the time. What was made of an archive's is no new one.
   const bool touched = job.time != recorded && (job.one.inside || !mayBeTimeOf(stampUnderName(job.ownTo), recorded));
-  if (same && touched && stampUnderName(job.to).sameContent(stamp)) {
-    platform::setLastWriteTime(platform::pathOf(job.to), stampUnderName(job.ownTo).nanoseconds);
-  }
+  if (same && touched) passTimeOn(job, stamp);
   recordRenamedFile(job, same);
   finishRename(job);
   return true;

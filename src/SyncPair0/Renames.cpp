@@ -145,10 +145,9 @@ bool SyncPair::isReady(const RenameJob& job) {
   const platform::FileStamp own = stampUnderName(job.ownTo);
   const bool asScanned = job.match.isFolder ? own.kind == platform::Kind::folder
                                             : own.kind == platform::Kind::file && own.seconds() == job.time;
-  std::string reason;
   return asScanned && isFree(job.ownFrom, job.ownTo) &&
-         reachFolder(job.two.root, parentOf(job.from), reason) == Reach::there &&
-         reachFolder(job.two.root, parentOf(job.to), reason) == Reach::there;
+         reachFolder(job.two.root, parentOf(job.from)).reach == Reach::there &&
+         reachFolder(job.two.root, parentOf(job.to)).reach == Reach::there;
 }
 
 // False, with nothing done, when it could not be done in one step: then it is carried over as a copy and a deletion.
@@ -160,7 +159,7 @@ bool SyncPair::moveFile(std::wstring src, std::wstring dest) {
     return false;
   }
   try {
-    if (!platform::moveFile(platform::pathOf(src), platform::pathOf(dest))) {
+    if (!moveBelow(sideOf(src).root, src, dest)) {
       PAIR_INFO("destination is in use: %s", utf8(dest).c_str());
       return false;
     }

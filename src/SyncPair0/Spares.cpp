@@ -6,6 +6,7 @@
 
 #include "CryptoSyncCopyHandler/ConflictName.h"
 #include "CryptoSyncCopyHandler/LastLook.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
@@ -19,10 +20,11 @@ namespace {}  // namespace
 
 void SyncPair::removeSpare(const std::wstring& path, const platform::FileStamp& stamp) {
   if (isFileLocked(path)) return;
-  const bool removed = removeJudged(platform::pathOf(path), stamp);
+  const platform::Spot spot = spotOf(destFolder_, path);
+  const bool removed = removeJudged(spot, stamp);
   PAIR_INFO("removed the other archive of the file: %s ? %s", utf8(path).c_str(), log::truth(removed));
   if (!removed) return;
-  platform::syncFolder(platform::pathOf(parentOf(path)));
+  spot.folder.sync();
   destStateList.erase(path);
   stateChanged_ = true;
   ++successfulEvents_;
@@ -86,8 +88,7 @@ void SyncPair::settleSpare(const std::wstring& key, const std::wstring& path, co
   if (sameContent(opened, inside)) return removeSpare(path, spare.stamp);
   const std::wstring copy = key + newConflictSuffix(clock_->nowSeconds());
   const std::vector<std::wstring> paths = archivePaths(copy);
-  if (!paths.empty() && platform::moveFile(platform::pathOf(path), platform::pathOf(paths.front())))
-    report(L"conflict", joinPath(sourceFolder_, copy));
+  if (!paths.empty() && moveFile(path, paths.front())) report(L"conflict", joinPath(sourceFolder_, copy));
 }
 
 void SyncPair::settleSpares() {

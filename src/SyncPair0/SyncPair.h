@@ -316,6 +316,7 @@ private:
   bool isKnownCounterpart(const RenameJob& job, const platform::FileStamp& stamp);
   bool hasRecordedContent(const RenameJob& job, const std::wstring& counterpart);
   bool isDoneAlready(const RenameJob& job, const StateRecord& record);
+  void passTimeOn(const RenameJob& job, const platform::FileStamp& moved);
   void recordRenamedFile(const RenameJob& job, bool same);
 
   // Resolution

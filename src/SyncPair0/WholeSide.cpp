@@ -3,6 +3,7 @@
 #include <boost/filesystem/exception.hpp>
 
 #include "CryptoSyncCopyHandler/LastLook.h"
+#include "CryptoSyncCopyHandler/PairFolders.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
@@ -14,19 +15,20 @@ namespace Kelta {
 namespace {
 
 // Removes a folder in which nothing but our own files is left.
-bool removeEmptied(const boost::filesystem::path& folder) {
-  std::vector<boost::filesystem::path> entries;
-  boost::system::error_code error;
-  platform::listFolder(folder, entries, error);
-  for (const auto& entry : entries) {
-    const std::string name = utf8(entry.filename());
-    if ((name != ".rid" && !platform::isAbandoned(name)) || platform::stampOf(entry).kind != platform::Kind::file)
-      return false;
-  }
-  for (const auto& entry : entries) {
-    if (!error) platform::removeEntry(entry, error);
-  }
-  return !error && platform::removeEntry(folder, error) && !error;
+bool removeEmptied(const platform::Spot& spot) {
+  const platform::EntryId id = spot.look().id;
+  std::vector<std::pair<boost::filesystem::path, platform::EntryId>> own;
+  {
+    const platform::OpenFolder folder = spot.folder.folder(spot.name);
+    for (const auto& name : folder.list()) {
+      const platform::Entry entry = folder.look(name);
+      const bool ours = utf8(name) == ".rid" || platform::isAbandoned(utf8(name));
+      if (!ours || entry.stamp.kind != platform::Kind::file) return false;
+      own.emplace_back(name, entry.id);
+    }
+    for (const auto& entry : own) folder.removeFile(entry.first, entry.second);
+  }  // a folder that is held cannot be removed everywhere
+  return spot.folder.removeFolder(spot.name, id);
 }
 
 }  // namespace
@@ -102,15 +104,15 @@ void SyncPair::forgetRemovals(const std::vector<Removal>& removals) {
 }
 
 bool SyncPair::remove(const Removal& removal, bool inside) {
-  const auto path = platform::pathOf(removal.path);
   const platform::FileStamp now = stampUnderName(removal.path);
   if (now.kind == platform::Kind::missing) return true;
-  if (removal.isFolder) return now.kind == platform::Kind::folder && removeEmptied(path);
-  if (!now.sameContent(removal.stamp)) return false;
+  if (removal.isFolder ? now.kind != platform::Kind::folder : !now.sameContent(removal.stamp)) return false;
   try {
+    const platform::Spot spot = spotOf(side(inside).root, removal.path);
+    if (removal.isFolder) return removeEmptied(spot);
     const platform::Recycled recycled =
-        inside ? platform::moveToRecycleBin(path, &removal.stamp) : platform::Recycled::noBin;
-    return recycled == platform::Recycled::noBin ? removeJudged(path, removal.stamp)
+        inside ? spot.folder.throwAway(spot.name, &removal.stamp) : platform::Recycled::noBin;
+    return recycled == platform::Recycled::noBin ? removeJudged(spot, removal.stamp)
                                                  : recycled == platform::Recycled::yes;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());

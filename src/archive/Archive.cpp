@@ -140,8 +140,8 @@ bool holds(const fs::path& archive, const fs::path& file, const Progress& progre
   return position == content->size && crc == content->crc && !plain.changed();
 }
 
-void replaceMetadata(const fs::path& archive, const platform::FileStamp& known, const fs::path& metadata,
-                     const std::string& password, const Progress& progress) {
+void replaceMetadata(const platform::Spot& archive, const platform::FileStamp& known, const fs::path& metadata,
+                     const std::string& password, const platform::Replacement& replace, const Progress& progress) {
   ConsolePwdListener passwords(password);
   ArchiveEngine engine;
   engine.setPasswordListener(&passwords);
@@ -150,9 +150,9 @@ void replaceMetadata(const fs::path& archive, const platform::FileStamp& known, 
   engine.setExpected(known);
   engine.setUpdateOption(ArchiveEngine::kKeepTime | ArchiveEngine::kMustOpen);
   // The other form has another size, by which a cloud client sees that the file changed.
-  addMetadata(engine, metadata, !isCompressed(archive, platform::utf8(metadata.filename())));
+  addMetadata(engine, metadata, !isCompressed(archive.path(), platform::utf8(metadata.filename())));
   engine.setWriteFlags(ArchiveEngine::kReplaceTarget);
-  engine.updateArchive(archive);
+  engine.updateArchive(archive, replace);
 }
 
 void updateMetadata(const fs::path& archive, const fs::path& metadata) {

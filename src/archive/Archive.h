@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "platform/Files.h"
+#include "platform/AtomicFile.h"
 
 namespace Kelta {
 namespace zip {
@@ -64,9 +64,10 @@ void updateMetadata(const boost::filesystem::path& archive, const boost::filesys
 
 /// The same in an archive that looks as `known` and whose content the password opens; anything else fails, with the
 /// archive as it was. The archive keeps its last-write time, but not its size: whoever carries changed files to other
-/// devices would otherwise not see it.
-void replaceMetadata(const boost::filesystem::path& archive, const platform::FileStamp& known,
-                     const boost::filesystem::path& metadata, const std::string& password, const Progress& progress);
+/// devices would otherwise not see it. `replace` puts the new archive in the place of the old one.
+void replaceMetadata(const platform::Spot& archive, const platform::FileStamp& known,
+                     const boost::filesystem::path& metadata, const std::string& password,
+                     const platform::Replacement& replace, const Progress& progress);
 
 }  // namespace archive
 }  // namespace Kelta

@@ -2,8 +2,10 @@
 #include "platform/AtomicFile.h"
 
 #include <boost/filesystem/exception.hpp>
+#include <locale>
 #include <mutex>
 #include <set>
+#include <sstream>
 
 #include "platform/Random.h"
 #include "platform/Text.h"
@@ -18,6 +20,8 @@ constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr std::size_t kHexDigits = 8;
 constexpr std::size_t kLongestProcessId = 19;
 constexpr int kTemporaryNameAttempts = 16;
+constexpr std::size_t kLongestName = 255;
+constexpr char kField = '~';
 
 /// The names that this process has in use.
 struct OwnNames {
@@ -107,13 +111,43 @@ bool isOwnTemporaryName(const std::string& name) { return isOwn(name); }
 
 bool isTemporaryName(const std::string& name) {
   NameParts parts;
-  return splitName(name, parts);
+  return splitName(name.substr(0, name.find(kField, kPrefixLength)), parts);
 }
 
 bool isAbandoned(const std::string& name) {
   NameParts parts;
   if (!splitName(name, parts) || parts.machine != machineToken()) return false;
   return parts.process == processId() ? !isOwn(name) : !processRuns(parts.process);
+}
+
+std::string displacedName(const std::string& temporary, const Displaced& file) {
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << temporary << std::hex;
+  for (const FileStamp* const stamp : {&file.judged, &file.fresh})
+    text << kField << static_cast<std::uint64_t>(stamp->nanoseconds) << '.' << stamp->size;
+  text << kField;
+  const std::string start = text.str();
+  return start.size() + file.place.size() <= kLongestName ? start + file.place : start;
+}
+
+bool readDisplaced(const std::string& name, Displaced& file) {
+  const std::size_t end = name.find(kField, kPrefixLength);
+  if (end == std::string::npos || !isAbandoned(name.substr(0, end))) return false;
+  std::istringstream text(name.substr(end));
+  text.imbue(std::locale::classic());
+  text >> std::hex;
+  for (FileStamp* const stamp : {&file.judged, &file.fresh}) {
+    char field = 0;
+    char dot = 0;
+    std::uint64_t time = 0;
+    if (!(text >> field >> time >> dot >> stamp->size) || field != kField || dot != '.') return false;
+    stamp->kind = Kind::file;
+    stamp->nanoseconds = static_cast<std::int64_t>(time);
+  }
+  if (text.get() != kField) return false;
+  std::getline(text, file.place, '\0');
+  return true;
 }
 
 AtomicFile::AtomicFile(const boost::filesystem::path& target, bool ownerOnly)
@@ -163,6 +197,13 @@ bool AtomicFile::commitNew() {
   committed_ = folder_.move(temporary_.filename(), id_, folder_, name_);
   folder_.sync();
   return committed_;
+}
+
+bool AtomicFile::commitBy(const Replacement& replace) {
+  finish();
+  const bool done = replace({folder_, temporary_.filename()}, id_, {folder_, name_});
+  folder_.sync();
+  return done;
 }
 
 void writeWholeFile(const boost::filesystem::path& target, const std::string& content, bool ownerOnly) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -9,6 +10,9 @@
 
 namespace Kelta {
 namespace platform {
+
+/// Puts the file `fresh` of that identity in the place of `target`. False when what stands there must stay.
+using Replacement = std::function<bool(const Spot& fresh, const EntryId& id, const Spot& target)>;
 
 /// Writes a whole file so that under its name there is always the old content or the new, complete
 /// one, whatever happens in between. The temporary file stands in the target's folder under a name
@@ -32,6 +36,8 @@ public:
   void commit();
   /// The same, but replaces nothing: false when something stands under the name by now.
   bool commitNew();
+  /// The same, with its last step done by `replace`.
+  bool commitBy(const Replacement& replace);
 
 private:
   void finish();
@@ -62,6 +68,20 @@ bool isOwnTemporaryName(const std::string& name);
 /// Whether it was made on this machine by a process that is gone (or by an earlier process of our own
 /// number), so that nobody will finish it and it may be removed.
 bool isAbandoned(const std::string& name);
+
+/// A file that was taken out of its place to be looked at, or is to take that place.
+struct Displaced {
+  FileStamp judged;   ///< what was to be replaced or removed
+  FileStamp fresh;    ///< what was to take its place, if anything
+  std::string place;  ///< the name it had; empty when that was too long
+};
+
+/// A name for it that tells all this, so that whoever finds it after a sudden end knows what to keep. It begins with
+/// `temporary`, a temporary name, and is one itself, but never an abandoned one.
+std::string displacedName(const std::string& temporary, const Displaced& file);
+
+/// False unless `name` is such a name, and was made on this machine by a process that is gone.
+bool readDisplaced(const std::string& name, Displaced& file);
 
 }  // namespace platform
 }  // namespace Kelta

@@ -42,6 +42,8 @@ public:
   Entry look(const boost::filesystem::path& name) const;
   /// The names in the folder.
   std::vector<boost::filesystem::path> list() const;
+  /// As platform::isOpenForWriting().
+  bool isOpenForWriting(const boost::filesystem::path& name) const;
   /// Opens a file, or makes it.
   File open(const boost::filesystem::path& name, File::Mode mode) const;
 
@@ -62,6 +64,10 @@ public:
     return remove(name, id, Kind::folder);
   }
 
+  /// As moveToRecycleBin().
+  Recycled throwAway(const boost::filesystem::path& name, const FileStamp* judged = nullptr,
+                     bool* canceled = nullptr) const;
+
   /// Gives an open file, made for its owner alone, the rights that it is to have under `name` here: those of the file
   /// that it will replace (on Windows also its read-only, hidden and system marks), else those of any new file.
   void giveNormalRights(File& fresh, const boost::filesystem::path& name) const;
@@ -77,6 +83,15 @@ private:
   bool remove(const boost::filesystem::path& name, const EntryId& id, Kind kind) const;
 
   std::shared_ptr<const Impl> impl_;
+};
+
+/// A name in an open folder, whatever stands under it.
+struct Spot {
+  OpenFolder folder;
+  boost::filesystem::path name;
+
+  boost::filesystem::path path() const { return folder.path() / name; }
+  Entry look() const { return folder.look(name); }
 };
 
 }  // namespace platform

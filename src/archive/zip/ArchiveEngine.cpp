@@ -133,18 +133,23 @@ void ArchiveEngine::requireOpening(ArchiveReader& reader) {
   }
 }
 
-void ArchiveEngine::updateArchive(const fs::path& archive) {
+void ArchiveEngine::updateArchive(const fs::path& archive) { update(behindLink(archive), nullptr, nullptr); }
+
+void ArchiveEngine::updateArchive(const platform::Spot& archive, const platform::Replacement& replace) {
+  update(archive.path(), &archive, &replace);
+}
+
+void ArchiveEngine::update(const fs::path& place, const platform::Spot* spot, const platform::Replacement* replace) {
   done_ = 0;
   if ((writeFlags_ & kReplaceTarget) == 0) fail(ArchiveFailure::cannotWrite, "updating replaces the archive");
   for (const Addition& addition : pending_)
-    if (platform::sameEntry(addition.source, archive))
+    if (platform::sameEntry(addition.source, place))
       fail(ArchiveFailure::badArgument, "an archive cannot be packed into itself");
-  const fs::path place = behindLink(archive);
   auto reader = std::make_unique<ArchiveReader>(place, rules_);
   if (expected_ && !reader->file().stamp().sameContent(*expected_))
     fail(ArchiveFailure::changed, "the archive was changed meanwhile");
   if ((updateOption_ & kMustOpen) != 0) requireOpening(*reader);
-  OutputFile out(place);
+  OutputFile out = spot ? OutputFile(*spot) : OutputFile(place);
   ArchiveWriter writer(out);
   copyOthers(*reader, writer);
   addPending(writer);
@@ -153,7 +158,10 @@ void ArchiveEngine::updateArchive(const fs::path& archive) {
   out.flushToDisk();
   if (!reader->file().standsUnchangedAt(place)) fail(ArchiveFailure::changed, "the archive was changed meanwhile");
   reader.reset();  // an open file cannot be replaced everywhere
-  out.commit();
+  if (!replace)
+    out.commit();
+  else if (!out.commitBy(*replace))
+    fail(ArchiveFailure::changed, "the archive was changed meanwhile");
   pending_.clear();
 }
 

@@ -59,6 +59,8 @@ public:
   /// Puts the noted files into an existing archive, in place of unencrypted entries of the same name (whatever the
   /// case); an encrypted one of that name is "badArgument". Other entries are copied byte for byte.
   void updateArchive(const boost::filesystem::path& archive);
+  /// The same in the folder that is held open, with its last step done by `replace`: "changed" when that declines.
+  void updateArchive(const platform::Spot& archive, const platform::Replacement& replace);
 
   /// Extracts the entries that match into `folder`, created if missing; "*" is all of them, another pattern the
   /// entry of exactly that name ("noEntry" when there is none). Each file appears when it has been checked.
@@ -74,6 +76,7 @@ private:
     EntryOptions options;
   };
 
+  void update(const boost::filesystem::path& place, const platform::Spot* spot, const platform::Replacement* replace);
   void addPending(ArchiveWriter& writer);
   void requireOpening(ArchiveReader& reader);
   void copyOthers(ArchiveReader& reader, ArchiveWriter& writer);

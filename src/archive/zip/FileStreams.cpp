@@ -79,6 +79,12 @@ const fs::path& checkedTarget(const fs::path& target) {
 
 }  // namespace
 
+OutputFile::OutputFile(const platform::Spot& target) try : file_(target.folder, target.name) {
+} catch (const fs::filesystem_error& error) {
+  throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(target.path()) + ": " + error.code().message(),
+                     error.code());
+}
+
 OutputFile::OutputFile(const fs::path& target) try : file_(checkedTarget(target)) {
 } catch (const fs::filesystem_error& error) {
   throw ArchiveError(ArchiveFailure::cannotWrite, platform::utf8(target) + ": " + error.code().message(), error.code());
@@ -104,6 +110,10 @@ void OutputFile::setLastWriteTime(std::int64_t nanoseconds) {
 
 void OutputFile::flushToDisk() {
   asArchiveError(ArchiveFailure::cannotWrite, [&] { file_.file().flushToDisk(); });
+}
+
+bool OutputFile::commitBy(const platform::Replacement& replace) {
+  return asArchiveError(ArchiveFailure::cannotWrite, [&] { return file_.commitBy(replace); });
 }
 
 void OutputFile::commit() {

@@ -51,6 +51,7 @@ private:
 class OutputFile : public ByteSink {
 public:
   explicit OutputFile(const boost::filesystem::path& target);
+  explicit OutputFile(const platform::Spot& target);
 
   void write(const unsigned char* data, std::size_t size) override;
   void write(const Bytes& data) { write(data.data(), data.size()); }
@@ -63,6 +64,8 @@ public:
   /// What takes its time, so that commit() does not.
   void flushToDisk();
   void commit();
+  /// As AtomicFile::commitBy().
+  bool commitBy(const platform::Replacement& replace);
 
 private:
   platform::AtomicFile file_;

@@ -16,11 +16,11 @@ namespace {
 bool isBusy(int error) { return error == EBUSY || error == ETXTBSY || error == EAGAIN || error == EWOULDBLOCK; }
 
 /// Opens an ordinary file to ask about it, and nothing else; `busy` when somebody keeps it from being opened.
-Descriptor openToAsk(const boost::filesystem::path& path, bool& busy) {
-  if (stampOf(path).kind != Kind::file) return Descriptor();
-  Descriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
-  busy = !opened && isBusy(errno);
+Descriptor openToAsk(int folder, const boost::filesystem::path& path, bool& busy) {
   struct stat status {};
+  if (fstatat(folder, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
+  Descriptor opened(openat(folder, path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  busy = !opened && isBusy(errno);
   if (opened && (fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode))) return Descriptor();
   return opened;
 }
@@ -61,15 +61,15 @@ void* probeLease(void* argument) {
 
 bool isLocked(const boost::filesystem::path& path) {
   bool busy = false;
-  const Descriptor opened = openToAsk(path, busy);
+  const Descriptor opened = openToAsk(AT_FDCWD, path, busy);
   return busy || (opened && (hasRecordLock(opened.get()) || hasWholeLock(opened.get())));
 }
 
 // Whoever opens the file while the lease lasts makes the system send a signal, to a thread of our own that takes none
 // and ends: the host, whose handlers and pending signals are none of our business, never sees it.
-bool isOpenForWriting(const boost::filesystem::path& path) {
+bool isWrittenTo(int folder, const boost::filesystem::path& name) {
   bool busy = false;
-  const Descriptor opened = openToAsk(path, busy);
+  const Descriptor opened = openToAsk(folder, name, busy);
   if (!opened) return busy;
   LeaseProbe probe{opened.get()};
   sigset_t all;
@@ -82,6 +82,8 @@ bool isOpenForWriting(const boost::filesystem::path& path) {
   if (started) pthread_join(thread, nullptr);
   return probe.written;
 }
+
+bool isOpenForWriting(const boost::filesystem::path& path) { return isWrittenTo(AT_FDCWD, path); }
 
 }  // namespace platform
 }  // namespace Kelta

@@ -103,6 +103,10 @@ std::vector<fs::path> OpenFolder::list() const {
   }
 }
 
+bool OpenFolder::isOpenForWriting(const fs::path& name) const {
+  return isPlain(name) && isWrittenTo(impl_->at(), name);
+}
+
 File OpenFolder::open(const fs::path& name, File::Mode mode) const {
   const fs::path full = pathOf(name);
   Descriptor opened(openat(impl_->at(), name.c_str(), openFlags(mode) | O_NOFOLLOW, S_IRUSR | S_IWUSR));
@@ -143,6 +147,11 @@ bool OpenFolder::remove(const fs::path& name, const EntryId& id, Kind kind) cons
   if (unlinkat(impl_->at(), name.c_str(), kind == Kind::folder ? AT_REMOVEDIR : 0) == 0) return true;
   if (errno != ENOENT) failWith("remove", full, errno);
   return false;
+}
+
+Recycled OpenFolder::throwAway(const fs::path& name, const FileStamp* judged, bool* canceled) const {
+  if (canceled) *canceled = false;
+  return isPlain(name) ? moveToBin(impl_->at(), impl_->path, name, judged) : Recycled::no;
 }
 
 void OpenFolder::giveNormalRights(File& fresh, const fs::path& name) const {

@@ -14,9 +14,10 @@
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 
-#include "platform/Files.h"
+#include "platform/OpenFolder.h"
 #include "platform/Random.h"
 #include "platform/posix/Move.h"
+#include "platform/posix/Stat.h"
 
 namespace Kelta {
 namespace platform {
@@ -50,20 +51,20 @@ struct Volume {
   std::uint64_t mount = 0;  ///< 0 where the system does not number its mounts
 };
 
-bool volumeOf(const fs::path& path, Volume& volume) {
+bool volumeOf(int folder, const char* path, int flags, Volume& volume) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return false;
+  if (fstatat(folder, path, &status, flags) != 0) return false;
   volume.device = status.st_dev;
   volume.mount = 0;
   struct statx more {};
-  if (statx(AT_FDCWD, path.c_str(), 0, STATX_MNT_ID, &more) == 0 && (more.stx_mask & STATX_MNT_ID) != 0)
+  if (statx(folder, path, flags, STATX_MNT_ID, &more) == 0 && (more.stx_mask & STATX_MNT_ID) != 0)
     volume.mount = more.stx_mnt_id;
   return true;
 }
 
 bool isOnVolume(fs::path path, const Volume& wanted) {
   Volume volume;
-  while (!volumeOf(path, volume)) {
+  while (!volumeOf(AT_FDCWD, path.c_str(), 0, volume)) {
     if (!path.has_parent_path()) return false;
     path = path.parent_path();
   }
@@ -107,13 +108,27 @@ Outcome findVolumeTrash(const fs::path& top, Trash& trash) {
   return makePrivateFolder(trash.folder);
 }
 
-Outcome findTrash(const fs::path& entry, Trash& trash) {
+/// What is thrown away: a name in an open folder, whose path tells where it was.
+struct Origin {
+  int folder;
+  fs::path folderPath;
+  fs::path name;
+
+  fs::path path() const { return folderPath / name; }
+  FileStamp stamp() const {
+    struct stat status {};
+    return fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? stampOfStatus(status)
+                                                                            : stampOfError(errno);
+  }
+};
+
+Outcome findTrash(const Origin& origin, Trash& trash) {
   Volume volume;
-  if (!volumeOf(entry.parent_path(), volume)) return outcomeOf(errno);
+  if (!volumeOf(origin.folder, "", AT_EMPTY_PATH, volume)) return outcomeOf(errno);
   const fs::path data = userDataFolder();
   Outcome outcome = !data.empty() && isOnVolume(data, volume)
                         ? findOwnTrash(trash)
-                        : findVolumeTrash(topOfVolume(entry.parent_path(), volume), trash);
+                        : findVolumeTrash(topOfVolume(origin.folderPath, volume), trash);
   for (const char* part : {"files", "info"})
     if (outcome == Outcome::done) outcome = makePrivateFolder(trash.folder / part);
   return outcome;
@@ -171,15 +186,15 @@ std::string nameInTrash(const fs::path& entry, int attempt) {
 }
 
 // Whether what was thrown away is to stay there; otherwise it is back in its place.
-bool isRightOne(const fs::path& thrown, const fs::path& entry, const FileStamp* judged) {
+bool isRightOne(const fs::path& thrown, const Origin& origin, const FileStamp* judged) {
   if (!judged || stampOf(thrown).sameContent(*judged)) return true;
-  return renameWithoutReplacing(thrown, entry) != 0;
+  return renameWithoutReplacing(AT_FDCWD, thrown, origin.folder, origin.name) != 0;
 }
 
-Outcome throwAway(const fs::path& entry, const Trash& trash, const FileStamp* judged) {
-  const std::string text = infoFor(entry, trash);
+Outcome throwAway(const Origin& origin, const Trash& trash, const FileStamp* judged) {
+  const std::string text = infoFor(origin.path(), trash);
   for (int attempt = 1; attempt <= kBinNameAttempts; ++attempt) {
-    const std::string name = nameInTrash(entry, attempt);
+    const std::string name = nameInTrash(origin.name, attempt);
     const fs::path info = trash.folder / "info" / (name + ".trashinfo");
     try {
       writeInfo(info, text);
@@ -187,8 +202,9 @@ Outcome throwAway(const fs::path& entry, const Trash& trash, const FileStamp* ju
       if (error.code() == boost::system::errc::file_exists) continue;
       return outcomeOf(error.code().value());
     }
-    const int error = renameWithoutReplacing(entry, trash.folder / "files" / name);
-    if (error == 0 && !isRightOne(trash.folder / "files" / name, entry, judged)) {
+    const fs::path thrown = trash.folder / "files" / name;
+    const int error = renameWithoutReplacing(origin.folder, origin.name, AT_FDCWD, thrown);
+    if (error == 0 && !isRightOne(thrown, origin, judged)) {
       unlink(info.c_str());
       return Outcome::failed;
     }
@@ -203,23 +219,29 @@ Outcome throwAway(const fs::path& entry, const Trash& trash, const FileStamp* ju
   return Outcome::failed;
 }
 
-/// The entry's full path with every symbolic link on the way to it resolved. Throws filesystem_error.
-fs::path fullPath(const fs::path& path) {
-  const fs::path absolute = fs::absolute(path);
-  return fs::canonical(absolute.parent_path()) / absolute.filename();
+/// Where an open folder lies, whatever stands under the path that it was opened by. Throws filesystem_error.
+fs::path realPath(int folder, const fs::path& path) {
+  boost::system::error_code error;
+  const fs::path real = fs::read_symlink("/proc/self/fd/" + std::to_string(folder), error);
+  return error ? fs::canonical(fs::absolute(path)) : real;
 }
 
 }  // namespace
 
-Recycled moveToRecycleBin(const boost::filesystem::path& file, const FileStamp* judged, bool* canceled) try {
-  if (canceled) *canceled = false;
-  if (judged && !stampOf(file).sameContent(*judged)) return Recycled::no;
-  const fs::path entry = fullPath(file);
+Recycled moveToBin(int folder, const fs::path& folderPath, const fs::path& name, const FileStamp* judged) try {
+  const Origin origin{folder, realPath(folder, folderPath), name};
+  if (judged && !origin.stamp().sameContent(*judged)) return Recycled::no;
   Trash trash;
-  Outcome outcome = findTrash(entry, trash);
-  if (outcome == Outcome::done) outcome = throwAway(entry, trash, judged);
+  Outcome outcome = findTrash(origin, trash);
+  if (outcome == Outcome::done) outcome = throwAway(origin, trash, judged);
   if (outcome == Outcome::unsuitable) return Recycled::noBin;
   return outcome == Outcome::done ? Recycled::yes : Recycled::no;
+} catch (const std::exception&) {
+  return Recycled::no;
+}
+
+Recycled moveToRecycleBin(const boost::filesystem::path& file, const FileStamp* judged, bool* canceled) try {
+  return OpenFolder(file.parent_path()).throwAway(file.filename(), judged, canceled);
 } catch (const std::exception&) {
   return Recycled::no;
 }
@@ -231,7 +253,7 @@ bool recycle(const boost::filesystem::path& path, bool* canceled) try {
   if (kind == Kind::unknown) return false;
   if (kind == Kind::folder) return rmdir(path.c_str()) == 0;
   const Recycled recycled = moveToRecycleBin(path);
-  if (recycled == Recycled::noBin) return unlink(fullPath(path).c_str()) == 0;
+  if (recycled == Recycled::noBin) return unlink(path.c_str()) == 0;
   return recycled == Recycled::yes;
 } catch (const std::exception&) {
   return false;

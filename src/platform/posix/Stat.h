@@ -15,6 +15,9 @@ EntryId idOfStatus(const struct stat& status);
 /// What is known of an entry that stat() failed for.
 FileStamp stampOfError(int error);
 
+/// As isOpenForWriting(), for a name in an open folder.
+bool isWrittenTo(int folder, const boost::filesystem::path& name);
+
 /// What utimensat() takes to set the last-write time alone.
 std::array<struct timespec, 2> lastWriteOnly(std::int64_t nanoseconds);
 

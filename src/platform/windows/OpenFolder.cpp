@@ -120,6 +120,10 @@ std::vector<fs::path> OpenFolder::list() const {
   return names;
 }
 
+bool OpenFolder::isOpenForWriting(const fs::path& name) const {
+  return isPlain(name) && platform::isOpenForWriting(pathOf(name));
+}
+
 File OpenFolder::open(const fs::path& name, File::Mode mode) const {
   return File(std::make_unique<File::Impl>(pathOf(name), mode, Links::refused));
 }
@@ -149,6 +153,11 @@ bool OpenFolder::remove(const fs::path& name, const EntryId& id, Kind kind) cons
   requireSame("remove", name, id);
   if ((kind == Kind::folder) != (found == Kind::folder)) fail("remove", full, errc_t::operation_not_permitted);
   return removeEntry(full);
+}
+
+Recycled OpenFolder::throwAway(const fs::path& name, const FileStamp* judged, bool* canceled) const {
+  if (!isPlain(name)) return Recycled::no;
+  return moveToRecycleBin(pathOf(name), judged, canceled);
 }
 
 void OpenFolder::giveNormalRights(File& fresh, const fs::path& name) const {
