@@ -24,7 +24,8 @@ protected:
   std::map<std::string, std::string> contents() {
     std::map<std::string, std::string> all;
     for (fs::recursive_directory_iterator it(folder / "outside"), end; it != end; ++it) {
-      if (it->path().extension() != ".kelta" || it->path().filename() == ".kelta") continue;
+      const std::string name = it->path().filename().string();
+      if (it->path().extension() != ".kelta" || name == ".kelta" || platform::isTemporaryName(name)) continue;
       zip::ArchiveReader reader(it->path());
       const zip::Entry* const content = reader.find("Content");
       std::string bytes(static_cast<std::size_t>(content->endOffset - content->headerOffset), '\0');

@@ -20,7 +20,7 @@ constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr std::size_t kHexDigits = 8;
 constexpr std::size_t kLongestProcessId = 19;
 constexpr int kTemporaryNameAttempts = 16;
-constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kLongestFileName = 255;
 constexpr char kField = '~';
 
 /// The names that this process has in use.
@@ -128,7 +128,7 @@ std::string displacedName(const std::string& temporary, const Displaced& file) {
     text << kField << static_cast<std::uint64_t>(stamp->nanoseconds) << '.' << stamp->size;
   text << kField;
   const std::string start = text.str();
-  return start.size() + file.place.size() <= kLongestName ? start + file.place : start;
+  return start.size() + file.place.size() <= kLongestFileName ? start + file.place : start;
 }
 
 bool readDisplaced(const std::string& name, Displaced& file) {

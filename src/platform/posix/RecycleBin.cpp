@@ -26,7 +26,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t kLongestName = 230;  // leaves room for a number and ".trashinfo"
+constexpr std::size_t kLongestBinName = 230;  // leaves room for a number and ".trashinfo"
 constexpr int kBinNameAttempts = 32;
 constexpr int kNumberedAttempts = 8;  // then random names: a thousand files of one name must not cost a million looks
 
@@ -174,8 +174,8 @@ void writeInfo(const fs::path& info, const std::string& text) {
 
 std::string nameInTrash(const fs::path& entry, int attempt) {
   std::string name = entry.filename().native();
-  if (name.size() > kLongestName) {
-    std::size_t cut = kLongestName;
+  if (name.size() > kLongestBinName) {
+    std::size_t cut = kLongestBinName;
     while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
     name.resize(cut);
   }
