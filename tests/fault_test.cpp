@@ -12,6 +12,7 @@
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,6 +63,8 @@ struct Place {
   int error = EACCES;     // for this reason
   std::string contested;  // somebody makes this file right before it is renamed to
   std::string last;       // the process ends right after something was exchanged with this file
+  bool distant = false;   // every volume is a server's
+  std::vector<std::function<void()>> beforeExchanges = {};  // each is done once
   bool struck = false;
 } place;
 
@@ -139,6 +142,11 @@ extern "C" __attribute__((visibility("default"))) int renameat2(int fromFolder, 
   static const auto next = real<int (*)(int, const char*, int, const char*, unsigned)>("renameat2");
   const std::string target = pathOf(toFolder, to);
   if (fault.strikes() || failsToRename(target)) return -1;
+  if (flags == RENAME_EXCHANGE && !place.beforeExchanges.empty()) {
+    const auto act = place.beforeExchanges.front();
+    place.beforeExchanges.erase(place.beforeExchanges.begin());
+    act();
+  }
   const int result = next(fromFolder, from, toFolder, to, flags);
   if (result == 0 && !place.last.empty() && place.last == target) _exit(0);
   return result;
@@ -170,6 +178,13 @@ extern "C" __attribute__((visibility("default"))) int lstat(const char* path, st
   if (!startsWith(path, place.hidden)) return next(path, status);
   errno = EIO;
   return -1;
+}
+
+extern "C" __attribute__((visibility("default"))) int fstatfs(int file, struct statfs* status) noexcept {
+  static const auto next = real<int (*)(int, struct statfs*)>("fstatfs64");
+  const int result = next(file, status);
+  if (place.distant) status->f_type = 0x6969;
+  return result;
 }
 
 namespace Kelta {
@@ -249,6 +264,34 @@ TEST_F(Contested, AVersionThatCannotBeReplacedIsThrownAwayOnce) {
   settle();
   EXPECT_EQ(thrownAway("from b"), 1U);
   EXPECT_EQ(a.tree(), "x=from a@20");
+}
+
+TEST_F(Contested, WhatIsOpenedWhileAnExchangeIsTakenBackIsKept) {
+  put(a.inside() / "x", "0", 10);
+  settle();
+  put(b.inside() / "x", "from b", 20);
+  b.cycle();
+  int file = -1;
+  const fs::path x = a.inside() / "x";
+  place.beforeExchanges = {[&] { put(a.inside() / "y", "saved", 30), fs::rename(a.inside() / "y", x); },
+                           [&] { file = ::open(x.c_str(), O_WRONLY | O_APPEND); }};
+  a.cycle();
+  ASSERT_GE(file, 0);
+  EXPECT_EQ(::write(file, " and more", 9), 9);
+  ::close(file);
+  settle();
+  EXPECT_NE(a.tree().find("=from b and more@"), std::string::npos) << a.tree();
+  EXPECT_NE(a.tree().find("x=saved@30"), std::string::npos) << a.tree();
+}
+
+// A server refuses leases for reasons of its own.
+TEST_F(Contested, OnAServersVolumeWhoWritesCannotBeTold) {
+  put(a.inside() / "x", "0", 10);
+  const int writer = ::open((a.inside() / "x").c_str(), O_WRONLY);
+  EXPECT_TRUE(platform::isOpenForWriting(a.inside() / "x"));
+  place.distant = true;
+  EXPECT_FALSE(platform::isOpenForWriting(a.inside() / "x"));
+  ::close(writer);
 }
 
 TEST_F(Contested, TheHostIsToldTheTrueCause) {
@@ -532,11 +575,13 @@ void beginAll(Device& a, Device& b) {
 }
 void edit(Device& device, const std::string& content, std::int64_t time) { put(device.inside() / "x", content, time); }
 void saveLate(Device& a, const fs::path&) { save(a.inside() / "x", "late", 40); }
-void deliverLate(Device& a, const fs::path& late) {
-  fs::copy_file(late, a.outside() / ".~delivered");
-  platform::setLastWriteTime(a.outside() / ".~delivered", (kEpoch + 40) * 1000000000);
-  fs::rename(a.outside() / ".~delivered", a.outside() / "x.kelta");
+void deliver(const fs::path& late, const fs::path& archive) {
+  const fs::path arriving = archive.parent_path() / ".~delivered";
+  fs::copy_file(late, arriving);
+  platform::setLastWriteTime(arriving, (kEpoch + 40) * 1000000000);
+  fs::rename(arriving, archive);
 }
+void deliverLate(Device& a, const fs::path& late) { deliver(late, a.outside() / "x.kelta"); }
 
 const Moment kMoments[] = {
     {"encrypt", [](Device& a, Device& b) { begin(a, b), edit(a, "mine", 20); }, saveLate, "dir/ dir/x=old@10 x=late@40",
@@ -559,6 +604,16 @@ const Moment kMoments[] = {
      deliverLate, nullptr, false},
     {"rename", [](Device& a, Device& b) { begin(a, b), fs::rename(b.inside() / "x", b.inside() / "y"), b.cycle(); },
      saveLate, nullptr, false},
+    {"rename with a new time, a second device",
+     [](Device& a, Device& b) {
+       begin(a, b), fs::rename(a.inside() / "x", a.inside() / "y");
+       platform::setLastWriteTime(a.inside() / "y", (kEpoch + 20) * 1000000000);
+     },
+     [](Device& a, const fs::path& late) {
+       if (!fs::exists(a.outside() / "y.kelta")) return deliverLate(a, late);
+       deliver(late, a.outside() / "y.kelta");
+     },
+     nullptr, false},
     {"rename of the folder",
      [](Device& a, Device& b) { begin(a, b), fs::rename(b.inside() / "dir", b.inside() / "moved"), b.cycle(); },
      [](Device& a, const fs::path&) {

@@ -43,11 +43,11 @@ void putBack(const Spot& file, const Spot& place) {
   }
 }
 
-// Removes what is known, and puts anything else back.
+// Removes what is known, and puts anything else back, also what a program is about to write to.
 void settle(const Spot& file, const Spot& place, const platform::FileStamp& known) {
   const platform::Entry entry = file.look();
   if (entry.stamp.kind == platform::Kind::missing) return;
-  if (!entry.stamp.sameContent(known)) return putBack(file, place);
+  if (file.folder.isOpenForWriting(file.name) || !file.look().stamp.sameContent(known)) return putBack(file, place);
   try {
     file.folder.removeFile(file.name, entry.id);
   } catch (const fs::filesystem_error&) {  // a later scan will
@@ -143,7 +143,7 @@ void settleDisplaced(const Spot& file) {
   const platform::FileStamp now = file.look().stamp;
   const bool known = now.size == 0 || now.sameContent(displaced.judged) || now.sameContent(displaced.fresh);
   std::wstring place;
-  platform::wideFromUtf8(displaced.place.empty() ? "kept" : displaced.place, place);
+  platform::wideFromUtf8(displaced.place, place);
   settle(file, {file.folder, platform::pathOf(place)}, known ? now : platform::FileStamp());
 }
 

@@ -54,12 +54,16 @@ bool SyncPair::isKnownCounterpart(const RenameJob& job, const platform::FileStam
   return isKnown(job.two, job.match.from, job.from, stamp) == Known::yes;
 }
 
-void SyncPair::passTimeOn(const RenameJob& job, const platform::FileStamp& moved) try {
+// What stands there then, as far as it is ours.
+platform::FileStamp SyncPair::passTimeOn(const RenameJob& job, const platform::FileStamp& moved) try {
   const platform::Spot spot = spotOf(job.two.root, job.to);
   platform::File file = spot.folder.open(spot.name, platform::File::Mode::adjust);
-  if (file.stamp().sameContent(moved)) file.setLastWriteTime(stampUnderName(job.ownTo).nanoseconds);
+  if (!file.stamp().sameContent(moved)) return moved;
+  file.setLastWriteTime(stampUnderName(job.ownTo).nanoseconds);
+  return file.stamp();
 } catch (const boost::filesystem::filesystem_error& error) {
   PAIR_ERROR("%s", error.what());
+  return moved;
 }
 
 bool SyncPair::renameFile(const RenameJob& job) {
@@ -77,14 +81,14 @@ bool SyncPair::renameFile(const RenameJob& job) {
   if (!done && !carryMove(job)) return false;
   // Only the very file that was moved gets the time. What was made of an archive's is no new one.
   const bool touched = job.time != recorded && (job.one.inside || !mayBeTimeOf(stampUnderName(job.ownTo), recorded));
-  if (same && touched) passTimeOn(job, stamp);
-  recordRenamedFile(job, same);
+  recordRenamedFile(job, same, same && touched ? passTimeOn(job, stamp) : stamp);
   finishRename(job);
   return true;
 }
 
-// An update that is still to be copied keeps the recorded time, and its place in the list.
-void SyncPair::recordRenamedFile(const RenameJob& job, bool same) {
+// An update that is still to be copied keeps the recorded time, and its place in the list. A version that took the
+// place of what was moved is recorded as unseen.
+void SyncPair::recordRenamedFile(const RenameJob& job, bool same, const platform::FileStamp& left) {
   const auto follow = [](StateList& state, const std::wstring& from, const std::wstring& to) -> StateRecord& {
     StateRecord record = std::move(state.at(from));
     state.erase(from);
@@ -96,7 +100,8 @@ void SyncPair::recordRenamedFile(const RenameJob& job, bool same) {
   if (!same) return;
   if (recordedTime(own) != job.time) {
     own[0] = std::to_wstring(job.time);
-    other[0] = std::to_wstring(mtime(job.to));
+    const platform::FileStamp now = stampUnderName(job.to);
+    other[0] = std::to_wstring(now.sameContent(left) ? now.seconds() : unseenTime(now));
   }
   job.one.list.erase(job.match.to);
 }

@@ -316,8 +316,8 @@ private:
   bool isKnownCounterpart(const RenameJob& job, const platform::FileStamp& stamp);
   bool hasRecordedContent(const RenameJob& job, const std::wstring& counterpart);
   bool isDoneAlready(const RenameJob& job, const StateRecord& record);
-  void passTimeOn(const RenameJob& job, const platform::FileStamp& moved);
-  void recordRenamedFile(const RenameJob& job, bool same);
+  platform::FileStamp passTimeOn(const RenameJob& job, const platform::FileStamp& moved);
+  void recordRenamedFile(const RenameJob& job, bool same, const platform::FileStamp& left);
 
   // Resolution
   void resolveEntry(const Side& one, const Side& two, const std::wstring& key, const SyncObject& so);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/AtomicFile.h"
 
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <locale>
 #include <mutex>
@@ -20,7 +21,8 @@ constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr std::size_t kHexDigits = 8;
 constexpr std::size_t kLongestProcessId = 19;
 constexpr int kTemporaryNameAttempts = 16;
-constexpr std::size_t kLongestFileName = 255;
+constexpr std::size_t kShortestLimit = 143;  // of a name, in bytes: where folders are enciphered, say
+constexpr std::size_t kKeptEnding = 24;
 constexpr char kField = '~';
 
 /// The names that this process has in use.
@@ -83,6 +85,17 @@ bool splitName(const std::string& name, NameParts& parts) {
          readProcessId(name.substr(machineEnd + 1, processEnd - machineEnd - 1), parts.process);
 }
 
+// Of a long name so much of its middle is left out that it takes `room` bytes at most: the ending tells what it is.
+std::string shortened(const std::string& name, std::size_t room) {
+  if (name.size() <= room || room < 2 * kKeptEnding) return name.size() <= room ? name : std::string();
+  const auto isWithin = [&](std::size_t at) { return (static_cast<unsigned char>(name[at]) & 0xC0) == 0x80; };
+  std::size_t begin = room - kKeptEnding - 1;
+  std::size_t end = name.size() - kKeptEnding;
+  while (begin > 0 && isWithin(begin)) --begin;
+  while (end < name.size() && isWithin(end)) ++end;
+  return name.substr(0, begin) + "-" + name.substr(end);
+}
+
 bool isOwn(const std::string& name) {
   OwnNames& own = ownNames();
   const std::lock_guard<std::mutex> lock(own.mutex);
@@ -128,7 +141,7 @@ std::string displacedName(const std::string& temporary, const Displaced& file) {
     text << kField << static_cast<std::uint64_t>(stamp->nanoseconds) << '.' << stamp->size;
   text << kField;
   const std::string start = text.str();
-  return start.size() + file.place.size() <= kLongestFileName ? start + file.place : start;
+  return start + shortened(file.place, kShortestLimit - std::min(kShortestLimit, start.size()));
 }
 
 bool readDisplaced(const std::string& name, Displaced& file) {

@@ -73,7 +73,7 @@ bool isAbandoned(const std::string& name);
 struct Displaced {
   FileStamp judged;   ///< what was to be replaced or removed
   FileStamp fresh;    ///< what was to take its place, if anything
-  std::string place;  ///< the name it had; empty when that was too long
+  std::string place;  ///< the name it had; of a long one the beginning and the end
 };
 
 /// A name for it that tells all this, so that whoever finds it after a sudden end knows what to keep. It begins with

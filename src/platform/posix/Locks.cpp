@@ -4,6 +4,11 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
 
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/Stat.h"
@@ -36,6 +41,16 @@ bool hasWholeLock(int descriptor) {
   if (flock(descriptor, LOCK_SH | LOCK_NB) != 0) return isBusy(errno);
   flock(descriptor, LOCK_UN);
   return false;
+}
+
+// The leases of a network file system are its server's: refused as well when nobody has the file open.
+bool leasesTell(int descriptor) {
+  constexpr std::uint32_t kNfs = 0x6969;
+  constexpr std::uint32_t kSmb[] = {0x517B, 0xFF534D42, 0xFE534D42};
+  struct statfs volume {};
+  if (fstatfs(descriptor, &volume) != 0) return false;
+  const auto type = static_cast<std::uint32_t>(volume.f_type);
+  return type != kNfs && std::find(std::begin(kSmb), std::end(kSmb), type) == std::end(kSmb);
 }
 
 struct LeaseProbe {
@@ -71,6 +86,7 @@ bool isWrittenTo(int folder, const boost::filesystem::path& name) {
   bool busy = false;
   const Descriptor opened = openToAsk(folder, name, busy);
   if (!opened) return busy;
+  if (!leasesTell(opened.get())) return false;
   LeaseProbe probe{opened.get()};
   sigset_t all;
   sigset_t former;

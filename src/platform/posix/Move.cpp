@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include "platform/posix/FileImpl.h"
 
@@ -25,8 +26,10 @@ int renameWithoutReplacing(int fromFolder, const boost::filesystem::path& from, 
                            const boost::filesystem::path& to) {
   if (renameat2(fromFolder, from.c_str(), toFolder, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
   if (!isUnknownRename(errno)) return errno;
-  // The file system cannot do both in one step.
-  if (isThere(toFolder, to)) return EEXIST;
+  // The file system cannot do both in one step; but a second name, for a file, replaces nothing.
+  if (linkat(fromFolder, from.c_str(), toFolder, to.c_str(), 0) == 0)
+    return unlinkat(fromFolder, from.c_str(), 0) == 0 ? 0 : errno;
+  if (errno == EEXIST || errno == EXDEV || isThere(toFolder, to)) return errno == EXDEV ? EXDEV : EEXIST;
   return renameat(fromFolder, from.c_str(), toFolder, to.c_str()) == 0 ? 0 : errno;
 }
 

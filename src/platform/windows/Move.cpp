@@ -14,6 +14,8 @@ namespace fs = boost::filesystem;
 
 constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
 constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kLongestEnding = 24;
+constexpr int kBesideAttempts = 16;
 
 /// Takes the read-only mark off a file for as long as it lives: the system neither replaces nor removes such a file.
 class Writable {
@@ -53,18 +55,19 @@ DWORD rename(const std::wstring& from, const std::wstring& to, DWORD flags) {
 /// A free name beside `path` that shows what it is and keeps the extension: "x (replaced 1a2b3c4d).txt".
 fs::path besideName(const fs::path& path) {
   const std::wstring name = path.filename().native();
-  for (;;) {
+  for (int attempt = 0; attempt < kBesideAttempts; ++attempt) {
     std::uint32_t word = 0;
     if (!stirringWord(word)) word = GetTickCount();
     wchar_t digits[9] = {};
     swprintf(digits, 9, L"%08x", static_cast<unsigned>(word));
     const std::wstring mark = std::wstring(L" (replaced ") + digits + L")";
-    const std::size_t dot = std::min(name.find(L'.', 1), name.size());
-    const std::size_t excess = name.size() + mark.size() > kLongestName ? name.size() + mark.size() - kLongestName : 0;
-    const std::wstring stem = name.substr(0, dot > excess ? dot - excess : 1);
-    const fs::path beside = path.parent_path() / (stem + mark + name.substr(dot));
+    const std::size_t dot = std::min(name.rfind(L'.'), name.size());
+    const std::wstring ending = name.substr(std::max<std::size_t>(dot, 1)).substr(0, kLongestEnding);
+    const std::wstring stem = name.substr(0, std::min(dot, kLongestName - mark.size() - ending.size()));
+    const fs::path beside = path.parent_path() / (stem + mark + ending);
     if (stampOf(beside).kind == Kind::missing) return beside;
   }
+  failNative("exchange", path, ERROR_CANT_ACCESS_FILE);
 }
 
 bool isUnknownCall(DWORD error) {
