@@ -2,6 +2,8 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "Terminal.h"
 #include "platform/Files.h"
@@ -97,6 +99,14 @@ void Report::setQuarantined(std::vector<Quarantined> entries) {
                        [&](const Quarantined& entry) { return pair_.shown(entry.path, false) == failed.name; });
   };
   failed_.erase(std::remove_if(failed_.begin(), failed_.end(), isQuarantined), failed_.end());
+}
+
+// A file and its archive are one to the user.
+void Report::setWaiting(const std::vector<Waiting>& entries) {
+  waiting_.clear();
+  std::set<std::pair<std::wstring, std::wstring>> named;
+  for (const Waiting& entry : entries)
+    if (named.emplace(pair_.shown(entry.path, plainName_), entry.reason).second) waiting_.push_back(entry);
 }
 
 bool Report::waits() const {

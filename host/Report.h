@@ -35,7 +35,7 @@ public:
   /// At the end: an entry that is quarantined no longer counts as failed.
   void setQuarantined(std::vector<Quarantined> entries);
   /// At the end: what is left for later although nothing is wrong with it.
-  void setWaiting(std::vector<Waiting> entries) { waiting_ = std::move(entries); }
+  void setWaiting(const std::vector<Waiting>& entries);
   /// Whether the latest version of anything waits for its turn.
   bool waits() const;
   /// Whether anything could not be synchronised.

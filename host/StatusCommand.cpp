@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "Commands.h"
 #include "Engine.h"
@@ -23,14 +25,12 @@ void showQuarantined(const PairFolders& pair, const std::vector<Quarantined>& re
   }
 }
 
-void showWaiting(const PairFolders& pair, std::vector<Waiting> entries) {
-  say(L"left for later: " + std::to_wstring(entries.size()));
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const Waiting& a, const Waiting& b) { return a.reason < b.reason; });
-  for (const Waiting& entry : entries) {
-    say(L"  " + padded(printable(entry.reason), 17) + L"  " + printable(pair.shown(entry.path, false)) + L": " +
-        printable(entry.explained()));
-  }
+void showWaiting(const PairFolders& pair, const std::vector<Waiting>& entries) {
+  std::set<std::pair<std::wstring, std::wstring>> lines;  // a file and its archive are one to the user
+  for (const Waiting& entry : entries)
+    lines.emplace(entry.reason, pair.shown(entry.path, false) + L": " + entry.explained());
+  say(L"left for later: " + std::to_wstring(lines.size()));
+  for (const auto& line : lines) say(L"  " + padded(printable(line.first), 17) + L"  " + printable(line.second));
 }
 
 void showNotifications(const std::vector<Notification>& notifications) {

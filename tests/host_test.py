@@ -581,7 +581,8 @@ class Sync(Base):
             return self.sync(code, KELSYNC_KEY=HEX_KEY, LD_PRELOAD=library, WAITING_LIST=waiting,
                              ASAN_OPTIONS="verify_asan_link_order=0")[0]
         for reason in ("changing", "in-use"):
-            output = synced(FAILED, ("old.jpg", "future-time"), ("disk.iso", reason))
+            output = synced(FAILED, ("old.jpg", "future-time"), (self.outside / "old.jpg.kelta", "future-time"),
+                            ("disk.iso", reason))
             self.assertRegex(output, r"(?m)^left for later: disk\.iso: (it is being written to|a program has it open)")
             self.assertRegex(output, r"failed 0, quarantined 0, left for later 2\n")
         output = self.expect(DONE, "status", "--inside", "in", "--outside", "out", "--work", "work")[0]

@@ -301,12 +301,15 @@ TEST_F(Scenario, ForeignFilesOnTheOutsideAreLeftAlone) {
   put(out("readme.md"), "foreign", 10);
   put(out("rubbish.kelta"), "no archive", 10);
   put(out("odd.kelta/inner.kelta"), "below a folder with an archive's name", 10);
+  for (const char* name : {".rid.kelta", ".kelta.kelta", "mine.kelta.kelta"})
+    fs::copy_file(out("mine.kelta"), out(name));
   for (int i = 0; i < 3; ++i) EXPECT_EQ(a.cycle(), "failed:rubbish");
   EXPECT_EQ(a.tree(), "mine=1@10");
   EXPECT_EQ(contentOf(out("rubbish.kelta")), "no archive");
   EXPECT_NE(a.notifications().find("Could not copy rubbish\""), std::string::npos) << a.notifications();
   EXPECT_NE(a.notifications().find("Quarantine for odd.kelta\""), std::string::npos) << a.notifications();
-  EXPECT_NE(platform::utf8(a.handler().getQuarantineAsJSON()).find("/odd.kelta\""), std::string::npos);
+  for (const char* name : {"/odd.kelta\"", "/.rid.kelta\"", "/.kelta.kelta\"", "/mine.kelta.kelta\""})
+    EXPECT_NE(platform::utf8(a.handler().getQuarantineAsJSON()).find(name), std::string::npos) << name;
 }
 
 TEST_F(Scenario, WithoutAKeyNothingIsWrittenAndNothingLost) {

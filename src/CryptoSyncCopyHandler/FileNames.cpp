@@ -7,6 +7,7 @@
 
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "CryptoSyncCopyHandler/NameCipher.h"
+#include "CryptoSyncCopyHandler/NameFilter.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
@@ -180,6 +181,9 @@ bool CryptoSyncCopyHandler::hasNameIssue(const std::wstring& path, std::wstring&
   message = reading.form == NameForm::noKey ? L"No key to decrypt the name"
                                             : L"Encrypted name that was changed, or of another key";
   if (reading.plain.empty() && reading.form != NameForm::noName) return reading.form != NameForm::none;
+  // The Inside never gives such a name away, and must not get one of our own markers.
+  message = L"Archive of a name that is not synchronised";
+  if (hasExtension(platform::pathOf(reading.plain)) || isReservedName(reading.plain, false)) return true;
   message = L"Name cannot be stored";
   return !platform::canStandAsName(reading.plain) || reading.plain.find_first_of(L"\t\r\n\\") != std::wstring::npos;
 }
