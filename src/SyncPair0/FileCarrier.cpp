@@ -9,6 +9,8 @@
 // What was placed here is never taken for somebody else's, and a copy that failed takes no record away: with the
 // records the next scan finds an update as an update and a deletion as a deletion.
 #include <boost/filesystem/exception.hpp>
+#include <cstdlib>
+#include <iterator>
 
 #include "CryptoSyncCopyHandler/TempArea.h"
 #include "SyncPair0/StampUnderName.h"
@@ -207,14 +209,19 @@ bool SyncPair::isCopiedAlready(const FileJob& job) {
   if (older || isAsRecorded(job.to, job.target, there) != Known::yes) return false;
   const std::wstring& archive = job.from.inside ? job.target : job.source;
   const std::wstring& plain = job.from.inside ? job.source : job.target;
-  if (!holdsContent(archive, plain)) return false;
-  const bool settled = recordAs(job.from.state, job.source, stamp, job.rests);
-  if (!settled) {
+  // While it cannot be settled, what stays as it was is not read again and again.
+  const auto held = held_.find(job.source);
+  const bool asHeld =
+      held != held_.end() && held->second.first.sameContent(stamp) && held->second.second.sameContent(there);
+  if ((job.rests || !asHeld) && !holdsContent(archive, plain)) return false;
+  if (!recordAs(job.from.state, job.source, stamp, job.rests)) {
+    held_[job.source] = {stamp, there};
     noteChanging(job.source);
-  } else {
-    waiting_.forget(job.source);
-    ++successfulEvents_;
+    return true;
   }
+  held_.erase(job.source);
+  waiting_.forget(job.source);
+  ++successfulEvents_;
   return true;
 }
 
@@ -316,10 +323,20 @@ void SyncPair::copyJob(FileJob& job) {
   copyFailed(job.from, job.key, job.so);
 }
 
+// Where times are kept in steps, a save of the last seconds may look like a step of the time that was set.
+bool SyncPair::isPlaced(const FileJob& job, const CopyOutcome& outcome) {
+  constexpr std::int64_t kLastSeconds = 5;
+  const platform::FileStamp now = stampUnderName(outcome.written);
+  if (!job.to.inside || now.nanoseconds == outcome.placed.nanoseconds) return true;
+  if (std::abs(clock_->nowSeconds() - now.seconds()) > kLastSeconds) return true;
+  return holdsContent(job.source, outcome.written);
+}
+
 // An archive over which somebody laid another one is a change of both sides: they are merged.
 void SyncPair::finishJob(FileJob& job, const CopyOutcome& outcome) {
   keptLosers_.erase(job.target);
-  const bool asPlaced = recordAs(job.to.state, outcome.written, outcome.placed);
+  held_.erase(job.source);
+  const bool asPlaced = recordAs(job.to.state, outcome.written, outcome.placed, isPlaced(job, outcome));
   const bool gone = stampUnderName(outcome.written).kind == platform::Kind::missing;
   const bool settled = recordAs(job.from.state, job.source, job.guard.source, job.rests && (asPlaced || gone));
   if (!job.to.inside) dropOtherArchives(job.key, outcome.written, job.archives);
@@ -358,7 +375,10 @@ void SyncPair::tellBusy() {
            L"\"in use by another program\"");
     report(L"failed", path);
   }
-  waiting_.forgetIf([](const std::wstring& path) { return stampUnderName(path).kind == platform::Kind::missing; });
+  const auto isGone = [](const std::wstring& path) { return stampUnderName(path).kind == platform::Kind::missing; };
+  waiting_.forgetIf(isGone);
+  for (auto held = held_.begin(); held != held_.end();)
+    held = isGone(held->first) ? held_.erase(held) : std::next(held);
 }
 
 }  // namespace Kelta

@@ -381,6 +381,7 @@ private:
   void carryFileJob(FileJob& job);
   bool lookAtSource(FileJob& job);
   bool isCopiedAlready(const FileJob& job);
+  bool isPlaced(const FileJob& job, const CopyOutcome& outcome);
   /// Whether what the directory of `archive` says of its content is true of `plain`. False when that cannot be told.
   bool holdsContent(const std::wstring& archive, const std::wstring& plain);
   Judgement judgeTarget(const FileJob& job, const platform::FileStamp& stamp);
@@ -438,6 +439,8 @@ private:
   std::set<std::wstring> unreadable_;        ///< folders that the host was told about in this cycle
   std::map<std::wstring, std::set<std::int64_t>> unreadNames_;  ///< folder → times of archives without a plain name
   int futureTold_ = 0;                                          ///< files whose times lie ahead, in this cycle
+  /// Sources that cannot be settled, and what they and their targets were when they held the same.
+  std::map<std::wstring, std::pair<platform::FileStamp, platform::FileStamp>> held_;
   std::set<std::wstring> busy_;  ///< changed files in use, as the scans of this cycle found them
   struct Retry {
     bool fromInside;
