@@ -61,7 +61,8 @@ fs::path besideName(const fs::path& path) {
     wchar_t digits[9] = {};
     swprintf(digits, 9, L"%08x", static_cast<unsigned>(word));
     const std::wstring mark = std::wstring(L" (replaced ") + digits + L")";
-    const std::size_t dot = std::min(name.rfind(L'.'), name.size());
+    std::size_t dot = std::min(name.find(L'.', 1), name.size());
+    if (name.size() - dot > kLongestEnding) dot = std::min(name.rfind(L'.'), name.size());
     const std::wstring ending = name.substr(std::max<std::size_t>(dot, 1)).substr(0, kLongestEnding);
     const std::wstring stem = name.substr(0, std::min(dot, kLongestName - mark.size() - ending.size()));
     const fs::path beside = path.parent_path() / (stem + mark + ending);
