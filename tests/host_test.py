@@ -720,6 +720,7 @@ class Watch(Base):
         pairs = self.base / "pairs.txt"
         lines = ["# two pairs", ""]
         home = self.base if WINDOWS else "~"
+        at_home = {} if WINDOWS else {"HOME": str(self.base)}
         for name in ("one/docs", "two words/docs"):
             for side in ("in", "out"):
                 (self.base / side / name).mkdir(parents=True)
@@ -733,11 +734,10 @@ class Watch(Base):
             (lines[2] + "\n" + lines[2], USAGE, "two pairs have the same work folder"),
         ):
             pairs.write_text(text)
-            self.assertIn(reason, self.expect(code, "watch", "--pairs", pairs, KELSYNC_KEY=HEX_KEY,
-                                               HOME=str(self.base))[1])
+            self.assertIn(reason, self.expect(code, "watch", "--pairs", pairs, KELSYNC_KEY=HEX_KEY, **at_home)[1])
         pairs.write_text("\n".join(lines))
         self.expect(USAGE, "watch", "--pairs", pairs, "--inside", "in")
-        process = self.watching("--pairs", pairs, HOME=str(self.base))
+        process = self.watching("--pairs", pairs, **at_home)
         for name in ("one/docs", "two words/docs"):
             self.until(process, (self.outside / name / "a.txt.kelta").exists, name)
         (self.outside / "one").rename(self.base / "unmounted")
