@@ -10,6 +10,7 @@
 #include "platform/OpenFolder.h"
 #include "platform/Text.h"
 #include "support/Content.h"
+#include "support/ErrorOf.h"
 #include "support/System.h"
 #include "support/TempFolder.h"
 
@@ -18,17 +19,9 @@ namespace {
 namespace fs = boost::filesystem;
 namespace errc = boost::system::errc;
 using namespace Kelta::platform;
+using Kelta::test::errorOf;
 using Kelta::test::readFile;
 using Kelta::test::TempFolder;
-
-boost::system::error_code errorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const fs::filesystem_error& error) {
-    return error.code();
-  }
-  return {};
-}
 
 /// "name=content" of the files, "name" of all else, in order.
 std::string contentsOf(const OpenFolder& folder) {

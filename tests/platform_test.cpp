@@ -3,7 +3,6 @@
 
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <functional>
 #include <limits>
 #include <string>
 #include <utility>
@@ -16,12 +15,14 @@
 #include "platform/Text.h"
 #include "platform/Utf8.h"
 #include "support/Content.h"
+#include "support/ErrorOf.h"
 #include "support/TempFolder.h"
 
 namespace {
 
 namespace fs = boost::filesystem;
 using namespace Kelta::platform;
+using Kelta::test::errorOf;
 using Kelta::test::readFile;
 using Kelta::test::TempFolder;
 
@@ -31,15 +32,6 @@ std::vector<std::string> namesIn(const fs::path& folder) {
     names.push_back(utf8(entry.path().filename()));
   std::sort(names.begin(), names.end());
   return names;
-}
-
-boost::system::error_code errorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const fs::filesystem_error& error) {
-    return error.code();
-  }
-  return {};
 }
 
 std::u16string utf16(const std::string& text) {

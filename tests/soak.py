@@ -529,7 +529,7 @@ class Soak:
             if "max_user_watches" in (self.base / (device.name + ".log")).read_text():
                 self.fault(device.name, "the system did not tell it of changes: too little was tried")
         self.devices.append(Device(self, "fresh", False))
-        code = self.devices[-1].sync("--key-file", self.base / "one/work/key")[0]
+        code = self.devices[-1].sync("--key-file", self.devices[0].base / "work" / "key")[0]
         if code != 0:
             self.fault("fresh", "sync ended with %d" % code)
 

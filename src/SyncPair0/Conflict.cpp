@@ -13,8 +13,6 @@
 #include "base/Log.h"
 
 namespace Kelta {
-namespace {}  // namespace
-
 void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one) {
   if (so.isFolder) {
     recordBoth(key, true);

@@ -11,8 +11,6 @@
 #include "SyncPair0/RenameJob.h"
 #include "SyncPair0/SyncPair.h"
 #include "SyncPair0/TimeSteps.h"
-#include "archive/Archive.h"
-#include "archive/zip/ArchiveError.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 
@@ -32,13 +30,7 @@ bool SyncPair::hasRecordedContent(const RenameJob& job, const std::wstring& coun
   }
   const std::wstring& archive = job.one.inside ? counterpart : job.ownTo;
   const std::wstring& plain = job.one.inside ? job.ownTo : counterpart;
-  try {
-    return archive::holds(platform::pathOf(archive), platform::pathOf(plain),
-                          [this](std::uint64_t) { interruption_->check(); });
-  } catch (const zip::ArchiveError& error) {
-    PAIR_ERROR("%s", error.what());
-    return false;
-  }
+  return holdsContent(archive, plain);
 }
 
 // The same rename was done on both sides, or was not recorded before the last run ended.

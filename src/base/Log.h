@@ -53,9 +53,9 @@ inline const char* truth(bool value) { return value ? "true" : "false"; }
       ::Kelta::log::write((logger), (level), {__FILE__, __LINE__, (method), (object)}, __VA_ARGS__); \
   } while (false)
 
-#define PAIR_DEBUG(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
-#define PAIR_INFO(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
-#define PAIR_ERROR(...) KELTA_LOG(::Kelta::log::syncPair(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)
+#define PAIR_DEBUG(...) PAIR_DEBUG_OF(__func__, __VA_ARGS__)
+#define PAIR_INFO(...) PAIR_INFO_OF(__func__, __VA_ARGS__)
+#define PAIR_ERROR(...) PAIR_ERROR_OF(__func__, __VA_ARGS__)
 // For the steps of a method that are functions of their own: a line names the method, as whoever reads the log knows
 // it.
 #define PAIR_DEBUG_OF(method, ...) \
@@ -70,6 +70,6 @@ inline const char* truth(bool value) { return value ? "true" : "false"; }
   KELTA_LOG_OF(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, method, this, __VA_ARGS__)
 #define HANDLER_ERROR_OF(method, ...) \
   KELTA_LOG_OF(::Kelta::log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, method, this, __VA_ARGS__)
-#define HANDLER_DEBUG(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::DEBUG_LOG_LEVEL, this, __VA_ARGS__)
-#define HANDLER_INFO(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::INFO_LOG_LEVEL, this, __VA_ARGS__)
-#define HANDLER_ERROR(...) KELTA_LOG(::Kelta::log::copyHandler(), log4cplus::ERROR_LOG_LEVEL, this, __VA_ARGS__)
+#define HANDLER_DEBUG(...) HANDLER_DEBUG_OF(__func__, __VA_ARGS__)
+#define HANDLER_INFO(...) HANDLER_INFO_OF(__func__, __VA_ARGS__)
+#define HANDLER_ERROR(...) HANDLER_ERROR_OF(__func__, __VA_ARGS__)
