@@ -70,6 +70,8 @@ void Engine::setKey(const std::wstring& assetId, const wchar_t* key) {
 
 void Engine::setNames(bool encrypted) { kelsync_set_FNE(handle_, encrypted ? 1 : 0); }
 
+void Engine::setPace(int percent) { kelsync_set_pace(handle_, percent); }
+
 bool Engine::resetNames() {
   const Stop::Command command(handle_);
   return !stopAsked() && kelsync_FNE_reset(handle_) != 0;

@@ -58,6 +58,8 @@ public:
   /// Tries every archive. False when some do not open.
   bool verifyArchives();
   void setNames(bool encrypted);
+  /// How much of the pauses within scans is kept, in percent.
+  void setPace(int percent);
   /// Brings the names of all archives in line; false when some keep theirs.
   bool resetNames();
   /// Between the sides, a full path or a last component; empty when it cannot be told.

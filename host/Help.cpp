@@ -56,6 +56,7 @@ Both folders must exist. The newer version of a file wins, by its last-write tim
   --asset ID       the id that new archives name as their key's (default: main)
   --compress       compress new archives
   --names          encrypt file names on the Outside, from now on; see kelsync help names
+  --pace N         keep N percent of the pauses by which scans spare the disk, 0 to 100 (default: 0)
   -q, --quiet      show only failures and the summary
 
 The key is looked for in --key-file, in the environment variable KELSYNC_KEY, in the file "key" of the
@@ -126,7 +127,8 @@ it was made. On a terminal it shows what it is doing, elsewhere a line for each 
                    the home folder; a line that begins with # is left out
   -q, --quiet      show only what cannot be synchronised
 
-The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync".
+The other options, and how the key is found, are those of "kelsync sync"; see "kelsync help sync". Without --pace the
+full scans that find what the system did not tell keep all their pauses; the first one, and what was told, keep none.
 
 Exit codes: 0 stopped; 1 something failed or another run uses the work folder; 2 usage; 3 a folder of a pair is missing
 at the start; 4 no key or a wrong one.

@@ -26,6 +26,15 @@ PairFolders foldersOf(const Options& options) {
   return PairFolders(inside, options.required(L"--outside"));
 }
 
+int paceOf(const Options& options) {
+  if (!options.has(L"--pace")) return -1;
+  const std::wstring text = options.value(L"--pace");
+  const bool number = text.size() <= 3 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
+  const int percent = number ? std::stoi(text) : 101;
+  if (percent > 100) throw Failure{Exit::usage, L"--pace takes a number from 0 to 100"};
+  return percent;
+}
+
 bool hasEncryptedNames(Engine& engine, const std::wstring& outside) {
   boost::system::error_code error;
   fs::recursive_directory_iterator entry(platform::pathOf(outside), fs::directory_options::skip_permission_denied,
@@ -68,10 +77,12 @@ EngineSettings NamedPair::settings() const {
 std::vector<OptionRule> pairRules() {
   std::vector<OptionRule> rules = rulesWith(kKeyRules);
   for (const wchar_t* const flag : {L"--make-key", L"--names", L"--compress"}) rules.push_back({flag, L"", false});
+  rules.push_back({L"--pace", L"", true});
   return rules;
 }
 
-PairSetup::PairSetup(const Options& options) : options_(checked(options)), pair_(options) {}
+PairSetup::PairSetup(const Options& options)
+    : options_(checked(options)), pair_(options), pace_(paceOf(options)) {}
 
 void PairSetup::prepare() {
   pair_.work.requireNoKeyChange();

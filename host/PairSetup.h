@@ -50,6 +50,8 @@ public:
   const WorkFolder& work() const { return pair_.work; }
   /// Finds the key, asking the user for it if need be, and gets the work folder ready. Throws Failure.
   void prepare();
+  /// What --pace says, or `otherwise`.
+  int pace(int otherwise) const { return pace_ < 0 ? otherwise : pace_; }
   const std::wstring& keySource() const { return key_.source; }
   /// A new engine of the pair with its key, tied to `listener`, that has read its state. `log` takes the log.
   /// Throws Failure (noKey) when the key does not fit.
@@ -60,6 +62,7 @@ private:
 
   Options options_;
   NamedPair pair_;
+  int pace_;  ///< percent; negative: not given
   FoundKey key_;
 };
 

@@ -23,6 +23,7 @@ constexpr std::chrono::seconds kShortestPause{10};
 constexpr std::chrono::seconds kLongestRetryPause{600};
 // A full cycle takes at most a tenth of the time, however large the pair is.
 constexpr int kPauseFactor = 10;
+constexpr int kFullPace = 100;
 // So often a change may end a long full scan; then one is done to the end.
 constexpr int kMostInterruptions = 10;
 constexpr std::chrono::seconds kMissingPause{5};
@@ -111,6 +112,7 @@ PairWatch::Moment PairWatch::nextDue() const {
 
 void PairWatch::needFull() {
   interruptions_ = 0;
+  hurried_ = true;
   fullDue_ = Clock::now();
 }
 
@@ -140,9 +142,11 @@ void PairWatch::beginCycle(State state) {
   engine_->forgetTaken();
 }
 
-// A long scan gives way to a file that the user saves; false when it did.
+// A scan for which nobody waits is slow, and gives way to a file that the user saves; false when it did. One in a hurry
+// finds that file itself.
 bool PairWatch::scan() {
-  setInterruptible(interruptions_ < kMostInterruptions);
+  engine_->setPace(hurried_ ? 0 : setup_.pace(kFullPace));
+  setInterruptible(!hurried_ && interruptions_ < kMostInterruptions);
   engine_->scanInside();
   if (!interrupted()) engine_->scanOutside();
   setInterruptible(false);
@@ -169,6 +173,7 @@ void PairWatch::fullCycle(Changes& changes) {
     fullDue_ = now + pause * interruptions_;
   } else {
     interruptions_ = 0;
+    hurried_ = false;
     fullDue_ =
         now + (carried_ > 0 ? Clock::duration(pause) : std::max<Clock::duration>(pause, kPauseFactor * (now - start)));
   }
@@ -180,6 +185,7 @@ void PairWatch::fullCycle(Changes& changes) {
 void PairWatch::subCycle() {
   beginCycle(State::synchronising);
   const std::set<std::wstring> folders = std::exchange(folders_, {});
+  engine_->setPace(0);
   engine_->subCycle(folders);
   if (carried_ > 0) folders_ = folders;
   endCycle(&folders);

@@ -80,6 +80,7 @@ private:
   std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown
   std::set<std::wstring> told_;                  ///< failures that last, which the user has seen
   std::set<std::wstring> quarantined_;           ///< records, which the user has seen
+  bool hurried_ = true;                          ///< somebody may wait for the next full cycle
   int interruptions_ = 0;                        ///< of full cycles, since the latest whole one
 
   std::mutex interruptMutex_;  ///< guards what follows, which the watcher's threads use

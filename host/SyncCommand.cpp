@@ -43,6 +43,7 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
   const WorkFolder& work = setup.work();
   Report report(setup.folders(), quiet);
   const std::unique_ptr<Engine> engine = setup.engine(report, work.log());
+  engine->setPace(setup.pace(0));
   report.setPlainNames([&](const std::wstring& archive) { return engine->plainName(archive); });
   Exit result = Exit::failed;
   try {

@@ -69,6 +69,7 @@ TEST_F(Api, NullArgumentsAreIgnored) {
   kelsync_set_assetkey(h, nullptr, L"k");
   kelsync_set_assetkey(h, L"id", nullptr);
   kelsync_set_compression_flag(nullptr, 1);
+  kelsync_set_pace(nullptr, 0);
   kelsync_set_FNE(nullptr, 1);
   kelsync_cb_register_keynotfound(nullptr, nullptr);
   kelsync_cb_register_progress(nullptr, nullptr, nullptr);

@@ -280,10 +280,47 @@ TEST_F(Scenario, AFileBecomesAFolderAndTheReverse) {
   put(in(a, "d"), "now a file", 20);
   converge();
   EXPECT_EQ(b.tree(), "d=now a file@20 x/ x/inner=now inside@20");
+  // A device that met the folder beside the file's archive would take them for a clash.
+  put(in(a, "y"), "file", 10);
+  converge();
+  fs::remove(in(a, "y"));
+  put(in(a, "y/in"), "inner", 20);
+  bool both = false;
+  a.pair().setProgress([&](const std::wstring&, const std::wstring&, std::uint64_t, std::uint64_t) {
+    both = both || (fs::exists(a.outside() / "y") && fs::exists(a.archive("y.kelta")));
+  });
+  for (Device* device : {&a, &b}) {  // whoever is told of the new folder first
+    device->pair().subScanForChanges({platform::wideOf((device == &a ? a.inside() : b.outside()) / "y")});
+    device->pair().subResolve();
+  }
+  EXPECT_FALSE(both);
+  converge();
+  EXPECT_EQ(b.tree(), "d=now a file@20 x/ x/inner=now inside@20 y/ y/in=inner@20");
   for (Device* device : {&a, &b}) {
     EXPECT_EQ(device->notifications().find("Could not"), std::string::npos) << device->notifications();
+    EXPECT_EQ(device->notifications().find("Conflict"), std::string::npos) << device->notifications();
     EXPECT_EQ(device->notifications().find(".kelta"), std::string::npos) << device->notifications();
   }
+}
+
+// In a hurry, only what changed a moment ago is given time.
+TEST_F(Scenario, ThePaceSaysWhichPausesAreKept) {
+  const auto milliseconds = [&](int pace, std::int64_t age, int files) {
+    const std::int64_t now = a.clock().nowMicroseconds();
+    const fs::path dir = in(a, std::to_string(now));
+    for (int i = 0; i < files; ++i) put(dir / std::to_string(i), "content", 0);
+    platform::setLastWriteTime(dir, now * 1000 - age * 1000000);
+    a.pair().setPace(pace);
+    a.cycle();
+    return (a.clock().nowMicroseconds() - now) / 1000;
+  };
+  EXPECT_GE(milliseconds(100, 9000, 600), 1500 + 4500 + 2 * 1000);
+  EXPECT_EQ(milliseconds(0, 9000, 600), 0);
+  const std::int64_t half = milliseconds(50, 9000, 10);
+  EXPECT_GE(half, (1500 + 4500) / 2);
+  EXPECT_LT(half, 1500 + 4500);
+  EXPECT_EQ(milliseconds(0, 100, 1), 400);
+  EXPECT_EQ(milliseconds(-7, 600, 1), 0);
 }
 
 // Beyond what the content hash covers.

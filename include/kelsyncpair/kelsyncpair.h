@@ -306,6 +306,14 @@ KELSYNC_API void KELSYNC_CALL kelsync_init_state(kelsync_pair* h);
  */
 KELSYNC_API void KELSYNC_CALL kelsync_sync_cycle(kelsync_pair* h);
 
+/**
+ * How much of the pauses within scans is kept, in percent: 100, the default, keeps them all; 0 leaves out those that
+ * only spare the disk, and waits for a tree to settle only when something in it changed within the last half second.
+ * For a user who waits at a screen. Other values are taken as the nearest of 0 to 100. The pauses between two cycles
+ * (kelsync_default_sleep()) and between two tries of a copy stay. Not to be called while a command is running.
+ */
+KELSYNC_API void KELSYNC_CALL kelsync_set_pace(kelsync_pair* h, int percent);
+
 /** The steps of a cycle one by one; end such a sequence with kelsync_sync_end(). */
 KELSYNC_API void KELSYNC_CALL kelsync_scan_src_changes(kelsync_pair* h);
 KELSYNC_API void KELSYNC_CALL kelsync_scan_dest_changes(kelsync_pair* h);

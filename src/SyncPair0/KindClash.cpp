@@ -33,16 +33,37 @@ bool SyncPair::clashesWithFolder(const std::wstring& key, const SyncObject& so) 
   return isFolderOfPair(joinPath(sourceFolder_, key)) || isFolderOfPair(joinPath(destFolder_, key));
 }
 
-// Whether everything on the way to a place on the Inside is a folder, or will be made one. A file that the other side
-// has deleted is left to its deletion.
+// A file in whose place the source side has a folder now: its deletion goes ahead of what is to lie in the folder, since
+// a device that met both would take them for a clash.
+void SyncPair::carryFormerFile(const Side& from, const Side& to, const std::wstring& key) {
+  const std::wstring inside = joinPath(sourceFolder_, key);
+  const auto known = srcStateList.find(inside);
+  if (known == srcStateList.end() || recordedAsFolder(true, inside, known->second)) return;
+  const auto pending = from.list.find(key);
+  if (pending != from.list.end()) {
+    if (!pending->second.deletion || pending->second.isFolder) return;
+    const SyncObject deletion = pending->second;
+    from.list.erase(pending);
+    return resolveEntry(from, to, key, deletion);
+  }
+  const std::wstring path = pathFor(from, key, false);
+  const auto record = from.state.find(path);
+  const platform::Kind kind = stampUnderName(path).kind;
+  if (record == from.state.end() || (kind != Kind::missing && kind != Kind::folder)) return;
+  resolveEntry(from, to, key, SyncObject{true, recordedTime(record->second), path, std::wstring(), false, {}});
+}
+
+// Whether everything on the way to a place is a folder, or will be made one.
 bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder) {
-  if (!to.inside) return true;
-  std::wstring above = isFolder ? key : parentOf(key);
-  while (!above.empty() && stampUnderName(joinPath(to.root, above)).kind == Kind::missing) above = parentOf(above);
-  if (above.empty() || stampUnderName(joinPath(to.root, above)).kind != Kind::file) return true;
-  const auto pending = from.list.find(above);
-  const bool goes = pending != from.list.end() && pending->second.deletion && !pending->second.isFolder;
-  return !goes && putFileAside(above);
+  std::vector<std::wstring> above;
+  for (std::wstring each = isFolder ? key : parentOf(key); !each.empty(); each = parentOf(each)) above.push_back(each);
+  for (auto each = above.rbegin(); each != above.rend(); ++each) carryFormerFile(from, to, *each);
+  for (const std::wstring& each : above) {
+    const platform::Kind kind = stampUnderName(joinPath(to.root, each)).kind;
+    if (kind == Kind::file && to.inside) return putFileAside(each);
+    if (kind != Kind::missing) break;
+  }
+  return true;
 }
 
 // Several devices may notice the same: they come to one name. Empty: none is free, or fits.

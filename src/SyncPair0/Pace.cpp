@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The order and the pace of a cycle.
+#include <algorithm>
+
 #include "SyncPair0/SyncPair.h"
 #include "base/Log.h"
 
@@ -9,6 +11,9 @@ namespace {
 constexpr int kRunning = 9;
 constexpr int kIdle = 7;
 constexpr std::int64_t kMicroseconds = 1000000;
+constexpr int kFullPace = 100;
+// What was left alone for so long (milliseconds) has settled, for those who are in a hurry.
+constexpr std::int64_t kSettled = 500;
 
 int pauseByAge(std::int64_t seconds) {
   if (seconds > 600) return 50;
@@ -40,6 +45,24 @@ void SyncPair::sleepWithCheck(int interval, long ms) {
     interruption_->check();
     clock_->wait(ms, *interruption_);
   }
+}
+
+void SyncPair::setPace(int percent) { pace_ = std::max(0, std::min(percent, kFullPace)); }
+
+void SyncPair::spareDisk(std::int64_t ms) {
+  ms = ms * pace_ / kFullPace;
+  if (ms > 0) sleepWithCheck(1, static_cast<long>(ms));
+}
+
+// In a hurry only as long as something may still be going on.
+long SyncPair::settlingPause(const SyncList& list, long ms) {
+  const std::int64_t now = clock_->nowMicroseconds() / 1000;
+  std::int64_t pause = std::int64_t(ms) * pace_ / kFullPace;
+  for (const auto& entry : list) {
+    const std::int64_t age = now - entry.second.stamp.nanoseconds / 1000000;
+    if (!entry.second.deletion && age >= 0) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
+  }
+  return static_cast<long>(pause);
 }
 
 void SyncPair::endCycle() {

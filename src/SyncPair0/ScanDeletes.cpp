@@ -89,9 +89,7 @@ void SyncPair::checkRecordsBelow(Walk& walk, const std::wstring& folder) {
   for (auto record = below.first; record != below.second; ++record) {
     interruption_->check();
     ++counter;
-    if (walk.checkInterval > 0 && counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) {
-      sleepWithCheck(1, 1000);
-    }
+    if (walk.checkInterval > 0 && counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) spareDisk(1000);
     PAIR_DEBUG_OF(walk.method, "checking: %s", utf8(record->first).c_str());
     checkRecord(walk, record->first, record->second);
   }

@@ -33,6 +33,7 @@ void SyncPair::settleSrc() {
       pause += std::min(kFolderPause * total, kMaxFolderPause);
       PAIR_DEBUG_OF("scanSrcChanges", "l = %ld", total);
     }
+    pause = settlingPause(srcSyncList, pause);
     PAIR_DEBUG_OF("scanSrcChanges", "rescan sleep for %ld", pause);
     sleepWithCheck(1, pause);
   }
@@ -46,8 +47,9 @@ void SyncPair::settleDest() {
     const ScanResult deletes = scanForDeletes(destFolder_, destStateList, destSyncList, kCheckInterval);
     PAIR_DEBUG_OF("scanDestChanges", "destSyncList.size() = %d", static_cast<int>(destSyncList.size()));
     if (updates.total() + deletes.total() == 0 || pause > kMaxOutsidePause) return;
-    PAIR_DEBUG_OF("scanDestChanges", "scan sleep for %ld", pause);
-    sleepWithCheck(1, pause);
+    const long made = settlingPause(destSyncList, pause);
+    PAIR_DEBUG_OF("scanDestChanges", "scan sleep for %ld", made);
+    sleepWithCheck(1, made);
   }
 }
 

@@ -33,8 +33,8 @@ void SyncPair::pauseWithin(Walk& walk) {
   interruption_->check();
   ++walk.counter;
   if (walk.checkInterval <= 0) return;
-  if (walk.counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) sleepWithCheck(1, 1000);
-  if (walk.counter % kShortPauseInterval == 0) clock_->wait(1, *interruption_);
+  if (walk.counter % static_cast<std::uint64_t>(walk.checkInterval) == 0) spareDisk(1000);
+  if (walk.counter % kShortPauseInterval == 0 && pace_ > 0) clock_->wait(1, *interruption_);
 }
 
 // An archive whose name cannot be read may be a known one: another device has changed the key of the names.

@@ -165,6 +165,11 @@ public:
   void subResolve();
   void endCycle();
   void defaultSleep(int& seconds);
+  /// How much of the pauses within a scan is kept, in percent, 0 to 100. What has changed within the last half second
+  /// is given time to settle all the same.
+  void setPace(int percent);
+  /// A pause of `ms` milliseconds between two looks at the listed folders, which spares the disk.
+  void spareDisk(std::int64_t ms);
   void sleepWithCheck(int interval, long ms);
 
   StateList srcStateList;
@@ -258,6 +263,7 @@ private:
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
+  long settlingPause(const SyncList& list, long ms);
   void settleSrc();
   void settleDest();
   bool listFolder(const char* method, const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
@@ -336,6 +342,7 @@ private:
   // KindClash.cpp
   bool isFolderOfPair(const std::wstring& path);
   bool clashesWithFolder(const std::wstring& key, const SyncObject& so);
+  void carryFormerFile(const Side& from, const Side& to, const std::wstring& key);
   bool clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder);
   std::wstring keyAside(const std::wstring& key, std::int64_t time);
   bool moveArchivesAside(const std::wstring& key, const std::wstring& copy, const Archives& archives);
@@ -467,6 +474,7 @@ private:
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;
+  int pace_ = 100;  ///< percent
   std::int64_t startupTime_ = 0;         ///< microseconds
   std::int64_t lastStateWriteTime_ = 0;  ///< microseconds
 };

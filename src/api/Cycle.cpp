@@ -18,6 +18,10 @@ void kelsync_init_state(kelsync_pair* h) {
   });
 }
 
+void kelsync_set_pace(kelsync_pair* h, int percent) {
+  configure(h, __func__, true, [&](SyncPair& pair, CryptoSyncCopyHandler&) { pair.setPace(percent); });
+}
+
 void kelsync_sync_cycle(kelsync_pair* h) {
   command(h, __func__, [](SyncPair& pair) { pair.syncCycle(); });
 }
@@ -75,7 +79,7 @@ void kelsync_sub_scan_resolve(kelsync_pair* h, kelsync_folder_list* list) {
   const ConsumedList folders(list, true);
   command(h, __func__, [&](SyncPair& pair) {
     pair.subScanForChanges(folders.copy());
-    pair.sleepWithCheck(1, 250);
+    pair.spareDisk(250);
     pair.subScanForChanges(folders.copy());
     pair.subResolve();
   });
