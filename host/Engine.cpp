@@ -79,7 +79,10 @@ bool Engine::resetNames() {
 
 std::wstring Engine::encryptedName(const std::wstring& plain) { return mappedName(handle_, fn_encrypt, plain); }
 
-std::wstring Engine::plainName(const std::wstring& archive) { return mappedName(handle_, fn_decrypt, archive); }
+// A name with a backslash takes no part.
+std::wstring Engine::plainName(const std::wstring& archive) {
+  return archive.find(L'\\') == std::wstring::npos ? mappedName(handle_, fn_decrypt, archive) : std::wstring();
+}
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }
 

@@ -162,6 +162,8 @@ Exit verify(const Arguments& arguments) {
   const bool right = engine.verifyArchives();
   say(L"opened " + counter.text(L"verify") + L", not opened " + counter.text(L"no-key") + L", damaged " +
       counter.text(L"damaged"));
+  if (named.work.keyChangePending())
+    complain(L"a change of key was begun and not finished; run \"kelsync key rotate\" again");
   if (right) return Exit::done;
   if (engine.stopAsked()) return Exit::interrupted;
   return counter.of(L"no-key") > 0 ? Exit::noKey : Exit::failed;

@@ -81,8 +81,7 @@ std::vector<OptionRule> pairRules() {
   return rules;
 }
 
-PairSetup::PairSetup(const Options& options)
-    : options_(checked(options)), pair_(options), pace_(paceOf(options)) {}
+PairSetup::PairSetup(const Options& options) : options_(checked(options)), pair_(options), pace_(paceOf(options)) {}
 
 void PairSetup::prepare() {
   pair_.work.requireNoKeyChange();

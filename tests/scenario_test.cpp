@@ -567,6 +567,21 @@ TEST_F(Scenario, EditsOneSecondApartAreNoTie) {
 INSTANTIATE_TEST_SUITE_P(Table, CoarseTimes,
                          ::testing::Combine(::testing::Bool(), ::testing::Bool(), ::testing::Values(0, 400000000)));
 
+// As editors do that save by writing a draft and renaming it.
+TEST_F(Scenario, ADraftTakesTheFilesPlaceWithinOneSecond) {
+  const std::int64_t second = a.clock().nowSeconds() - kEpoch - 5;
+  put(in(a, "x"), "first", second);
+  a.cycle();
+  put(in(a, "draft"), "other", second);
+  platform::setLastWriteTime(in(a, "draft"), (kEpoch + second) * 1000000000 + 1000);
+  fs::rename(in(a, "draft"), in(a, "x"));
+  a.pair().subScanForChanges({platform::wideOf(a.inside())});
+  a.pair().subResolve();
+  EXPECT_EQ(a.cycle() + b.cycle(), "decrypt:x");
+  EXPECT_EQ(contentOf(in(b, "x")), "other");
+  EXPECT_EQ(a.cycle() + b.cycle(), "");
+}
+
 TEST_F(Scenario, FolderIdentifiersAreKept) {
   fs::create_directories(in(a, "d"));
   a.cycle();

@@ -556,6 +556,7 @@ class Soak:
         if name not in found:
             return "is missing"
         if name not in wanted:
+            name = CONFLICT_NAME.sub("", name)  # what comes back may find a folder in its place
             if any(excused == name or excused.startswith(name + "/") for excused in self.excused):
                 return None
             return "came back" if name in self.removed else "was made by no program"
@@ -585,7 +586,7 @@ class Soak:
                     self.fault("on %s, %s" % (device.name, name), wrong)
         archives = {name for name, value in tree(self.outside).items() if value}
         for name in sorted(archives ^ {name + ".kelta" for name, value in wanted.items() if value}):
-            if name[:-6] not in self.excused:
+            if CONFLICT_NAME.sub("", name[:-6]) not in self.excused:
                 self.fault("on the Outside, " + name, "is too much" if name in archives else "is missing")
 
     def check_trash(self):

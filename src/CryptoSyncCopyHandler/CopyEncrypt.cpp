@@ -60,7 +60,10 @@ bool CryptoSyncCopyHandler::encryptJob(CopyJob& job, const fs::path& src, const 
 bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, const std::wstring& plainTarget) {
   const std::string assetId = assetNow(shared);
   HANDLER_DEBUG_OF("copyEncrypt", "assetid = %s", assetId.c_str());
-  if (assetId.empty()) HANDLER_ERROR_OF("copyEncrypt", "no asset to encrypt %s for", utf8(job.source).c_str());
+  if (assetId.empty()) {
+    HANDLER_ERROR_OF("copyEncrypt", "no asset to encrypt %s for", utf8(job.source).c_str());
+    job.outcome.problem = L"\".sid\" of its folder, or of one above, names no key";
+  }
   if (assetId.empty() || !mayUseShareOf(shared, genericForm(platform::wideOf(job.source)))) return false;
   if (!keyAvailable(assetId)) {
     job.outcome.problem = kNoContentKey;

@@ -27,12 +27,20 @@ void SyncPair::settleTie(const std::wstring& key, const SyncObject& so, const Sy
     const bool newerInside = src.timestamp > dest.timestamp;
     return carryCopy(side(newerInside), side(!newerInside), key, newerInside ? src : dest, newerInside ? &dest : &src);
   }
-  if (found == Comparison::unknown) return tieFailed(src);
+  if (found == Comparison::unknown) return tieFailed(src, dest);
   makeConflictCopy(key, src, dest);
 }
 
 // Both versions are left alone; both are found again by the next scan.
-void SyncPair::tieFailed(const SyncObject& src) {
+void SyncPair::tieFailed(const SyncObject& src, const SyncObject& dest) {
+  for (const SyncObject* each : {&src, &dest}) {
+    const platform::FileStamp now = stampUnderName(each->fullPath);
+    if (isAsScanned(now, *each)) continue;
+    PAIR_INFO_OF("resolveSync", "changed meanwhile, left for the next cycle: %s", utf8(each->fullPath).c_str());
+    if (now.kind != platform::Kind::missing) noteChanging(each->fullPath);
+    copyProblem_.clear();
+    return;
+  }
   PAIR_ERROR_OF("resolveSync", "%s changed on both sides at the same time, both are left alone",
                 utf8(src.fullPath).c_str());
   if (copyProblem_.empty()) copyProblem_ = L"changed on both sides at the same time";
@@ -57,7 +65,7 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   } catch (const std::exception& error) {
     PAIR_ERROR_OF("resolveSync", "conflict copy exception %s", error.what());
   }
-  if (names.size() < 2) return tieFailed(src);
+  if (names.size() < 2) return tieFailed(src, dest);
   recordIfEqual(key);
   recordIfEqual(keyOf(side(true), names[0], false));
   ++successfulEvents_;

@@ -29,6 +29,8 @@ constexpr int kAttempts = 5;
 constexpr int kSecondsBetweenAttempts = 4;
 // A file that a program has open for writing is copied when it was left alone for so long.
 constexpr std::int64_t kRestSeconds = 60;
+// A draft that takes a file's place within the second in which that was saved does so soon, if ever.
+constexpr std::int64_t kRememberedSeconds = 600;
 
 bool isAs(const platform::FileStamp& now, const platform::FileStamp& seen) {
   return now.kind == seen.kind && now.size == seen.size && isTimeOrItsStep(now.nanoseconds, seen.nanoseconds);
@@ -80,7 +82,21 @@ bool SyncPair::recordAs(StateList& list, const std::wstring& path, const platfor
   const bool asSeen = there && trusted && isAs(now, seen);
   if (there && now.kind == platform::Kind::file) record[0] = std::to_wstring(asSeen ? now.seconds() : unseenTime(now));
   list[path] = record;
+  if (&list == &srcStateList && asSeen) saved_[path] = now;
   return asSeen;
+}
+
+// Whether a file of the Inside whose time, in whole seconds, is the recorded one has given way to another version.
+bool SyncPair::isReplacedWithinSecond(const std::wstring& path, const platform::FileStamp& stamp) const {
+  const auto saved = saved_.find(path);
+  if (saved == saved_.end() || saved->second.seconds() != stamp.seconds()) return false;
+  return stamp.size != saved->second.size || !isTimeOrItsStep(stamp.nanoseconds, saved->second.nanoseconds);
+}
+
+void SyncPair::forgetOldSaves() {
+  const std::int64_t now = clock_->nowSeconds();
+  for (auto saved = saved_.begin(); saved != saved_.end();)
+    saved = now - saved->second.seconds() > kRememberedSeconds ? saved_.erase(saved) : std::next(saved);
 }
 
 // By time alone two versions of one second could not be told apart. A time that was rounded since counts where the hash

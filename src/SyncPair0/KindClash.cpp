@@ -33,8 +33,8 @@ bool SyncPair::clashesWithFolder(const std::wstring& key, const SyncObject& so) 
   return isFolderOfPair(joinPath(sourceFolder_, key)) || isFolderOfPair(joinPath(destFolder_, key));
 }
 
-// A file in whose place the source side has a folder now: its deletion goes ahead of what is to lie in the folder, since
-// a device that met both would take them for a clash.
+// A file in whose place the source side has a folder now: its deletion goes ahead of what is to lie in the folder,
+// since a device that met both would take them for a clash.
 void SyncPair::carryFormerFile(const Side& from, const Side& to, const std::wstring& key) {
   const std::wstring inside = joinPath(sourceFolder_, key);
   const auto known = srcStateList.find(inside);

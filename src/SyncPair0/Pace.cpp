@@ -76,6 +76,7 @@ void SyncPair::endCycle() {
   spares_.clear();
   entriesDone_ = 0;
   futureTold_ = 0;
+  forgetOldSaves();
 }
 
 void SyncPair::syncCycle() {

@@ -76,8 +76,12 @@ bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, s
 void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstring& path,
                             const platform::FileStamp& stamp, const StateRecord& record) {
   const std::int64_t now = stamp.seconds();
-  const std::int64_t stored = recordedTime(record);
   const bool isFolder = stamp.kind == platform::Kind::folder;
+  if (!isFolder && walk.side.inside && isReplacedWithinSecond(path, stamp)) {
+    saved_.erase(path);
+    walk.side.state[path][0] = std::to_wstring(unseenTime(stamp));
+  }
+  const std::int64_t stored = recordedTime(record);
   if (!isFolder && examineRounded(walk, key, path, stamp, record)) return;
   if (isFolder || now <= stored) {
     PAIR_DEBUG_OF(walk.method, "%sSAME: %s %lld vs. %lld", walk.label, utf8(path).c_str(), static_cast<long long>(now),

@@ -360,7 +360,7 @@ private:
     changed,     ///< it is not what was judged
   };
   void settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one);
-  void tieFailed(const SyncObject& src);
+  void tieFailed(const SyncObject& src, const SyncObject& dest);
   void makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
   void recordIfEqual(const std::wstring& key);
   enum class Opened {
@@ -405,6 +405,8 @@ private:
   /// Records an entry as `seen`, unless it is something else by now or is not to be trusted: then as unseen. Whether it
   /// was recorded as seen.
   bool recordAs(StateList& list, const std::wstring& path, const platform::FileStamp& seen, bool trusted = true);
+  bool isReplacedWithinSecond(const std::wstring& path, const platform::FileStamp& stamp) const;
+  void forgetOldSaves();
   /// Whether a file is what was last in sync. One that cannot be read tells nothing: it is neither changed nor known.
   enum class Known { yes, no, unclear };
   Known isAsRecorded(const Side& side, const std::wstring& path, const platform::FileStamp& stamp);
@@ -448,7 +450,8 @@ private:
   int futureTold_ = 0;                                          ///< files whose times lie ahead, in this cycle
   /// Sources that cannot be settled, and what they and their targets were when they held the same.
   std::map<std::wstring, std::pair<platform::FileStamp, platform::FileStamp>> held_;
-  std::set<std::wstring> busy_;  ///< changed files in use, as the scans of this cycle found them
+  std::map<std::wstring, platform::FileStamp> saved_;  ///< files of the Inside as recorded within the last minutes
+  std::set<std::wstring> busy_;                        ///< changed files in use, as the scans of this cycle found them
   struct Retry {
     bool fromInside;
     std::wstring key;
@@ -474,7 +477,7 @@ private:
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;
-  int pace_ = 100;  ///< percent
+  int pace_ = 100;                       ///< percent
   std::int64_t startupTime_ = 0;         ///< microseconds
   std::int64_t lastStateWriteTime_ = 0;  ///< microseconds
 };
