@@ -27,6 +27,7 @@ NOTHING = "encrypted 0, decrypted 0, folders 0, deleted 0, failed 0, quarantined
 CONFLICT_NAME = re.compile(r"\.\d{8}-\d{6}-[0-9a-f]{4}\.kelta_conflict$")
 QUIET_SECONDS = 12  # longer than the pause between two whole scans after one that found something
 OLD = 1_300_000_000  # the time of what is downloaded and copied
+GIVEN_ON_LATER = 6  # seconds; a step of two for each time that happens
 STUCK_SECONDS = 100  # longer than any pause before a copy is tried again
 
 
@@ -42,6 +43,11 @@ def tree(folder):
             is_folder = path.name in folders
             found[str(path.relative_to(folder))] = None if is_folder else (status.st_size, int(status.st_mtime))
     return found
+
+
+def differ(one, other):
+    """What is given on as newer without being so gets a later time on the way."""
+    return one != other and (not one or not other or one[0] != other[0] or abs(one[1] - other[1]) > GIVEN_ON_LATER)
 
 
 class Device:
@@ -505,10 +511,11 @@ class Soak:
     def settle(self):
         """Waits until nothing happens any more. The bound is what the devices still do, not the time it takes."""
         bound = 1000 + sum(device.lines for device in self.devices) + 20 * len(tree(self.base / "expected"))
-        former, since, quiet = None, 0, 0
-        while not former or quiet < (QUIET_SECONDS if former[0] == former[1] else STUCK_SECONDS):
+        former, since, quiet, same = None, 0, 0, False
+        while not former or quiet < (QUIET_SECONDS if same else STUCK_SECONDS):
             time.sleep(0.5)
             now = [tree(device.inside) for device in self.devices] + [device.lines for device in self.devices]
+            same = now[0].keys() == now[1].keys() and not any(differ(now[0][name], now[1][name]) for name in now[0])
             if now != former:
                 former, since = now, time.monotonic()
             quiet = time.monotonic() - since
@@ -573,7 +580,7 @@ class Soak:
                 return "is %s of what it was (%d bytes of %d)" % (kind, len(content), len(whole))
             if self.times[name] not in (None, found[name][1]):
                 return "has lost its time"
-        return first.get(name) != found[name] and "differs in size or time from the first device's"
+        return differ(first.get(name), found[name]) and "differs in size or time from the first device's"
 
     def check_trees(self):
         wanted, first = tree(self.base / "expected"), tree(self.devices[0].inside)

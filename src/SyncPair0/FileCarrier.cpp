@@ -86,10 +86,13 @@ bool SyncPair::recordAs(StateList& list, const std::wstring& path, const platfor
   return asSeen;
 }
 
-// Whether a file of the Inside whose time, in whole seconds, is the recorded one has given way to another version.
-bool SyncPair::isReplacedWithinSecond(const std::wstring& path, const platform::FileStamp& stamp) const {
+// Whether a file of the Inside has given way to another version that is no newer by the clock: one of the same second,
+// or of the seconds by which its time was put off (laterTime).
+bool SyncPair::isReplacedUnseen(const std::wstring& path, const platform::FileStamp& stamp) const {
   const auto saved = saved_.find(path);
-  if (saved == saved_.end() || saved->second.seconds() != stamp.seconds()) return false;
+  if (saved == saved_.end()) return false;
+  const std::int64_t older = saved->second.nanoseconds - stamp.nanoseconds;
+  if (saved->second.seconds() < stamp.seconds() || older > kTimeStep) return false;
   return stamp.size != saved->second.size || !isTimeOrItsStep(stamp.nanoseconds, saved->second.nanoseconds);
 }
 
@@ -297,12 +300,11 @@ bool SyncPair::prepareTarget(FileJob& job) {
 }
 
 // Devices that have the recorded archive take nothing for newer that is not: a source that got an older time since, as
-// unpacked and downloaded files do, is given on with a later one. 0: its own will do.
+// unpacked and downloaded files do, is given on with a later one, and so is what was saved right after that. 0: its own
+// will do.
 std::int64_t SyncPair::laterTime(const FileJob& job) {
-  const auto own = job.from.state.find(job.source);
   const auto record = job.to.state.find(job.target);
-  if (job.to.inside || own == job.from.state.end() || record == job.to.state.end()) return 0;
-  if (!isUnseen(own->second, job.guard.source)) return 0;
+  if (job.to.inside || job.from.state.count(job.source) == 0 || record == job.to.state.end()) return 0;
   const std::int64_t recorded = recordedTime(record->second);
   return job.guard.source.seconds() > recorded ? 0 : recorded * 1000000000 + kTimeStep;
 }

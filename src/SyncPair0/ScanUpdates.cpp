@@ -77,7 +77,7 @@ void SyncPair::examineKnown(Walk& walk, const std::wstring& key, const std::wstr
                             const platform::FileStamp& stamp, const StateRecord& record) {
   const std::int64_t now = stamp.seconds();
   const bool isFolder = stamp.kind == platform::Kind::folder;
-  if (!isFolder && walk.side.inside && isReplacedWithinSecond(path, stamp)) {
+  if (!isFolder && walk.side.inside && isReplacedUnseen(path, stamp)) {
     saved_.erase(path);
     walk.side.state[path][0] = std::to_wstring(unseenTime(stamp));
   }

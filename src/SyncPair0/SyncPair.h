@@ -405,7 +405,7 @@ private:
   /// Records an entry as `seen`, unless it is something else by now or is not to be trusted: then as unseen. Whether it
   /// was recorded as seen.
   bool recordAs(StateList& list, const std::wstring& path, const platform::FileStamp& seen, bool trusted = true);
-  bool isReplacedWithinSecond(const std::wstring& path, const platform::FileStamp& stamp) const;
+  bool isReplacedUnseen(const std::wstring& path, const platform::FileStamp& stamp) const;
   void forgetOldSaves();
   /// Whether a file is what was last in sync. One that cannot be read tells nothing: it is neither changed nor known.
   enum class Known { yes, no, unclear };
