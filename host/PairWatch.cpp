@@ -142,11 +142,12 @@ void PairWatch::beginCycle(State state) {
   engine_->forgetTaken();
 }
 
-// A scan for which nobody waits is slow, and gives way to a file that the user saves; false when it did. One in a hurry
-// finds that file itself.
+// A scan for which nobody waits is slow, and gives way to a file that the user saves; false when it did. One that does
+// not give way does not dawdle either.
 bool PairWatch::scan() {
-  engine_->setPace(hurried_ ? 0 : setup_.pace(kFullPace));
-  setInterruptible(!hurried_ && interruptions_ < kMostInterruptions);
+  const bool yields = !hurried_ && interruptions_ < kMostInterruptions;
+  engine_->setPace(yields ? setup_.pace(kFullPace) : 0);
+  setInterruptible(yields);
   engine_->scanInside();
   if (!interrupted()) engine_->scanOutside();
   setInterruptible(false);

@@ -321,6 +321,22 @@ TEST_F(Scenario, ThePaceSaysWhichPausesAreKept) {
   EXPECT_LT(half, 1500 + 4500);
   EXPECT_EQ(milliseconds(0, 100, 1), 400);
   EXPECT_EQ(milliseconds(-7, 600, 1), 0);
+  // What was deleted a moment ago may be about to come back.
+  for (const char* const name : {"x", "y"}) put(in(a, name), "content", 0);
+  a.cycle();
+  for (const char* const name : {"x", "y"}) {
+    const std::int64_t now = a.clock().nowMicroseconds();
+    fs::remove(in(a, name));
+    platform::setLastWriteTime(a.inside(), now * 1000 - 300 * 1000000);
+    const std::vector<std::wstring> folders{platform::wideOf(a.inside())};
+    if (*name == 'x') {
+      a.cycle();
+    } else {
+      a.pair().subScanForChanges(folders);
+      a.pair().subScanAgain(folders);
+    }
+    EXPECT_EQ((a.clock().nowMicroseconds() - now) / 1000, 200);
+  }
 }
 
 // Beyond what the content hash covers.

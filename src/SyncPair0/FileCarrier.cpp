@@ -279,7 +279,10 @@ bool SyncPair::prepareTarget(FileJob& job) {
     return false;
   }
   if (judgement == Judgement::unclear) {
-    copyProblem_ = L"what it would replace cannot be read";
+    copyProblem_ = job.to.inside
+                       ? L"the file that it would replace cannot be read"
+                       : L"its archive cannot be opened (damaged, or under another key); where that was moved "
+                         L"away, another one is written";
     copyFailed(job.from, job.key, job.so);
     return false;
   }

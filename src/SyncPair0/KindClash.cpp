@@ -33,31 +33,32 @@ bool SyncPair::clashesWithFolder(const std::wstring& key, const SyncObject& so) 
   return isFolderOfPair(joinPath(sourceFolder_, key)) || isFolderOfPair(joinPath(destFolder_, key));
 }
 
+bool SyncPair::wasFile(const std::wstring& key) const {
+  const std::wstring path = joinPath(sourceFolder_, key);
+  const auto known = srcStateList.find(path);
+  return known != srcStateList.end() && !recordedAsFolder(true, path, known->second);
+}
+
 // A file in whose place the source side has a folder now: its deletion goes ahead of what is to lie in the folder,
-// since a device that met both would take them for a clash.
-void SyncPair::carryFormerFile(const Side& from, const Side& to, const std::wstring& key) {
-  const std::wstring inside = joinPath(sourceFolder_, key);
-  const auto known = srcStateList.find(inside);
-  if (known == srcStateList.end() || recordedAsFolder(true, inside, known->second)) return;
+// since a device that met both would take them for a clash. False while it is still to be found, or did not succeed.
+bool SyncPair::carryFormerFile(const Side& from, const Side& to, const std::wstring& key) {
+  if (!wasFile(key)) return true;
   const auto pending = from.list.find(key);
-  if (pending != from.list.end()) {
-    if (!pending->second.deletion || pending->second.isFolder) return;
+  if (pending != from.list.end() && pending->second.deletion && !pending->second.isFolder) {
     const SyncObject deletion = pending->second;
     from.list.erase(pending);
-    return resolveEntry(from, to, key, deletion);
+    resolveEntry(from, to, key, deletion);
   }
-  const std::wstring path = pathFor(from, key, false);
-  const auto record = from.state.find(path);
-  const platform::Kind kind = stampUnderName(path).kind;
-  if (record == from.state.end() || (kind != Kind::missing && kind != Kind::folder)) return;
-  resolveEntry(from, to, key, SyncObject{true, recordedTime(record->second), path, std::wstring(), false, {}});
+  return !wasFile(key) || stampUnderName(pathFor(from, key, false)).kind == Kind::file;
 }
 
 // Whether everything on the way to a place is a folder, or will be made one.
 bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder) {
   std::vector<std::wstring> above;
   for (std::wstring each = isFolder ? key : parentOf(key); !each.empty(); each = parentOf(each)) above.push_back(each);
-  for (auto each = above.rbegin(); each != above.rend(); ++each) carryFormerFile(from, to, *each);
+  for (auto each = above.rbegin(); each != above.rend(); ++each) {
+    if (!carryFormerFile(from, to, *each)) return false;
+  }
   for (const std::wstring& each : above) {
     const platform::Kind kind = stampUnderName(joinPath(to.root, each)).kind;
     if (kind == Kind::file && to.inside) return putFileAside(each);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The order and the pace of a cycle.
 #include <algorithm>
+#include <set>
 
 #include "SyncPair0/SyncPair.h"
+#include "base/GenericPath.h"
 #include "base/Log.h"
 
 namespace Kelta {
@@ -14,6 +16,7 @@ constexpr std::int64_t kMicroseconds = 1000000;
 constexpr int kFullPace = 100;
 // What was left alone for so long (milliseconds) has settled, for those who are in a hurry.
 constexpr std::int64_t kSettled = 500;
+constexpr long kSubScanPause = 250;
 
 int pauseByAge(std::int64_t seconds) {
   if (seconds > 600) return 50;
@@ -54,15 +57,25 @@ void SyncPair::spareDisk(std::int64_t ms) {
   if (ms > 0) sleepWithCheck(1, static_cast<long>(ms));
 }
 
-// In a hurry only as long as something may still be going on.
+// In a hurry only as long as something may still be going on. When an entry went, its folder tells.
 long SyncPair::settlingPause(const SyncList& list, long ms) {
   const std::int64_t now = clock_->nowMicroseconds() / 1000;
   std::int64_t pause = std::int64_t(ms) * pace_ / kFullPace;
+  std::set<std::wstring> looked;
   for (const auto& entry : list) {
-    const std::int64_t age = now - entry.second.stamp.nanoseconds / 1000000;
-    if (!entry.second.deletion && age >= 0) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
+    const SyncObject& so = entry.second;
+    const std::wstring folder = so.deletion ? parentOf(so.fullPath) : std::wstring();
+    if (so.deletion && !looked.insert(folder).second) continue;
+    const platform::FileStamp stamp = so.deletion ? platform::stampOf(platform::pathOf(folder)) : so.stamp;
+    const std::int64_t age = now - stamp.nanoseconds / 1000000;
+    if (age >= 0) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
   }
   return static_cast<long>(pause);
+}
+
+void SyncPair::subScanAgain(const std::vector<std::wstring>& folderList) {
+  sleepWithCheck(1, std::max(settlingPause(srcSyncList, kSubScanPause), settlingPause(destSyncList, kSubScanPause)));
+  subScanForChanges(folderList);
 }
 
 void SyncPair::endCycle() {

@@ -41,7 +41,8 @@ bool SyncPair::isScanned(const Side& side, const std::wstring& folder) {
   return true;
 }
 
-// The listed folders as this pair spells them, each once. What lies in neither side is left out.
+// The listed folders as this pair spells them, each once. What lies in neither side is left out. With a folder in whose
+// place a file was goes the one that they are in: there the file shows as deleted, or renamed.
 std::vector<std::wstring> SyncPair::ownFolders(const std::vector<std::wstring>& folderList) {
   std::vector<std::wstring> folders;
   std::set<std::wstring> seen;
@@ -49,7 +50,13 @@ std::vector<std::wstring> SyncPair::ownFolders(const std::vector<std::wstring>& 
     std::wstring folder;
     const bool own = ownSpelling(listed, folder) && platform::liesBelow(folder, sideOf(folder).root);
     if (!own) PAIR_ERROR("%s lies in neither folder of the pair", utf8(listed).c_str());
-    if (own && seen.insert(folder).second) folders.push_back(folder);
+    if (!own) continue;
+    if (seen.insert(folder).second) folders.push_back(folder);
+    const std::wstring& root = sideOf(folder).root;
+    for (; folder.size() > root.size(); folder = parentOf(folder)) {
+      const std::wstring parent = parentOf(folder);
+      if (wasFile(folder.substr(root.size() + 1)) && seen.insert(parent).second) folders.push_back(parent);
+    }
   }
   return folders;
 }

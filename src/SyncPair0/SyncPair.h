@@ -100,6 +100,8 @@ public:
                                    int checkInterval);
   ScanResult scanForDeletes(std::wstring syncFolder, StateList& stateList, SyncList& syncList, int checkInterval);
   void subScanForChanges(std::vector<std::wstring> folderList);
+  /// The same a moment later, so that what is under way shows as what it is.
+  void subScanAgain(const std::vector<std::wstring>& folderList);
   void subScanForUpdates(std::vector<std::wstring> folderList);
   void subScanForDeletes(std::vector<std::wstring> folderList);
   ScanResult scanForUpdates(std::vector<std::wstring> folderList);
@@ -269,6 +271,7 @@ private:
   bool listFolder(const char* method, const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
   void logIgnored(const Walk& walk, const boost::filesystem::path& entry);
   void pauseWithin(Walk& walk);
+  bool wasFile(const std::wstring& key) const;
   std::vector<std::wstring> ownFolders(const std::vector<std::wstring>& folderList);
   bool isScanned(const Side& side, const std::wstring& folder);
   bool leftOut(const Walk& walk, const boost::filesystem::path& entry, std::wstring& path, platform::FileStamp& stamp);
@@ -342,7 +345,7 @@ private:
   // KindClash.cpp
   bool isFolderOfPair(const std::wstring& path);
   bool clashesWithFolder(const std::wstring& key, const SyncObject& so);
-  void carryFormerFile(const Side& from, const Side& to, const std::wstring& key);
+  bool carryFormerFile(const Side& from, const Side& to, const std::wstring& key);
   bool clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder);
   std::wstring keyAside(const std::wstring& key, std::int64_t time);
   bool moveArchivesAside(const std::wstring& key, const std::wstring& copy, const Archives& archives);

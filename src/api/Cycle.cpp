@@ -79,8 +79,7 @@ void kelsync_sub_scan_resolve(kelsync_pair* h, kelsync_folder_list* list) {
   const ConsumedList folders(list, true);
   command(h, __func__, [&](SyncPair& pair) {
     pair.subScanForChanges(folders.copy());
-    pair.spareDisk(250);
-    pair.subScanForChanges(folders.copy());
+    pair.subScanAgain(folders.copy());
     pair.subResolve();
   });
 }
