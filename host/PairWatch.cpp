@@ -262,7 +262,7 @@ void PairWatch::planRetry() {
   }
   for (const auto& failure : failed_) retried_.insert(parentOf(failure.first));
   retryPause_ = std::min(std::max(retryPause_ * 2, kShortestPause), kLongestRetryPause);
-  retryDue_ = Clock::now() + retryPause_;
+  retryDue_ = std::min(retryDue_, Clock::now() + retryPause_);
 }
 
 void PairWatch::planWaits(const std::wstring& waiting) {

@@ -294,8 +294,17 @@ TEST_F(Scenario, AFileBecomesAFolderAndTheReverse) {
     device->pair().subResolve();
   }
   EXPECT_FALSE(both);
+  a.start();
   converge();
   EXPECT_EQ(b.tree(), "d=now a file@20 x/ x/inner=now inside@20 y/ y/in=inner@20");
+  // Nor is a file gone that has another name now.
+  put(in(a, "z"), "kept", 10);
+  converge();
+  fs::rename(in(a, "z"), in(a, "z2"));
+  put(in(a, "z/in"), "inner", 20);
+  converge();
+  EXPECT_EQ(b.tree(), "d=now a file@20 x/ x/inner=now inside@20 y/ y/in=inner@20 z/ z/in=inner@20 z2=kept@10");
+  EXPECT_FALSE(b.bin().holds("kept"));
   for (Device* device : {&a, &b}) {
     EXPECT_EQ(device->notifications().find("Could not"), std::string::npos) << device->notifications();
     EXPECT_EQ(device->notifications().find("Conflict"), std::string::npos) << device->notifications();

@@ -138,6 +138,12 @@ bool SyncPair::makeParents(const RenameJob& job) {
   return true;
 }
 
+// A folder may have taken a file's name by now; an archive's is another one.
+bool SyncPair::hasLeft(const RenameJob& job) {
+  const bool folderCame = !job.match.isFolder && stampUnderName(job.ownFrom).kind == platform::Kind::folder;
+  return folderCame || isFree(job.ownFrom, job.ownTo);
+}
+
 // The last look: both roots, the way to both places, the renamed entry itself.
 bool SyncPair::isReady(const RenameJob& job) {
   requireIntactRoot(job.one);
@@ -145,8 +151,7 @@ bool SyncPair::isReady(const RenameJob& job) {
   const platform::FileStamp own = stampUnderName(job.ownTo);
   const bool asScanned = job.match.isFolder ? own.kind == platform::Kind::folder
                                             : own.kind == platform::Kind::file && own.seconds() == job.time;
-  return asScanned && isFree(job.ownFrom, job.ownTo) &&
-         reachFolder(job.two.root, parentOf(job.from)).reach == Reach::there &&
+  return asScanned && hasLeft(job) && reachFolder(job.two.root, parentOf(job.from)).reach == Reach::there &&
          reachFolder(job.two.root, parentOf(job.to)).reach == Reach::there;
 }
 

@@ -316,6 +316,7 @@ private:
   bool carryRename(const Side& one, const RenameMatch& match);
   bool mayCarryRename(const RenameJob& job);
   bool makeParents(const RenameJob& job);
+  bool hasLeft(const RenameJob& job);
   bool isReady(const RenameJob& job);
   void finishRename(const RenameJob& job);
   bool renameFolder(const RenameJob& job);
