@@ -22,7 +22,8 @@ public:
   void entry(const std::wstring& operation, const std::wstring& path, std::uint64_t, std::uint64_t) override {
     ++counts_[operation];
     if (operation == L"failed") complain(L"not brought under the new key: " + nameOf(path));
-    if (operation == L"no-key") complain(L"the key does not open it: " + nameOf(path));
+    if (operation == L"no-key")
+      complain(L"the key does not open it: " + nameOf(path) + L" (another key's, or damaged)");
     if (operation == L"damaged") complain(L"damaged, or no archive of a pair: " + nameOf(path));
   }
   std::uint64_t of(const wchar_t* operation) const {
