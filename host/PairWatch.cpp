@@ -62,7 +62,7 @@ void PairWatch::runUntilMissing() {
   folders_.clear();
   retried_.clear();
   waits_.clear();
-  needFull();
+  needFull(true);
   Changes changes(setup_.folders(), [this](const std::wstring& path) { noticed(path); });
   while (!Stop::asked() && engine->ok()) {
     tellIncomplete(changes);
@@ -110,9 +110,10 @@ PairWatch::Moment PairWatch::nextDue() const {
   return next;
 }
 
-void PairWatch::needFull() {
+// What the system does not tell for want of watches is looked for all the time, which is no reason to hurry.
+void PairWatch::needFull(bool hurried) {
   interruptions_ = 0;
-  hurried_ = true;
+  hurried_ = hurried_ || hurried;
   fullDue_ = Clock::now();
 }
 
@@ -123,7 +124,7 @@ void PairWatch::takeChanges(Changes& changes) {
     if (!own_.isAsLeft(path) && !waitsStill(path)) folders_.insert(parentOf(path));
   }
   if (folders_.size() != former) retryPause_ = std::chrono::seconds(0);
-  if (anything) needFull();
+  if (anything) needFull(!changes.incomplete());
   board_.setPending(number_, folders_.size());
 }
 
@@ -260,7 +261,10 @@ void PairWatch::planRetry() {
     if (retryDue_ == Moment::max()) retried_.clear();
     return;
   }
-  for (const auto& failure : failed_) retried_.insert(parentOf(failure.first));
+  for (const auto& failure : failed_) {
+    retried_.insert(parentOf(failure.first));
+    retried_.insert(parentOf(setup_.folders().counterpart(failure.first)));
+  }
   retryPause_ = std::min(std::max(retryPause_ * 2, kShortestPause), kLongestRetryPause);
   retryDue_ = std::min(retryDue_, Clock::now() + retryPause_);
 }

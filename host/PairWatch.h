@@ -41,7 +41,7 @@ private:
   Moment nextDue() const;
   void takeChanges(Changes& changes);
   bool waitsStill(const std::wstring& path) const;
-  void needFull();
+  void needFull(bool hurried);
   bool scan();
   void fullCycle(Changes& changes);
   void subCycle();

@@ -344,7 +344,7 @@ TEST_F(Scenario, ThePaceSaysWhichPausesAreKept) {
       a.pair().subScanForChanges(folders);
       a.pair().subScanAgain(folders);
     }
-    EXPECT_EQ((a.clock().nowMicroseconds() - now) / 1000, 200);
+    EXPECT_EQ((a.clock().nowMicroseconds() - now) / 1000, *name == 'x' ? 200 : 250);
   }
 }
 
@@ -594,21 +594,33 @@ INSTANTIATE_TEST_SUITE_P(Table, CoarseTimes,
 
 // As editors do that save by writing a draft and renaming it.
 TEST_F(Scenario, ADraftTakesTheFilesPlaceWithinOneSecond) {
-  const std::int64_t second = a.clock().nowSeconds() - kEpoch - 5;
-  put(in(a, "x"), "first", second);
+  const std::int64_t second = a.clock().nowSeconds() - kEpoch - 2;
+  const auto save = [&](const char* name, const char* content, std::int64_t milliseconds) {
+    put(in(a, name), content, second);
+    platform::setLastWriteTime(in(a, name), (kEpoch + second) * 1000000000 + milliseconds * 1000000);
+  };
+  a.pair().setPace(0);
+  save("x", "first", 200);
   a.cycle();
-  put(in(a, "draft"), "other", second);
-  platform::setLastWriteTime(in(a, "draft"), (kEpoch + second) * 1000000000 + 1000);
+  save("draft", "other", 300);
   fs::rename(in(a, "draft"), in(a, "x"));
   a.pair().subScanForChanges({platform::wideOf(a.inside())});
   a.pair().subResolve();
-  EXPECT_EQ(b.cycle(), "decrypt:x");
+  b.cycle();
   EXPECT_EQ(contentOf(in(b, "x")), "other");
-  put(in(a, "x"), "third", second + 1);  // not newer than the time under which the draft was given on
+  for (Device* device : {&a, &b}) device->clock().advance(100);
+  save("x", "third", 1300);  // not newer than the time under which the draft was given on
   EXPECT_EQ(a.cycle(), "encrypt:x.kelta");
+  EXPECT_LE(platform::stampOf(out("x.kelta")).nanoseconds, a.clock().nowMicroseconds() * 1000);
+  b.clock().advance(9000);
   EXPECT_EQ(b.cycle(), "decrypt:x");
   EXPECT_EQ(contentOf(in(b, "x")), "third");
   EXPECT_EQ(a.cycle(), "");
+  // Its times differ, and then its archive's hash does.
+  EXPECT_TRUE(b.changeKey(L"another key"));
+  a.handler().setAssetKey(L"main", L"another key");
+  fs::remove(in(a, "x"));
+  EXPECT_EQ(a.cycle(), "delete:x.kelta");
 }
 
 TEST_F(Scenario, FolderIdentifiersAreKept) {

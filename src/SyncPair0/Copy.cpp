@@ -143,6 +143,8 @@ SyncPair::Comparison SyncPair::isFileConflictCopy(const std::wstring& key, const
   recordAs(srcStateList, src.fullPath, before);
   recordAs(destStateList, dest.fullPath, archive);
   handler_->foundInSync(src.fullPath);
+  waiting_.forget(src.fullPath);
+  waiting_.forget(dest.fullPath);
   refreshParent(key);
   ++successfulEvents_;
   return Comparison::same;

@@ -31,6 +31,9 @@ constexpr int kSecondsBetweenAttempts = 4;
 constexpr std::int64_t kRestSeconds = 60;
 // A draft that takes a file's place within the second in which that was saved does so soon, if ever.
 constexpr std::int64_t kRememberedSeconds = 600;
+// Milliseconds by which a time lies ahead of the clock.
+constexpr std::int64_t kMomentAhead = 4000;
+constexpr std::int64_t kFarAhead = 60000;
 
 bool isAs(const platform::FileStamp& now, const platform::FileStamp& seen) {
   return now.kind == seen.kind && now.size == seen.size && isTimeOrItsStep(now.nanoseconds, seen.nanoseconds);
@@ -82,7 +85,8 @@ bool SyncPair::recordAs(StateList& list, const std::wstring& path, const platfor
   const bool asSeen = there && trusted && isAs(now, seen);
   if (there && now.kind == platform::Kind::file) record[0] = std::to_wstring(asSeen ? now.seconds() : unseenTime(now));
   list[path] = record;
-  if (&list == &srcStateList && asSeen) saved_[path] = now;
+  const bool recent = clock_->nowSeconds() - now.seconds() <= kRememberedSeconds;
+  if (&list == &srcStateList && asSeen && recent) saved_[path] = now;
   return asSeen;
 }
 
@@ -128,9 +132,9 @@ SyncPair::Known SyncPair::holdsRecorded(const std::wstring& key, const std::wstr
   const auto record = destStateList.find(archive);
   const platform::FileStamp stamp = stampUnderName(archive);
   if (plain == srcStateList.end() || record == destStateList.end()) return Known::no;
-  const std::int64_t times[] = {recordedTime(plain->second), recordedTime(record->second)};
-  const bool exact = stamp.seconds() == times[0] && stamp.seconds() == times[1];
-  if (!exact && !(mayBeTimeOf(stamp, times[0]) && mayBeTimeOf(stamp, times[1]))) return Known::no;
+  const std::int64_t time = recordedTime(record->second);
+  const bool exact = stamp.seconds() == time;
+  if (!exact && !mayBeTimeOf(stamp, time)) return Known::no;
   std::unique_ptr<TempArea> area;
   std::wstring content;
   const Opened opened = openArchive(archive, area, content);
@@ -299,6 +303,20 @@ bool SyncPair::prepareTarget(FileJob& job) {
   if (stampUnderName(job.target).kind != platform::Kind::missing) job.archives[job.target] = stamp;
   job.guard.targets = job.archives;
   job.guard.time = laterTime(job);
+  return isTimeToCome(job);
+}
+
+// No archive gets a time that lies ahead of the clock: what is saved until then, here or elsewhere, would not count as
+// newer. A moment is waited for; where another device's clock runs ahead the file is left for later. Times that lie far
+// ahead stay what they are.
+bool SyncPair::isTimeToCome(const FileJob& job) {
+  const std::int64_t ahead = (job.guard.time - clock_->nowMicroseconds() * 1000) / 1000000;
+  if (job.guard.time == 0 || ahead <= 0 || ahead > kFarAhead) return true;
+  if (ahead > kMomentAhead) {
+    noteChanging(job.source);
+    return false;
+  }
+  clock_->wait(ahead + 1, *interruption_);
   return true;
 }
 
@@ -396,7 +414,10 @@ void SyncPair::tellBusy() {
            L"\"in use by another program\"");
     report(L"failed", path);
   }
-  const auto isGone = [](const std::wstring& path) { return stampUnderName(path).kind == platform::Kind::missing; };
+  const auto isGone = [](const std::wstring& path) {
+    const platform::Kind kind = stampUnderName(path).kind;
+    return kind == platform::Kind::missing || kind == platform::Kind::folder;
+  };
   waiting_.forgetIf(isGone);
   for (auto held = held_.begin(); held != held_.end();)
     held = isGone(held->first) ? held_.erase(held) : std::next(held);

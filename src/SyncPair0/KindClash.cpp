@@ -48,8 +48,9 @@ bool SyncPair::carryFormerFile(const Side& from, const Side& to, const std::wstr
     const SyncObject deletion = pending->second;
     from.list.erase(pending);
     resolveEntry(from, to, key, deletion);
+    return !wasFile(key);
   }
-  return !wasFile(key) || stampUnderName(pathFor(from, key, false)).kind == Kind::file;
+  return !from.inside || stampUnderName(joinPath(from.root, key)).kind == Kind::file;
 }
 
 // Whether everything on the way to a place is a folder, or will be made one.
@@ -59,9 +60,10 @@ bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& ke
   for (auto each = above.rbegin(); each != above.rend(); ++each) {
     if (!carryFormerFile(from, to, *each)) return false;
   }
+  if (!to.inside) return true;
   for (const std::wstring& each : above) {
     const platform::Kind kind = stampUnderName(joinPath(to.root, each)).kind;
-    if (kind == Kind::file && to.inside) return putFileAside(each);
+    if (kind == Kind::file) return putFileAside(each);
     if (kind != Kind::missing) break;
   }
   return true;

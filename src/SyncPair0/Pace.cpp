@@ -17,6 +17,10 @@ constexpr int kFullPace = 100;
 // What was left alone for so long (milliseconds) has settled, for those who are in a hurry.
 constexpr std::int64_t kSettled = 500;
 constexpr long kSubScanPause = 250;
+// Milliseconds by which the clock of a server may run ahead, and the coarsest steps in which file systems keep times.
+constexpr std::int64_t kClocksApart = 5000;
+constexpr std::int64_t kCoarsest = 2000;
+constexpr std::int64_t kNanoseconds = 1000000000;
 
 int pauseByAge(std::int64_t seconds) {
   if (seconds > 600) return 50;
@@ -67,14 +71,16 @@ long SyncPair::settlingPause(const SyncList& list, long ms) {
     const std::wstring folder = so.deletion ? parentOf(so.fullPath) : std::wstring();
     if (so.deletion && !looked.insert(folder).second) continue;
     const platform::FileStamp stamp = so.deletion ? platform::stampOf(platform::pathOf(folder)) : so.stamp;
-    const std::int64_t age = now - stamp.nanoseconds / 1000000;
-    if (age >= 0) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
+    std::int64_t age = now - stamp.nanoseconds / 1000000;
+    if (age < -kClocksApart) continue;
+    if (stamp.nanoseconds % kNanoseconds == 0) age -= kCoarsest;
+    if (age < kSettled) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
   }
   return static_cast<long>(pause);
 }
 
 void SyncPair::subScanAgain(const std::vector<std::wstring>& folderList) {
-  sleepWithCheck(1, std::max(settlingPause(srcSyncList, kSubScanPause), settlingPause(destSyncList, kSubScanPause)));
+  if (pace_ == kFullPace || !srcSyncList.empty() || !destSyncList.empty()) sleepWithCheck(1, kSubScanPause);
   subScanForChanges(folderList);
 }
 

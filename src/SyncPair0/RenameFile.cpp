@@ -86,6 +86,7 @@ void SyncPair::recordRenamedFile(const RenameJob& job, bool same, const platform
     state.erase(from);
     return state[to] = std::move(record);
   };
+  saved_.erase(job.one.inside ? job.ownFrom : job.from);
   StateRecord& own = follow(job.one.state, job.ownFrom, job.ownTo);
   StateRecord& other = follow(job.two.state, job.from, job.to);
   job.one.list.erase(job.match.from);

@@ -187,6 +187,8 @@ void SyncPair::finishRename(const RenameJob& job) {
   renameOccurred_ = true;
   stateChanged_ = true;
   ++successfulEvents_;
+  waiting_.forget(job.ownFrom);
+  waiting_.forget(job.from);
   handler_->deleteStatus(true, job.ownFrom);
   handler_->deleteStatus(true, job.from);
   refreshParent(job.match.from);

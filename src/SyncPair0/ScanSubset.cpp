@@ -52,10 +52,10 @@ std::vector<std::wstring> SyncPair::ownFolders(const std::vector<std::wstring>& 
     if (!own) PAIR_ERROR("%s lies in neither folder of the pair", utf8(listed).c_str());
     if (!own) continue;
     if (seen.insert(folder).second) folders.push_back(folder);
-    const std::wstring& root = sideOf(folder).root;
-    for (; folder.size() > root.size(); folder = parentOf(folder)) {
+    const Side side = sideOf(folder);
+    for (; folder.size() > side.root.size(); folder = parentOf(folder)) {
       const std::wstring parent = parentOf(folder);
-      if (wasFile(folder.substr(root.size() + 1)) && seen.insert(parent).second) folders.push_back(parent);
+      if (wasFile(keyOf(side, folder, true)) && seen.insert(parent).second) folders.push_back(parent);
     }
   }
   return folders;

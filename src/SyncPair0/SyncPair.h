@@ -397,6 +397,7 @@ private:
   bool holdsContent(const std::wstring& archive, const std::wstring& plain);
   Judgement judgeTarget(const FileJob& job, const platform::FileStamp& stamp);
   bool prepareTarget(FileJob& job);
+  bool isTimeToCome(const FileJob& job);
   bool keepLoser(FileJob& job, const platform::FileStamp& stamp);
   static std::int64_t laterTime(const FileJob& job);
   void copyJob(FileJob& job);
