@@ -616,6 +616,7 @@ TEST_F(Scenario, ADraftTakesTheFilesPlaceWithinOneSecond) {
   EXPECT_EQ(b.cycle(), "decrypt:x");
   EXPECT_EQ(contentOf(in(b, "x")), "third");
   EXPECT_EQ(a.cycle(), "");
+  if (namesByDefault()) return;  // names change with the key, and such an archive is a new one
   // Its times differ, and then its archive's hash does.
   EXPECT_TRUE(b.changeKey(L"another key"));
   a.handler().setAssetKey(L"main", L"another key");
