@@ -109,8 +109,7 @@ std::wstring PairFolders::whatIsMissing() const {
   if (!isFolder(inside)) return L"the Inside is missing; is its volume mounted? " + printable(inside);
   if (!isFolder(outside)) return L"the Outside is missing; is its volume mounted? " + printable(outside);
   return L"a folder of the pair has lost everything that was in it, its marker included; is its volume mounted? "
-         L"Nothing "
-         L"was deleted.\n  Inside:  " +
+         L"Nothing was deleted.\n  Inside:  " +
          printable(inside) + L"\n  Outside: " + printable(outside) +
          L"\nIf it was emptied on purpose, another --work begins anew with what both folders hold now.";
 }

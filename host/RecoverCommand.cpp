@@ -71,9 +71,10 @@ std::wstring decrypt(const std::wstring& archive, const std::wstring& file, cons
 Exit recoverCommand(const Arguments& arguments) {
   const Options options(arguments, {{L"--output", L"-o", true}, {L"--key-file", L"", true}, {L"--work", L"", true}});
   const std::wstring operand = options.onlyOperand(L"the archive");
-  if (options.required(L"--output") == L"-")
+  const std::wstring output = options.required(L"--output");
+  if (output == L"-")
     throw Failure{Exit::usage, L"what is recovered goes into a file: -o FILE (./- for one of that name)"};
-  const std::wstring file = pathArgument(options.required(L"--output"));
+  const std::wstring file = pathArgument(output);
   const std::wstring archive = inputFile(operand);
   if (exists(file)) throw Failure{Exit::failed, printable(file) + L": exists already; nothing was recovered"};
   char* metadata = nullptr;

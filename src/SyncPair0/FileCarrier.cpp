@@ -42,8 +42,7 @@ bool isAs(const platform::FileStamp& now, const platform::FileStamp& seen) {
 // Whether the file could be written to again without its time telling so: the clock of its server may run ahead, and
 // some file systems keep even seconds only.
 bool mayChangeUnseen(const platform::FileStamp& stamp, std::int64_t age) {
-  const bool coarse = stamp.nanoseconds % 1000000000 == 0;
-  return age == 0 || (age < 0 && age > -5) || (coarse && age > 0 && age <= 2);
+  return age == 0 || (age < 0 && age > -5) || (isWholeSecond(stamp) && age > 0 && age <= 2);
 }
 
 }  // namespace

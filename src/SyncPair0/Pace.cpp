@@ -4,6 +4,7 @@
 #include <set>
 
 #include "SyncPair0/SyncPair.h"
+#include "SyncPair0/TimeSteps.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
 
@@ -20,7 +21,6 @@ constexpr long kSubScanPause = 250;
 // Milliseconds by which the clock of a server may run ahead, and the coarsest steps in which file systems keep times.
 constexpr std::int64_t kClocksApart = 5000;
 constexpr std::int64_t kCoarsest = 2000;
-constexpr std::int64_t kNanoseconds = 1000000000;
 
 int pauseByAge(std::int64_t seconds) {
   if (seconds > 600) return 50;
@@ -73,7 +73,7 @@ long SyncPair::settlingPause(const SyncList& list, long ms) {
     const platform::FileStamp stamp = so.deletion ? platform::stampOf(platform::pathOf(folder)) : so.stamp;
     std::int64_t age = now - stamp.nanoseconds / 1000000;
     if (age < -kClocksApart) continue;
-    if (stamp.nanoseconds % kNanoseconds == 0) age -= kCoarsest;
+    if (isWholeSecond(stamp)) age -= kCoarsest;
     if (age < kSettled) pause = std::max(pause, std::min<std::int64_t>(ms, kSettled - age));
   }
   return static_cast<long>(pause);

@@ -170,8 +170,6 @@ public:
   /// How much of the pauses within a scan is kept, in percent, 0 to 100. What has changed within the last half second
   /// is given time to settle all the same.
   void setPace(int percent);
-  /// A pause of `ms` milliseconds between two looks at the listed folders, which spares the disk.
-  void spareDisk(std::int64_t ms);
   void sleepWithCheck(int interval, long ms);
 
   StateList srcStateList;
@@ -265,6 +263,8 @@ private:
     std::uint64_t counter = 0;
     std::set<std::wstring> renamed = {};  ///< recorded folders that are found under another name
   };
+  /// A pause of `ms` milliseconds within a scan, as far as the pace keeps it.
+  void spareDisk(std::int64_t ms);
   long settlingPause(const SyncList& list, long ms);
   void settleSrc();
   void settleDest();

@@ -16,6 +16,8 @@ bool lieWithinStep(const platform::FileStamp& a, const platform::FileStamp& b) {
 
 }  // namespace
 
+bool isWholeSecond(const platform::FileStamp& stamp) { return stamp.nanoseconds % kNanosecondsPerSecond == 0; }
+
 bool isTimeOrItsStep(std::int64_t now, std::int64_t seen) {
   return now == seen || (isStep(now) && std::abs(now - seen) < kTimeStep);
 }
@@ -31,7 +33,7 @@ bool mayBeTimeOf(const platform::FileStamp& stamp, std::int64_t recorded) {
 }
 
 bool tellOrder(const platform::FileStamp& a, const platform::FileStamp& b) {
-  const bool exact = a.nanoseconds % kNanosecondsPerSecond != 0 || b.nanoseconds % kNanosecondsPerSecond != 0;
+  const bool exact = !isWholeSecond(a) || !isWholeSecond(b);
   return a.seconds() != b.seconds() && !(exact && lieWithinStep(a, b));
 }
 

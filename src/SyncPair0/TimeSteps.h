@@ -12,6 +12,9 @@ namespace Kelta {
 
 constexpr std::int64_t kTimeStep = 2000000000;
 
+/// Whether the time may have been kept in whole seconds, or in longer steps.
+bool isWholeSecond(const platform::FileStamp& stamp);
+
 /// Whether `now` is `seen`, or a step that may have been made of it.
 bool isTimeOrItsStep(std::int64_t now, std::int64_t seen);
 
