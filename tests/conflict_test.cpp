@@ -117,11 +117,16 @@ TEST_F(Conflicts, EveryPairOfChangesEndsEqualAndLosesNothing) {
     ++row;
   }
   quiet();
+  const std::string told = a.notifications() + b.notifications();
   row = 0;
   for (const auto& entry : table) {
     const char* const expected[] = {entry.older, entry.equal, entry.newer};
-    for (int age = 0; age < 3; ++age)
-      EXPECT_EQ(versionsOf(nameOf(row, age)), expected[age]) << entry.a << " " << entry.b << " " << age;
+    for (int age = 0; age < 3; ++age) {
+      const std::string versions = versionsOf(nameOf(row, age));
+      EXPECT_EQ(versions, expected[age]) << entry.a << " " << entry.b << " " << age;
+      const std::string words = "the other version of " + nameOf(row, age) + " was put into the recycle bin";
+      EXPECT_EQ(told.find(words) != std::string::npos, versions.find(" bin:") != std::string::npos) << words;
+    }
     ++row;
   }
 }

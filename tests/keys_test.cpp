@@ -361,7 +361,7 @@ TEST_F(Keys, AVersionThatIsReplacedIsKeptWhateverWasDoneToIt) {
       for (const fs::path& side : {a.inside(), a.outside()})
         for (const fs::directory_entry& entry : fs::directory_iterator(side)) kept.insert(contentOf(entry.path()));
       EXPECT_EQ(kept.count(std::get<1>(row) ? theirs : raw), 1u);
-      EXPECT_EQ(a.notifications().find("cannot be read and is replaced") == std::string::npos, std::get<1>(row));
+      EXPECT_EQ(a.notifications().find("cannot be read and is to be replaced") == std::string::npos, std::get<1>(row));
       EXPECT_EQ(a.bin().contents().count(raw) == 1, withBin && !std::get<1>(row));
       b.cycle();
       EXPECT_EQ(contentOf(b.inside() / "x"), "mine");

@@ -240,6 +240,17 @@ TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
       }
     }
   }
+  // Another device may have put it aside a moment ago.
+  put(in(a, "y"), "file", 20);
+  converge();
+  fs::create_directories(a.outside() / "y");
+  b.pair().scanSrcChanges();
+  b.pair().scanDestChanges();
+  a.cycle();
+  b.pair().syncChanges();
+  b.pair().endCycle();
+  converge();
+  EXPECT_EQ(withShortConflicts(b.tree()), "y!=file@20 y/");
 }
 
 TEST_F(Scenario, AFutureTimeIsToldOnceAndListed) {
@@ -616,12 +627,15 @@ TEST_F(Scenario, ADraftTakesTheFilesPlaceWithinOneSecond) {
   EXPECT_EQ(b.cycle(), "decrypt:x");
   EXPECT_EQ(contentOf(in(b, "x")), "third");
   EXPECT_EQ(a.cycle(), "");
-  if (namesByDefault()) return;  // names change with the key, and such an archive is a new one
-  // Its times differ, and then its archive's hash does.
+  if (namesByDefault()) return;  // they change with the key, and a device that had the former one cannot tell
+  // Its times differ, then its archive's hash does, and then its name.
   EXPECT_TRUE(b.changeKey(L"another key"));
+  b.setNames(true);
+  EXPECT_TRUE(b.resetNames());
   a.handler().setAssetKey(L"main", L"another key");
   fs::remove(in(a, "x"));
-  EXPECT_EQ(a.cycle(), "delete:x.kelta");
+  a.cycle();
+  EXPECT_EQ(namesOf(a.outside()) + a.tree(), "");
 }
 
 TEST_F(Scenario, FolderIdentifiersAreKept) {

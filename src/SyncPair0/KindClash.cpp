@@ -69,8 +69,9 @@ bool SyncPair::clearWay(const Side& from, const Side& to, const std::wstring& ke
   return true;
 }
 
-// Several devices may notice the same: they come to one name. Empty: none is free, or fits.
-std::wstring SyncPair::keyAside(const std::wstring& key, std::int64_t time) {
+// Several devices may notice the same: they come to one name, under which `file`, when it has no archive of its own any
+// more, may stand on the Outside already. Empty: none is free, or fits.
+std::wstring SyncPair::keyAside(const std::wstring& key, std::int64_t time, const std::wstring& file) {
   std::wstring copy = conflictNameOf(key, sharedConflictSuffix(key, time));
   for (int attempt = 0; attempt < kConflictNames; ++attempt) {
     const std::wstring inside = joinPath(sourceFolder_, copy);
@@ -78,7 +79,9 @@ std::wstring SyncPair::keyAside(const std::wstring& key, std::int64_t time) {
     bool fits = !archives.empty() && inside.size() <= kMaxPathCharacters;
     for (const std::wstring& archive : archives) fits = fits && archive.size() <= kMaxPathCharacters;
     if (!fits) return std::wstring();
-    if (stampUnderName(inside).kind == Kind::missing && archivesThere(copy).empty()) return copy;
+    const Archives there = archivesThere(copy);
+    const bool itsOwn = there.size() == 1 && !file.empty() && holdsContent(there.begin()->first, file);
+    if (stampUnderName(inside).kind == Kind::missing && (there.empty() || itsOwn)) return copy;
     copy = conflictNameOf(key, clock_->nowSeconds());
   }
   return std::wstring();
@@ -120,7 +123,8 @@ bool SyncPair::moveFileAside(const std::wstring& key, std::wstring& copy) {
       reachFolder(destFolder_, parentOf(joinPath(destFolder_, key))).reach == Reach::refused)
     return false;
   const bool synced = here && archives.count(counted) > 0 && isInSync(key, inside, counted);
-  copy = keyAside(key, here ? plain.seconds() : archives.begin()->second.seconds());
+  copy = keyAside(key, here ? plain.seconds() : archives.begin()->second.seconds(),
+                  archives.empty() ? inside : std::wstring());
   if (copy.empty()) return false;
   const std::wstring insideCopy = joinPath(sourceFolder_, copy);
   if (here && !moveFile(inside, insideCopy)) return false;

@@ -12,6 +12,7 @@
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
 #include "base/GenericPath.h"
+#include "base/JsonText.h"
 #include "base/Log.h"
 #include "platform/AtomicFile.h"
 #include "platform/Folders.h"
@@ -20,6 +21,7 @@ namespace Kelta {
 namespace {
 
 namespace fs = boost::filesystem;
+using platform::Recycled;
 using platform::Spot;
 
 const wchar_t* const kNotKept = L"the older version could not be put into the recycle bin";
@@ -50,11 +52,13 @@ bool moveAnywhere(const Spot& from, const Spot& to) try {
   return copyAcrossVolumes(from, to);
 }
 
-// Where there is no recycle bin a conflict copy keeps it. False: it is still in its place.
-bool putAside(const Spot& file, const std::wstring& copy, const platform::FileStamp& judged) {
-  const platform::Recycled recycled = file.folder.throwAway(file.name, &judged);
-  if (recycled != platform::Recycled::noBin) return recycled == platform::Recycled::yes;
-  return copy.size() <= kMaxPathCharacters && moveJudged(file, {file.folder, platform::pathOf(nameOf(copy))}, judged);
+// Where there is no recycle bin a conflict copy keeps it. `no`: it is still in its place.
+Recycled putAside(const Spot& file, const std::wstring& copy, const platform::FileStamp& judged) {
+  const Recycled recycled = file.folder.throwAway(file.name, &judged);
+  if (recycled != Recycled::noBin) return recycled;
+  const bool kept =
+      copy.size() <= kMaxPathCharacters && moveJudged(file, {file.folder, platform::pathOf(nameOf(copy))}, judged);
+  return kept ? recycled : Recycled::no;
 }
 
 }  // namespace
@@ -79,6 +83,12 @@ SyncPair::Opened SyncPair::openArchive(const std::wstring& archive, std::unique_
   return sourceIsDamaged_ && lookAt(archive).sameContent(before) ? Opened::damaged : Opened::no;
 }
 
+void SyncPair::tellLoser(const std::wstring& loser, Recycled recycled, const std::wstring& copy) {
+  const std::wstring where =
+      recycled == Recycled::yes ? L"put into the recycle bin" : L"kept as " + jsonEscaped(nameOf(copy));
+  notifyDone(L"Conflict: the other version of " + jsonEscaped(nameOf(loser)) + L" was " + where);
+}
+
 // The Inside version lost: it goes to the recycle bin, once the winner is known to open.
 SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std::wstring& loser,
                                          const platform::FileStamp& judged) {
@@ -90,7 +100,9 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
   try {
     if (sameContent(loser, content)) return Kept::yes;
     const std::wstring copy = conflictNameOf(loser, clock_->nowSeconds());
-    if (putAside(spotOf(sideOf(loser).root, loser), copy, judged)) return Kept::yes;
+    const Recycled recycled = putAside(spotOf(sideOf(loser).root, loser), copy, judged);
+    if (recycled != Recycled::no) tellLoser(loser, recycled, copy);
+    if (recycled != Recycled::no) return Kept::yes;
     if (!lookAt(loser).sameContent(judged)) return Kept::changed;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
@@ -140,13 +152,17 @@ bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content
   const Spot source{folder, content.filename()};
   const Spot target{spotOf(sideOf(winner).root, winner).folder, platform::pathOf(nameOf(beside))};
   if (beside.size() <= kMaxPathCharacters && moveAnywhere(source, target)) {
-    if (target.folder.throwAway(target.name) != platform::Recycled::no) return true;
+    const Recycled recycled = target.folder.throwAway(target.name);
+    if (recycled != Recycled::no) tellLoser(winner, recycled, beside);
+    if (recycled != Recycled::no) return true;
     target.folder.removeFile(target.name, target.look().id);
     return false;
   }
   const Spot named{folder, platform::pathOf(nameOf(winner))};
   const bool renamed = platform::wideOf(named.path()).size() <= kMaxPathCharacters && moveAnywhere(source, named);
-  return folder.throwAway((renamed ? named : source).name) == platform::Recycled::yes;
+  if (folder.throwAway((renamed ? named : source).name) != Recycled::yes) return false;
+  tellLoser(winner, Recycled::yes, std::wstring());
+  return true;
 }
 
 }  // namespace Kelta

@@ -75,12 +75,10 @@ void SyncPair::takeOverRecord(const std::wstring& key, const std::wstring& from,
   const auto pending = destSyncList.find(key);
   if (pending != destSyncList.end() && pending->second.fullPath == from) destSyncList.erase(pending);
   PAIR_INFO("renamed: %s, now %s", utf8(from).c_str(), utf8(nameOf(to)).c_str());
-  const std::int64_t time = recordedTime(record);
-  const bool known = stamp.seconds() > time || (mayBeTimeOf(stamp, time) && generateFileHash(to) == record[1]);
-  if (known)
-    destStateList[to] = record;
-  else
-    mergeAnew(key, stamp);
+  destStateList[to] = record;
+  if (stamp.seconds() > recordedTime(record) || isKnown(side(false), key, to, stamp) == Known::yes) return;
+  destStateList.erase(to);
+  mergeAnew(key, stamp);
 }
 
 // Whether an archive that has no record is the one that counts for its key. One that was only renamed takes its record

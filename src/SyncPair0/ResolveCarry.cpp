@@ -42,6 +42,7 @@ void SyncPair::forgetBoth(const std::wstring& key, bool isFolder) {
   for (const Side& each : {side(true), side(false)}) {
     const auto record = each.state.find(pathFor(each, key, isFolder));
     if (record == each.state.end()) continue;
+    if (each.inside) saved_.erase(record->first);
     if (recordedAsFolder(each.inside, record->first, record->second) == isFolder) each.state.erase(record);
   }
   stateChanged_ = true;

@@ -133,6 +133,7 @@ void SyncPair::delState(std::pair<bool, bool> sides, std::wstring src, std::wstr
   const auto record = srcStateList.find(genericForm(src));
   const bool taken =
       record != srcStateList.end() && recordedAsFolder(true, src, record->second) != recordedAsFolder(false, dest, {});
+  if (sides.first) saved_.erase(genericForm(src));
   if (sides.first && !taken) delState(srcStateList, src);
   if (sides.second) delState(destStateList, dest);
 }

@@ -348,7 +348,7 @@ private:
   bool clashesWithFolder(const std::wstring& key, const SyncObject& so);
   bool carryFormerFile(const Side& from, const Side& to, const std::wstring& key);
   bool clearWay(const Side& from, const Side& to, const std::wstring& key, bool isFolder);
-  std::wstring keyAside(const std::wstring& key, std::int64_t time);
+  std::wstring keyAside(const std::wstring& key, std::int64_t time, const std::wstring& file);
   bool moveArchivesAside(const std::wstring& key, const std::wstring& copy, const Archives& archives);
   bool moveFileAside(const std::wstring& key, std::wstring& copy);
   bool putFileAside(const std::wstring& key);
@@ -374,6 +374,7 @@ private:
     damaged,   ///< beyond recovery
   };
   Opened openArchive(const std::wstring& archive, std::unique_ptr<TempArea>& area, std::wstring& content);
+  void tellLoser(const std::wstring& loser, platform::Recycled recycled, const std::wstring& copy);
   bool recycleBeside(const std::wstring& winner, const boost::filesystem::path& content,
                      const boost::filesystem::path& area);
   Kept keepInsideLoser(const std::wstring& archive, const std::wstring& loser, const platform::FileStamp& judged);
