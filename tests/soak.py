@@ -426,6 +426,32 @@ def deletes(r):
     r.keep(files)
 
 
+def git(r):
+    """A repository: commits, branches, and what packs it."""
+    def run(*arguments):
+        r.run("git", "-C", r.inside, "-c", "user.name=a", "-c", "user.email=a@b", "-c", "gc.autoDetach=false", *arguments)
+
+    if not r.soak.present("git"):
+        return
+    r.soak.churned.add(r.name + "/.git/")
+    run("init", "-q", "-b", "main")
+    for number in range(r.rng.randrange(4, 10)):
+        if number and r.rng.random() < 0.4:
+            run("checkout", "-q", "-b", "branch%d" % number, r.choose("HEAD", "HEAD", "main"))
+        r.write("file%d" % r.rng.randrange(4), r.body(10, 50_000))
+        run("add", "-A", ":!.rid")
+        run("commit", "-q", "--allow-empty", "-m", "change %d" % number)
+        r.pause(0, 2)
+        if r.rng.random() < 0.2:
+            run("gc", "-q", "--prune=now")
+    run("fsck", "--strict")
+    r.removed(*("file%d" % number for number in range(4)))  # a branch may lack it
+    r.keep({name: (r.inside / name).read_bytes() for name, value in tree(r.inside).items() if value})
+    for name, value in tree(r.inside).items():
+        if not value:
+            (r.expected / name).mkdir(parents=True, exist_ok=True)
+
+
 def kills(r):
     r.pause(4, 20)
     r.device.end(signal.SIGKILL)
@@ -437,7 +463,7 @@ def kills(r):
 PROGRAMS = {
     "sqlite-wal": lambda r: sqlite(r, "wal"), "sqlite-rollback": lambda r: sqlite(r, "delete"), "download": download,
     "copies": copies, "part-file": part_file, "log-rotation": log_rotation, "save-rename": save_rename,
-    "editors": editors, "folders": folders, "deletes": deletes, "kills": kills,
+    "editors": editors, "folders": folders, "deletes": deletes, "git": git, "kills": kills,
 }
 
 
@@ -449,7 +475,7 @@ class Soak:
         self.environment = {key: value for key, value in os.environ.items()
                             if not key.startswith("KELSYNC") and not key.lower().endswith("_proxy")}
         self.times, self.databases, self.removed, self.rounds = {}, {}, set(), {}
-        self.excused = set()
+        self.excused, self.churned = set(), set()
         self.children, self.faults, self.checks = [], [], 0
         self.ending, self.lock = threading.Event(), threading.Lock()
         self.outside.mkdir()
@@ -604,7 +630,8 @@ class Soak:
                 origin = urllib.parse.unquote(re.search("^Path=(.*)$", info.read_text(), re.M).group(1))
                 name = CONFLICT_NAME.sub("", os.path.relpath(origin, device.inside))
                 own = name.startswith(device.name + "/")
-                if (own or name not in self.removed) and name not in self.excused:
+                churned = not own and any(name.startswith(folder) for folder in self.churned)
+                if (own or name not in self.removed) and name not in self.excused and not churned:
                     size = (device.trash / "files" / info.stem).stat().st_size
                     reason = "which a program of this device wrote" if own else "which no program deleted"
                     self.fault("in the trash of %s, %s" % (device.name, name), "%s, %d bytes" % (reason, size))
