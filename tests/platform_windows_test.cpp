@@ -278,6 +278,30 @@ TEST_F(Windows, ReadOnlyAndHiddenFilesAreReplacedAndRemoved) {
   EXPECT_TRUE(platform::recycle(folder / "look"));
 }
 
+// What the user wants deleted for good is not entrusted to the bin.
+TEST_F(Windows, ABinThatKeepsNothingIsNone) {
+  put(folder / "x", "loser", 1);
+  wchar_t id[64] = L"";
+  ASSERT_TRUE(GetVolumeNameForVolumeMountPointW(folder.path().root_path().make_preferred().c_str(), id, 64));
+  const std::wstring key =
+      L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\BitBucket\\Volume\\" + std::wstring(id + 10, 38);
+  HKEY own = nullptr;  // in the place of the user's
+  const wchar_t* const ownName = L"Software\\kelsync test";
+  ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, ownName, &own), ERROR_SUCCESS);
+  for (const wchar_t* name : {L"NukeOnDelete", L"MaxCapacity"}) {
+    const DWORD value = name[0] == L'N' ? 1 : 0;
+    EXPECT_EQ(RegSetKeyValueW(own, key.c_str(), name, REG_DWORD, &value, sizeof(value)), ERROR_SUCCESS);
+    RegOverridePredefKey(HKEY_CURRENT_USER, own);
+    EXPECT_EQ(platform::moveToRecycleBin(folder / "x"), platform::Recycled::noBin);
+    RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
+    RegDeleteKeyValueW(own, key.c_str(), name);
+    EXPECT_EQ(contentOf(folder / "x"), "loser");
+  }
+  RegCloseKey(own);
+  RegDeleteTreeW(HKEY_CURRENT_USER, ownName);
+  EXPECT_EQ(platform::moveToRecycleBin(folder / "x"), platform::Recycled::yes);
+}
+
 // The system knows no exchange: what was replaced stands beside its place for a moment, where any scan finds it.
 TEST_F(Windows, AnExchangeKeepsWhatItReplacesAtEveryStep) {
   const fs::path fresh = folder / "fresh";

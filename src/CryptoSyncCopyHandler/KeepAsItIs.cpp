@@ -59,7 +59,8 @@ bool CryptoSyncCopyHandler::keepAsItIs(std::wstring archive) {
     if (recycled == platform::Recycled::no) spot.folder.removeFile(name, spot.folder.look(name).id);
     if (recycled == platform::Recycled::no) return false;
     const bool inBin = recycled == platform::Recycled::yes;
-    tellError(L"The archive of " + jsonEscaped(shownName(path)) + L" cannot be read and is to be replaced; a copy was " +
+    tellError(L"The archive of " + jsonEscaped(shownName(path)) +
+              L" cannot be read and is to be replaced; a copy was " +
               (inBin ? L"put into the recycle bin as " : L"kept as ") + jsonEscaped(nameOf(copy)));
   } catch (const fs::filesystem_error& error) {
     HANDLER_ERROR("%s", error.what());

@@ -85,17 +85,45 @@ bool removeFolder(const std::wstring& native) {
   return false;
 }
 
+/// False when the setting is not there.
+bool readSetting(HKEY root, const std::wstring& key, const wchar_t* name, DWORD& value) {
+  DWORD bytes = sizeof(value);
+  return RegGetValueW(root, key.c_str(), name, RRF_RT_REG_DWORD, nullptr, &value, &bytes) == ERROR_SUCCESS;
+}
+
+bool isOn(HKEY root, const std::wstring& key, const wchar_t* name) {
+  DWORD value = 0;
+  return readSetting(root, key, name, value) && value != 0;
+}
+
+/// Whether the shell would delete a file for good: on a network drive or a removable one, where the user or the
+/// administrator wants no bin, and when it is larger than the bin may get.
+bool lacksBin(const std::wstring& volume, const fs::path& file) {
+  const UINT type = GetDriveTypeW(volume.c_str());
+  if (type == DRIVE_REMOTE || type == DRIVE_REMOVABLE) return true;
+  const std::wstring settings = L"Software\\Microsoft\\Windows\\CurrentVersion\\";
+  for (const HKEY root : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE})
+    if (isOn(root, settings + L"Policies\\Explorer", L"NoRecycleFiles")) return true;
+  wchar_t id[64] = L"";  // \\?\Volume{GUID}\.
+  if (!GetVolumeNameForVolumeMountPointW(volume.c_str(), id, 64)) return false;
+  const std::wstring text = id;
+  const std::size_t begin = std::min(text.find(L'{'), text.size());
+  const std::wstring key =
+      settings + L"Explorer\\BitBucket\\Volume\\" + text.substr(begin, text.find(L'}') + 1 - begin);
+  DWORD megabytes = 0;
+  const bool limited = readSetting(HKEY_CURRENT_USER, key, L"MaxCapacity", megabytes);
+  return isOn(HKEY_CURRENT_USER, key, L"NukeOnDelete") ||
+         (limited && stampOf(file).size > std::uint64_t(megabytes) * 1024 * 1024);
+}
+
 }  // namespace
 
-// The shell deletes for good what lies on a network drive or a removable one.
 Recycled moveToRecycleBin(const fs::path& file, const FileStamp* judged, bool* canceled) {
   if (canceled) *canceled = false;
   const std::wstring native = nativePath(file);
   std::wstring volume(native.size() + MAX_PATH, L'\0');
-  if (GetVolumePathNameW(native.c_str(), &volume[0], static_cast<DWORD>(volume.size()))) {
-    const UINT type = GetDriveTypeW(volume.c_str());
-    if (type == DRIVE_REMOTE || type == DRIVE_REMOVABLE) return Recycled::noBin;
-  }
+  const bool known = GetVolumePathNameW(native.c_str(), &volume[0], static_cast<DWORD>(volume.size())) != 0;
+  if (known && lacksBin(withoutPrefix(volume.c_str()), file)) return Recycled::noBin;
   if (judged && !stampOf(file).sameContent(*judged)) return Recycled::no;
   return recycle(file, canceled) ? Recycled::yes : Recycled::no;
 }
