@@ -59,7 +59,8 @@ struct Place {
   std::string hidden;      // an entry below this folder cannot be looked at: an I/O error
   std::string unreadable;  // this file cannot be read, once `readsLeft` reads went well
   int readsLeft = 0;
-  std::string closed;     // nothing can be renamed to a path that begins so,
+  std::string full;       // nothing can be written to a file whose path begins so,
+  std::string closed;     // nor renamed to a path that begins so, made there or removed,
   int error = EACCES;     // for this reason
   std::string contested;  // somebody makes this file right before it is renamed to
   std::string last;       // the process ends right after something was exchanged with this file
@@ -72,21 +73,28 @@ bool startsWith(const std::string& path, const std::string& start) {
   return !start.empty() && path.compare(0, start.size(), start) == 0;
 }
 
-bool failsToRead(int file) {
-  if (place.unreadable.empty()) return false;
+std::string pathOf(int file) {
   char path[4096];
   const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(file)).c_str(), path, sizeof path);
-  if (length < 0 || std::string(path, static_cast<std::size_t>(length)) != place.unreadable) return false;
+  return length < 0 ? "" : std::string(path, static_cast<std::size_t>(length));
+}
+
+bool failsToRead(int file) {
+  if (place.unreadable.empty() || pathOf(file) != place.unreadable) return false;
   if (place.readsLeft-- > 0) return false;
   errno = EIO;
   return place.struck = true;
 }
 
 std::string pathOf(int folder, const char* name) {
-  char path[4096];
-  const std::string link = "/proc/self/fd/" + std::to_string(folder);
-  const ssize_t length = *name == '/' ? -1 : readlink(link.c_str(), path, sizeof path);
-  return length < 0 ? name : std::string(path, static_cast<std::size_t>(length)) + "/" + name;
+  const std::string path = *name == '/' ? "" : pathOf(folder);
+  return path.empty() ? name : path + "/" + name;
+}
+
+bool refuses(const std::string& start, const std::string& path) {
+  if (!startsWith(path, start)) return false;
+  errno = place.error;
+  return place.struck = true;
 }
 
 bool failsToRename(const std::string& to) {
@@ -94,10 +102,10 @@ bool failsToRename(const std::string& to) {
     place.contested.clear();
     Kelta::test::put(to, "from somebody else", 50);
   }
-  if (!startsWith(to, place.closed)) return false;
-  errno = place.error;
-  return place.struck = true;
+  return refuses(place.closed, to);
 }
+
+bool failsToWrite(int file) { return !place.full.empty() && refuses(place.full, pathOf(file)); }
 
 mode_t modeOf(int flags, va_list arguments) {
   return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
@@ -131,7 +139,7 @@ extern "C" __attribute__((visibility("default"))) int openat(int folder, const c
   KELSYNC_FAULTY_IF(false, result, name, parameters, arguments)
 
 KELSYNC_FAULTY_OPEN(open)
-KELSYNC_FAULTY(ssize_t, write, (int file, const void* data, size_t size), (file, data, size))
+KELSYNC_FAULTY_IF(failsToWrite(file), ssize_t, write, (int file, const void* data, size_t size), (file, data, size))
 KELSYNC_FAULTY_IF(failsToRead(file), ssize_t, read, (int file, void* data, size_t size), (file, data, size))
 KELSYNC_FAULTY_IF(failsToRename(to), int, rename, (const char* from, const char* to) noexcept, (from, to))
 KELSYNC_FAULTY_IF(failsToRename(pathOf(toFolder, to)), int, renameat,
@@ -151,8 +159,10 @@ extern "C" __attribute__((visibility("default"))) int renameat2(int fromFolder, 
   if (result == 0 && !place.last.empty() && place.last == target) _exit(0);
   return result;
 }
-KELSYNC_FAULTY(int, unlinkat, (int folder, const char* path, int flags) noexcept, (folder, path, flags))
-KELSYNC_FAULTY(int, mkdirat, (int folder, const char* path, mode_t mode) noexcept, (folder, path, mode))
+KELSYNC_FAULTY_IF(refuses(place.closed, pathOf(folder, path)), int, unlinkat,
+                  (int folder, const char* path, int flags) noexcept, (folder, path, flags))
+KELSYNC_FAULTY_IF(refuses(place.closed, pathOf(folder, path)), int, mkdirat,
+                  (int folder, const char* path, mode_t mode) noexcept, (folder, path, mode))
 KELSYNC_FAULTY(int, unlink, (const char* path) noexcept, (path))
 KELSYNC_FAULTY(int, rmdir, (const char* path) noexcept, (path))
 KELSYNC_FAULTY(int, mkdir, (const char* path, mode_t mode) noexcept, (path, mode))
@@ -295,15 +305,42 @@ TEST_F(Contested, OnAServersVolumeWhoWritesCannotBeTold) {
 }
 
 TEST_F(Contested, TheHostIsToldTheTrueCause) {
+  const struct {
+    const char* told;
+    fs::path full;
+    fs::path closed;
+  } rows[] = {{"copy x", {}, a.outside() / "x.kelta"},
+              {"copy x", a.temp(), {}},
+              {"copy new folder", {}, a.outside() / "new folder"},
+              {"delete file gone", {}, a.outside() / ".~"},
+              {"delete folder gone", {}, a.outside() / "folder gone"}};
+  int time = 0;
   for (const int error : {EACCES, ENOSPC, EROFS}) {
-    put(a.inside() / "x", "content", 10);
-    place.closed = (a.outside() / "x.kelta").string();
-    place.error = error;
-    a.cycle();
-    place = Place();
-    const std::string cause = boost::system::error_code(error, boost::system::system_category()).message();
-    EXPECT_NE(a.notifications().find("\"Could not copy x\",\"more\":\"" + cause + "\"}"), std::string::npos)
-        << a.notifications();
+    for (const auto& row : rows) {
+      for (const char* name : {"x", "file gone"}) put(a.inside() / name, "0", time += 10);
+      fs::create_directory(a.inside() / "folder gone");
+      settle();
+      put(a.inside() / "x", "content", time += 10);
+      fs::create_directory(a.inside() / "new folder");
+      fs::remove(a.inside() / "file gone");
+      fs::remove_all(a.inside() / "folder gone");
+      a.pair().clearNotifications();
+      a.pair().scanSrcChanges();
+      place.full = row.full.string();
+      place.closed = row.closed.string();
+      place.error = error;
+      const std::int64_t before = a.clock().nowMicroseconds();
+      a.pair().syncChanges();
+      a.pair().endCycle();
+      EXPECT_LT(a.clock().nowMicroseconds() - before, 250000) << "of no use to be tried again";
+      place = Place();
+      const std::string cause = boost::system::error_code(error, boost::system::system_category()).message();
+      EXPECT_NE(a.notifications().find(row.told + ("\",\"more\":\"" + cause + "\"}")), std::string::npos)
+          << row.told << a.notifications();
+      settle();
+      EXPECT_EQ(a.tree(), "new folder/ x=content@" + std::to_string(time));
+      fs::remove_all(a.inside() / "new folder");
+    }
   }
 }
 
@@ -582,6 +619,7 @@ void deliver(const fs::path& late, const fs::path& archive) {
   fs::rename(arriving, archive);
 }
 void deliverLate(Device& a, const fs::path& late) { deliver(late, a.outside() / "x.kelta"); }
+bool gone = false;  // the user deleted "x", and not what was "x" before
 
 const Moment kMoments[] = {
     {"encrypt", [](Device& a, Device& b) { begin(a, b), edit(a, "mine", 20); }, saveLate, "dir/ dir/x=old@10 x=late@40",
@@ -598,6 +636,12 @@ const Moment kMoments[] = {
      "dir/ dir/x=old@10 x=late@40", true},
     {"tie", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 20); }, saveLate,
      nullptr, false, "mine"},
+    {"tie, a second device",
+     [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 20); }, deliverLate,
+     nullptr, false, "ours"},
+    {"tie, deleted", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 20); },
+     [](Device& a, const fs::path&) { gone = contentOf(a.inside() / "x") == "mine" && fs::remove(a.inside() / "x"); },
+     nullptr, false, "ours", true},
     {"newer wins", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 30), b.cycle(), edit(a, "ours", 20); },
      saveLate, nullptr, false, "mine"},
     {"older loses", [](Device& a, Device& b) { begin(a, b), edit(b, "mine", 20), b.cycle(), edit(a, "ours", 30); },
@@ -618,6 +662,12 @@ const Moment kMoments[] = {
      [](Device& a, Device& b) { begin(a, b), fs::rename(b.inside() / "dir", b.inside() / "moved"), b.cycle(); },
      [](Device& a, const fs::path&) {
        save(a.inside() / (fs::exists(a.inside() / "dir") ? "dir/x" : "moved/x"), "late", 40);
+     },
+     nullptr, false},
+    {"rename of the folder, a second device",
+     [](Device& a, Device& b) { begin(a, b), fs::rename(a.inside() / "dir", a.inside() / "moved"); },
+     [](Device& a, const fs::path& late) {
+       deliver(late, a.outside() / (fs::exists(a.outside() / "dir") ? "dir/x.kelta" : "moved/x.kelta"));
      },
      nullptr, false},
     {"a file that grows", [](Device& a, Device& b) { begin(a, b), put(a.inside() / "x", "la", 20); },
@@ -645,6 +695,7 @@ bool actAt(const Moment& moment, int call, const fs::path& late) {
   const std::multiset<std::string> before = a.bin().contents();
   fault = Fault();
   fault.countdown = call;
+  gone = false;
   bool seen = false;  // what the user saves over is the user's to lose
   fault.act = [&] {
     seen = fs::exists(a.inside() / "x") && contentOf(a.inside() / "x") == moment.alsoKept;
@@ -668,6 +719,7 @@ bool actAt(const Moment& moment, int call, const fs::path& late) {
   if (fired && moment.expected && after.find('!') == std::string::npos) {
     EXPECT_EQ(after, moment.expected);
   }
+  EXPECT_TRUE(!gone || after.find(" x=") == std::string::npos) << "came back: " << after;
   EXPECT_TRUE(!fired || moment.deletes || after.find("=late@") != std::string::npos) << after;
   const bool kept = after.find(std::string("=") + moment.alsoKept + "@") != std::string::npos;
   EXPECT_TRUE(!*moment.alsoKept || seen || kept || a.bin().holds(moment.alsoKept)) << after;

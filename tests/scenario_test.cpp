@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <boost/filesystem/fstream.hpp>
 
 #include "support/TwoDevices.h"
 
@@ -431,29 +432,61 @@ TEST_F(Scenario, WhatStandsInTheWayIsLeftAndTheOthersGoOn) {
 }
 
 TEST_F(Scenario, AccessErrorsAreTriedFiveTimesFourSecondsApart) {
-  put(in(a, "x"), "1", 10);
+  put(in(a, "x"), "0", 5);
+  converge();
+  for (const char* name : {"x", "y", "z"}) put(in(a, name), "1", 10);
   a.pair().scanSrcChanges();
   fs::remove_all(a.temp());
   put(a.temp(), "a file in the Temp folder's place", 10);
   const std::int64_t before = a.clock().nowMicroseconds();
   a.pair().syncChanges();
-  EXPECT_EQ((a.clock().nowMicroseconds() - before) / 1000, 4 * 4000);
+  EXPECT_EQ((a.clock().nowMicroseconds() - before) / 1000, 4 * 4000) << "all together";
   EXPECT_NE(a.notifications().find("Could not copy x"), std::string::npos);
   fs::remove(a.temp());
   a.pair().endCycle();
-  EXPECT_EQ(a.cycle(), "encrypt:x.kelta");
+  fs::remove(in(a, "x"));
+  EXPECT_EQ(a.cycle(), "encrypt:y.kelta encrypt:z.kelta delete:x.kelta");
+  converge();
 }
 
 // The file is written to at every look that the engine takes at it, so no copy may count.
 TEST_F(Scenario, AFileThatChangesWhileItIsCopiedIsCopiedAgain) {
   const auto clock = std::make_shared<HookClock>();
   Device c(folder / "c", folder / "outside-c", clock);
+  const auto lookAgain = [&] {
+    c.pair().subScanForChanges({platform::wideOf(c.inside())});
+    c.pair().subResolve();
+    const std::string listed = platform::utf8(c.pair().waiting().asJSON());
+    const std::string start = "changing\",\"seconds\":";
+    const std::size_t at = listed.find(start);
+    return at == std::string::npos ? -1 : std::stoi(listed.substr(at + start.size()));
+  };
+  c.pair().setPace(0);
   put(in(c, "x"), std::string(300000, 'x'), 10);
+  {
+    const std::int64_t now = c.clock().nowSeconds() - kEpoch - 5;
+    put(in(c, "held"), "content", now);
+    fs::ofstream writer(in(c, "held"), std::ios::app);
+    platform::setLastWriteTime(in(c, "held"), (kEpoch + now) * 1000000000);
+    lookAgain();
+    EXPECT_EQ(namesOf(c.outside()), "x.kelta") << "what a program writes to is left";
+  }
+  c.clock().advance(2000);
+  lookAgain();
   int writes = 0;
   clock->onLook = [&] {
-    if (++writes <= 40) put(in(c, "x"), std::string(300000, 'x') + std::to_string(writes), 10 + writes);
+    ++writes;
+    put(in(c, "x"), std::string(300000, 'x') + std::to_string(writes), 10 + writes);
   };
-  c.cycle();
+  std::string distances;
+  for (int i = 0; i < 8; ++i) {
+    const int seconds = lookAgain();
+    distances += std::to_string(seconds) + " ";
+    EXPECT_EQ(lookAgain(), seconds) << "looked at before its time";
+    clock->advance(seconds * 1000);
+  }
+  EXPECT_EQ(distances, "1 2 4 8 16 32 60 60 ");
+  EXPECT_TRUE(c.bin().contents().empty());
   clock->onLook = nullptr;
   const std::string last = contentOf(in(c, "x"));
   for (int i = 0; i < 4; ++i) c.cycle();
@@ -613,6 +646,7 @@ TEST_F(Scenario, ADraftTakesTheFilesPlaceWithinOneSecond) {
   a.pair().setPace(0);
   save("x", "first", 200);
   a.cycle();
+  b.cycle();
   save("draft", "other", 300);
   fs::rename(in(a, "draft"), in(a, "x"));
   a.pair().subScanForChanges({platform::wideOf(a.inside())});

@@ -17,6 +17,8 @@ namespace {
 using boost::property_tree::ptree;
 
 constexpr std::size_t kMaxHexDigits = 4096;
+// An archive has few wrapped passwords, unless somebody wants to fill the log.
+constexpr int kMostTold = 8;
 
 struct Free {
   void operator()(unsigned char* block) const { std::free(block); }
@@ -72,13 +74,14 @@ std::string CryptoSyncCopyHandler::encryptArchivePassword(std::string& archivePa
 }
 
 bool CryptoSyncCopyHandler::passwordUnder(const std::string& assetKey, const std::string& hexPass, PasswordForm form,
-                                          std::string& password) {
+                                          std::string& password, bool told) {
   std::string cipher;
   if (!bytesOf(hexPass, cipher)) return false;
-  HANDLER_DEBUG("cipherbuf len=%d", static_cast<int>(cipher.size()));
+  if (told) HANDLER_DEBUG_OF("getPasswordFromMeta", "cipherbuf len=%d", static_cast<int>(cipher.size()));
   Secret key(assetKey);
-  const bool right = CryptoHelper().decrypted(cipher, key.text, password);
-  HANDLER_DEBUG("clearbuf len=%i", static_cast<int>(password.size()));
+  const auto trace = told ? CryptoHelper::Trace::steps : CryptoHelper::Trace::nothing;
+  const bool right = CryptoHelper().decrypted(cipher, key.text, password, trace);
+  if (told) HANDLER_DEBUG_OF("getPasswordFromMeta", "clearbuf len=%i", static_cast<int>(password.size()));
   if (right && isPassword(password, form)) return true;
   wipe(password);
   return false;
@@ -86,15 +89,18 @@ bool CryptoSyncCopyHandler::passwordUnder(const std::string& assetKey, const std
 
 std::vector<std::string> CryptoSyncCopyHandler::getPasswordFromMeta(ptree& meta, PasswordForm form) {
   std::vector<std::string> passwords;
+  int tried = 0;
   for (const auto& member : wrappedPasswords(meta)) {
     const std::string& assetId = member.first;
     const std::string& hexPass = member.second;
     if (!AssetKeys::isValidId(assetId)) continue;
-    HANDLER_DEBUG("got\n\t'asset'=%s\n\tarchivePass=%s", assetId.c_str(),
-                  ("(" + std::to_string(hexPass.size()) + " digits)").c_str());
+    const bool told = ++tried <= kMostTold;
+    if (told)
+      HANDLER_DEBUG("got\n\t'asset'=%s\n\tarchivePass=%s", assetId.c_str(),
+                    ("(" + std::to_string(hexPass.size()) + " digits)").c_str());
     for (const std::string* const key : keys_.readers(assetId)) {
       Secret password;
-      if (passwordUnder(*key, hexPass, form, password.text)) passwords.push_back(password.text);
+      if (passwordUnder(*key, hexPass, form, password.text, told)) passwords.push_back(password.text);
     }
   }
   return passwords;

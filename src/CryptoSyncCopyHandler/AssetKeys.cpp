@@ -141,9 +141,10 @@ std::wstring CryptoSyncCopyHandler::answerOf(const std::string& assetId) {
   const KeyNotFoundCallback ask = keyNotFound_;  // the callback may register another one
   std::wstring id;
   if (!ask || !platform::wideFromUtf8(assetId, id) || !asked_.insert(assetId).second) return std::wstring();
-  HANDLER_INFO("key not found, going to callback");
+  const char* const step = encrypting_ ? "copyEncrypt" : "copyDecrypt";
+  HANDLER_INFO_OF(step, "key not found, going to callback");
   std::wstring key = ask(id);
-  if (!key.empty()) HANDLER_INFO("found key %s", assetId.c_str());
+  if (!key.empty()) HANDLER_INFO_OF(step, "found key %s", assetId.c_str());
   return key;
 }
 

@@ -35,7 +35,7 @@ bool CryptoSyncCopyHandler::copyJob(CopyJob& job, const fs::path& src, const fs:
   sourceIsDamaged_ = endChanged_ = false;
   std::wstring source;
   platform::wideOf(src, source);
-  const bool encrypt = isInsideFolder(source);
+  const bool encrypt = encrypting_ = isInsideFolder(source);
   const bool done = encrypt ? encryptJob(job, src, dest) : decryptJob(job, src, dest);
   if (sourceIsDamaged_) job.outcome.result = CopyOutcome::Result::damaged;
   if (endChanged_) job.outcome.result = CopyOutcome::Result::changed;
@@ -144,7 +144,7 @@ bool CryptoSyncCopyHandler::archiveFailed(const zip::ArchiveError& error, const 
     quarantineOnce(archive, L"Holds more than an archive of a pair may hold");
     return false;
   }
-  HANDLER_ERROR("Couldn't decrypt archive %s", utf8(archive).c_str());
+  HANDLER_ERROR_OF("copyDecrypt", "Couldn't decrypt archive %s", utf8(archive).c_str());
   HANDLER_ERROR("%s", error.what());
   endChanged_ = error.failure() == zip::ArchiveFailure::changed;
   if (error.failure() == zip::ArchiveFailure::cannotRead || error.failure() == zip::ArchiveFailure::cannotWrite) {

@@ -93,7 +93,7 @@ public:
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
   CopyOutcome copyGuarded(boost::filesystem::path src, boost::filesystem::path dest, const CopyGuard* guard) override;
-  std::pair<bool, bool> deleteGuarded(std::wstring path, const platform::FileStamp& judged) override;
+  DeletionOutcome deleteGuarded(std::wstring path, const platform::FileStamp& judged) override;
   void foundInSync(std::wstring path) override;
   std::vector<std::wstring> archiveNames(std::wstring path) override;
   void beginOperation() override;
@@ -241,7 +241,8 @@ private:
   bool readSealed(const boost::filesystem::path& path, SealedArchive& archive);
   bool unseal(SealedArchive& archive, std::string& password);
   bool passwordOf(SealedArchive& archive, std::string& password);
-  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, PasswordForm form, std::string& password);
+  bool passwordUnder(const std::string& assetKey, const std::string& hexPass, PasswordForm form, std::string& password,
+                     bool told = false);
 
   // Rewrap.cpp, KeyCheck.cpp
   enum class Rewrapped { done, already, notOurs, failed };
@@ -313,7 +314,7 @@ private:
   bool isGone(const Deletion& deletion);
   bool deleteEntry(Deletion& deletion);
   bool deleteWithRetries(Deletion& deletion);
-  std::pair<bool, bool> carryDeletion(const std::wstring& path, const platform::FileStamp* judged);
+  DeletionOutcome carryDeletion(const std::wstring& path, const platform::FileStamp* judged);
   bool WinRecycleFile(const platform::Spot& file, const platform::FileStamp& judged);
   bool isSystemMadeEntry(const boost::filesystem::path& entry);
   bool emptyFolder(const platform::OpenFolder& folder, Deletion& deletion);
@@ -354,6 +355,7 @@ private:
   std::wstring quarFolder_;
   int compressionFlag_ = 0;
   std::map<std::wstring, platform::FileStamp> keptAsTheyAre_;  ///< archives of which this version is kept already
+  bool encrypting_ = false;                                    ///< in the last copy
   bool sourceIsDamaged_ = false;                               ///< of the last copy
   bool endChanged_ = false;                                    ///< the same: an end was not what it had been
   // Under fneLock_, the handler's one mutex; seconds.

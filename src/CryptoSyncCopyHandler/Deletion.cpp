@@ -36,9 +36,10 @@ struct CryptoSyncCopyHandler::Deletion {
   std::wstring root;    ///< the counterpart's side
   bool ownIsInside = false;
   bool isFolder = false;
-  bool refused = false;        ///< must not be deleted: no use in trying again
-  std::size_t removed = 0;     ///< entries
-  platform::FileStamp judged;  ///< of a file: what it is to be
+  bool refused = false;                  ///< must not be deleted: no use in trying again
+  std::size_t removed = 0;               ///< entries
+  platform::FileStamp judged;            ///< of a file: what it is to be
+  boost::system::error_code error = {};  ///< of the latest attempt
 };
 
 bool CryptoSyncCopyHandler::nameCounterpart(Deletion& deletion) {
@@ -178,13 +179,16 @@ bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
       HANDLER_INFO_OF("doDelete", "changed meanwhile, not deleted: %s", utf8(deletion.target).c_str());
       break;
     }
+    deletion.error.clear();
     try {
       if (deleteEntry(deletion)) return true;
     } catch (const fs::filesystem_error& error) {
       HANDLER_ERROR_OF("doDelete", "%s", error.what());
+      deletion.error = error.code();
     }
     if (deletion.refused) break;
     HANDLER_ERROR_OF("doDelete", "Failed deletion, attempt #%d", attempt);
+    if (deletion.error && !platform::mayPassSoon(deletion.error)) break;
   }
   HANDLER_ERROR_OF("doDelete", "Couldn't del %s", utf8(deletion.target).c_str());
   return false;
@@ -192,18 +196,17 @@ bool CryptoSyncCopyHandler::deleteWithRetries(Deletion& deletion) {
 
 std::pair<bool, bool> CryptoSyncCopyHandler::doDelete(std::wstring path) {
   HANDLER_DEBUG("path: %s", utf8(path).c_str());
-  return carryDeletion(path, nullptr);
+  return carryDeletion(path, nullptr).gone;
 }
 
-std::pair<bool, bool> CryptoSyncCopyHandler::deleteGuarded(std::wstring path, const platform::FileStamp& judged) {
+DeletionOutcome CryptoSyncCopyHandler::deleteGuarded(std::wstring path, const platform::FileStamp& judged) {
   HANDLER_DEBUG_OF("doDelete", "path: %s", utf8(path).c_str());
   return carryDeletion(path, &judged);
 }
 
-std::pair<bool, bool> CryptoSyncCopyHandler::carryDeletion(const std::wstring& path,
-                                                           const platform::FileStamp* judged) {
+DeletionOutcome CryptoSyncCopyHandler::carryDeletion(const std::wstring& path, const platform::FileStamp* judged) {
   Deletion deletion;
-  if (!planDeletion(genericForm(path), deletion)) return {false, false};
+  if (!planDeletion(genericForm(path), deletion)) return {};
   deletion.judged = judged ? *judged : platform::stampOf(platform::pathOf(deletion.target));
   const bool ownGone = isGone(deletion);
   bool targetGone = false;
@@ -219,7 +222,8 @@ std::pair<bool, bool> CryptoSyncCopyHandler::carryDeletion(const std::wstring& p
     ifQuarantinedClear(platform::pathOf(deletion.own));
     ifQuarantinedClear(platform::pathOf(deletion.target));
   }
-  return deletion.ownIsInside ? std::make_pair(ownGone, targetGone) : std::make_pair(targetGone, ownGone);
+  const auto gone = deletion.ownIsInside ? std::make_pair(ownGone, targetGone) : std::make_pair(targetGone, ownGone);
+  return {gone, deletion.error};
 }
 
 void CryptoSyncCopyHandler::deleteStatus(bool deleted, std::wstring path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <boost/system/error_code.hpp>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -34,6 +35,12 @@ struct CopyOutcome {
   std::wstring written;
   platform::FileStamp placed;
   std::wstring problem;  ///< why nothing was copied, for the user; empty where that is not known
+};
+
+/// How a deletion ended.
+struct DeletionOutcome {
+  std::pair<bool, bool> gone;       ///< the Inside entry, the Outside entry
+  boost::system::error_code error;  ///< why the counterpart is still there, where the system told
 };
 
 /// Every operation of a pair on file contents and names. The order of the operations is part of the contract.
@@ -80,8 +87,8 @@ public:
   virtual CopyOutcome copyGuarded(boost::filesystem::path src, boost::filesystem::path dest,
                                   const CopyGuard* guard) = 0;
 
-  /// The same as doDelete() for a file, whose counterpart goes only as long as it is `judged`.
-  virtual std::pair<bool, bool> deleteGuarded(std::wstring path, const platform::FileStamp& judged) = 0;
+  /// The same as doDelete(); the counterpart of a file goes only as long as it is `judged`.
+  virtual DeletionOutcome deleteGuarded(std::wstring path, const platform::FileStamp& judged) = 0;
 
   /// Is told that a file that changed on both sides turned out to need no copy: what was quarantined about the path no
   /// longer holds.

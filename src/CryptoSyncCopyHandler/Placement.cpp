@@ -102,9 +102,9 @@ bool CryptoSyncCopyHandler::placeAcrossVolumes(const Spot& from, const Spot& tar
 }
 
 bool CryptoSyncCopyHandler::placeInside(const fs::path& from, CopyJob& job) {
-  HANDLER_DEBUG("path: %s", utf8(job.target).c_str());
-  HANDLER_DEBUG("pardir = %s", utf8(parentOf(job.target)).c_str());
-  HANDLER_DEBUG("Parent, inside: %s", utf8(job.targetRoot).c_str());
+  HANDLER_DEBUG_OF("moveInside", "path: %s", utf8(job.target).c_str());
+  HANDLER_DEBUG_OF("moveInside", "pardir = %s", utf8(parentOf(job.target)).c_str());
+  HANDLER_DEBUG_OF("moveInside", "Parent, inside: %s", utf8(job.targetRoot).c_str());
   return place(from, job);
 }
 

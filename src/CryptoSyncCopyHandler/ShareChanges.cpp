@@ -34,7 +34,8 @@ struct CryptoSyncCopyHandler::ShareChange {
 };
 
 void CryptoSyncCopyHandler::setStateFolder(const std::wstring& folder) {
-  shareMemory_.load(joinPath(folderForm(folder), L"Kelta_sync_shares.txt"));
+  if (!shareMemory_.load(joinPath(folderForm(folder), L"Kelta_sync_shares.txt")))
+    tellError(L"Which keys the shares had cannot be read: a change of one is not noticed");
 }
 
 const std::string& CryptoSyncCopyHandler::shownAsset(const std::string& id) const {

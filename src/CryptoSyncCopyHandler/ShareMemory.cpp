@@ -44,11 +44,11 @@ bool ShareMemory::readLine(const std::string& line) {
   return true;
 }
 
-void ShareMemory::load(const std::wstring& file) {
+bool ShareMemory::load(const std::wstring& file) {
   used_.clear();
   changed_ = false;
   file_ = file;
-  if (platform::stampOf(platform::pathOf(file)).kind == platform::Kind::missing) return;
+  if (platform::stampOf(platform::pathOf(file)).kind == platform::Kind::missing) return true;
   try {
     std::istringstream lines(wholeText(file));
     for (std::string line; std::getline(lines, line);) {
@@ -58,7 +58,9 @@ void ShareMemory::load(const std::wstring& file) {
   } catch (const boost::filesystem::filesystem_error& error) {
     logError(this, file, error.what());
     file_.clear();
+    return false;
   }
+  return true;
 }
 
 const std::string* ShareMemory::usedWith(std::wstring folder, const std::wstring& root) const {

@@ -14,8 +14,8 @@ namespace Kelta {
 /// An empty folder is the roots themselves, an empty id the default asset.
 class ShareMemory {
 public:
-  /// Reads the file, if it is there. One that cannot be read is left alone: nothing is written over it.
-  void load(const std::wstring& file);
+  /// Reads the file, if it is there. One that cannot be read is left alone: nothing is written over it. False then.
+  bool load(const std::wstring& file);
   /// What the nearest folder at or above `folder`, but not above `root`, was used with; null when there is none.
   const std::string* usedWith(std::wstring folder, const std::wstring& root) const;
   /// The highest folder at or above `folder` that was used with the same asset.

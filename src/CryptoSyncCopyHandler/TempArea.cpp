@@ -27,12 +27,12 @@ TempArea::TempArea(const std::wstring& tempFolder, const void* owner)
 
 TempArea::~TempArea() {
   log4cplus::Logger& logger = log::copyHandler();
-  KELTA_LOG(logger, log4cplus::DEBUG_LOG_LEVEL, owner_, "removing all at %s", utf8(path_).c_str());
+  KELTA_LOG_OF(logger, log4cplus::DEBUG_LOG_LEVEL, "copyDecrypt", owner_, "removing all at %s", utf8(path_).c_str());
   boost::system::error_code error;
   platform::removeTree(path_, error);
   if (error) {
-    KELTA_LOG(logger, log4cplus::ERROR_LOG_LEVEL, owner_, "remove_all() error_code return %d %s", error.value(),
-              error.message().c_str());
+    KELTA_LOG_OF(logger, log4cplus::ERROR_LOG_LEVEL, "copyDecrypt", owner_, "remove_all() error_code return %d %s",
+                 error.value(), error.message().c_str());
   }
   platform::forgetTemporaryName(name_);
 }

@@ -66,8 +66,12 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
     PAIR_ERROR_OF("resolveSync", "conflict copy exception %s", error.what());
   }
   if (names.size() < 2) return tieFailed(src, dest);
-  recordIfEqual(key);
-  recordIfEqual(keyOf(side(true), names[0], false));
+  recordPlaced(key, dest.fullPath, dest.stamp);
+  const std::wstring copy = keyOf(side(true), names[0], false);
+  const std::wstring archive = archiveFor(copy);
+  const platform::FileStamp shared = stampUnderName(archive);
+  // Where it could not be encrypted it is an addition to the next scan.
+  if (shared.kind == platform::Kind::file) recordPlaced(copy, archive, shared);
   ++successfulEvents_;
   refreshParent(key);
   notify(L"SYNC", L"Conflict: the version of " + jsonEscaped(nameOf(key)) + L" from here was kept as " +
@@ -75,17 +79,15 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   report(L"conflict", names[0]);
 }
 
-// Records what was done for both sides; where the two are not both there with one time and content, neither is known,
-// so that the next scan merges them.
-void SyncPair::recordIfEqual(const std::wstring& key) {
-  const std::wstring src = pathFor(side(true), key, false);
-  const std::wstring dest = pathFor(side(false), key, false);
-  const platform::FileStamp inside = lookAt(src);
-  const platform::FileStamp outside = lookAt(dest);
-  const bool both = inside.kind == platform::Kind::file && outside.kind == platform::Kind::file;
-  if (!both || inside.seconds() != outside.seconds() || !holdsContent(dest, src)) return forgetBoth(key, false);
-  recordAs(srcStateList, src, inside);
-  recordAs(destStateList, dest, outside);
+// Both sides hold what was placed here, or what somebody made of it since: then it is recorded as unseen. What is gone
+// by now was deleted.
+void SyncPair::recordPlaced(const std::wstring& key, const std::wstring& archive, const platform::FileStamp& seen) {
+  const std::wstring src = joinPath(sourceFolder_, key);
+  const platform::FileStamp inside = stampUnderName(src);
+  const bool there = inside.kind == platform::Kind::file;
+  const bool asPlaced = recordAs(destStateList, archive, seen);
+  const bool same = there && asPlaced && mayBeOneTime(inside, seen) && holdsContent(archive, src);
+  recordAs(srcStateList, src, there ? inside : seen, same);
 }
 
 // For want of a key the archive was given up: its record alone is kept, so that it is neither tried again in each cycle

@@ -15,15 +15,15 @@ namespace {
 
 constexpr std::size_t kCompareBytes = 256 * 1024;
 
+}  // namespace
+
 // Without the paths: those in the Temp folder differ each time, and the host would be told anew in each cycle.
-std::wstring reasonOf(const boost::filesystem::filesystem_error& error) {
+std::wstring SyncPair::reasonOf(const boost::system::error_code& error) {
   std::wstring reason;
-  const std::string text = error.code().message();
+  const std::string text = error.message();
   const bool known = platform::wideFromUtf8(text, reason) || platform::wideFromNarrow(text.c_str(), reason);
   return known && !reason.empty() ? reason : L"a file could not be accessed";
 }
-
-}  // namespace
 
 // One attempt. `again`: a file could not be accessed, for a reason that may pass soon.
 CopyOutcome SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& destFile, const CopyGuard* guard,
@@ -52,7 +52,7 @@ CopyOutcome SyncPair::copyOnce(const std::wstring& srcFile, const std::wstring& 
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR_OF("doCopy", "File access issue: %s", utf8(srcFile).c_str());
     PAIR_ERROR_OF("doCopy", "%s", error.what());
-    copyProblem_ = reasonOf(error);
+    copyProblem_ = reasonOf(error.code());
     again = platform::mayPassSoon(error.code());
     return {};
   }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Carrying one decision out. What was decided from the scan is looked at again right before it is done: an entry that
 // changed since is left alone, and the next scan finds it.
+#include <boost/filesystem/exception.hpp>
+
 #include "CryptoSyncCopyHandler/NameFilter.h"
 #include "SyncPair0/StampUnderName.h"
 #include "SyncPair0/SyncPair.h"
@@ -92,6 +94,9 @@ void SyncPair::carryFolder(const Side& from, const Side& to, const std::wstring&
   bool made = false;
   try {
     made = handler_->copyDir(platform::pathOf(so.fullPath), platform::pathOf(target));
+  } catch (const boost::filesystem::filesystem_error& error) {
+    PAIR_ERROR_OF("resolveSync", "exception: %s", error.what());
+    copyProblem_ = reasonOf(error.code());
   } catch (const std::exception& error) {
     PAIR_ERROR_OF("resolveSync", "exception: %s", error.what());
   }
@@ -139,16 +144,16 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
     if (waiting_.note(target, L"in-use")) report(L"changing", target);
     return;
   }
-  const auto gone = so.isFolder ? handler_->doDelete(so.fullPath + L'/') : handler_->deleteGuarded(so.fullPath, stamp);
+  const DeletionOutcome outcome = handler_->deleteGuarded(so.isFolder ? so.fullPath + L'/' : so.fullPath, stamp);
+  const std::pair<bool, bool>& gone = outcome.gone;
   const bool deleted = gone.first && gone.second;
   handler_->deleteStatus(deleted, target);
   PAIR_INFO_OF("resolveSync", "deleted successfully? %s %s", log::truth(gone.first), log::truth(gone.second));
-  if (!deleted && so.isFolder) return finishFolderDeletion(from, to, key, so);
+  if (!deleted && so.isFolder && !outcome.error) return finishFolderDeletion(from, to, key, so);
   if (!deleted) {
     // The records stay: the next scan finds the deletion again, or what was changed at the last moment.
     if (file && !stampUnderName(target).sameContent(stamp)) return;
-    notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(key)));
-    return report(L"failed", target);
+    return deletionFailed(key, target, outcome.error);
   }
   const std::wstring& src = from.inside ? so.fullPath : target;
   const std::wstring& dest = from.inside ? target : so.fullPath;
@@ -161,6 +166,13 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   if (stamp.kind == platform::Kind::missing) return;
   notifyDone(L"Deleted " + jsonEscaped(nameOf(key)) + L" successfully.");
   report(L"delete", target);
+}
+
+void SyncPair::deletionFailed(const std::wstring& key, const std::wstring& target,
+                              const boost::system::error_code& error) {
+  const std::wstring reason = error ? L'"' + jsonEscaped(reasonOf(error)) + L'"' : std::wstring();
+  notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(key)), reason);
+  report(L"failed", target);
 }
 
 // What a system makes by itself keeps no folder alive: it goes with the folder, when nothing else is in it.

@@ -342,6 +342,7 @@ private:
                      const SyncObject* other);
   bool goesWithFolder(const Side& deleting, const std::wstring& key);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
+  void deletionFailed(const std::wstring& key, const std::wstring& target, const boost::system::error_code& error);
 
   // KindClash.cpp
   bool isFolderOfPair(const std::wstring& path);
@@ -366,7 +367,7 @@ private:
   void settleTie(const std::wstring& key, const SyncObject& so, const SyncObject& so2, const Side& one);
   void tieFailed(const SyncObject& src, const SyncObject& dest);
   void makeConflictCopy(const std::wstring& key, const SyncObject& src, const SyncObject& dest);
-  void recordIfEqual(const std::wstring& key);
+  void recordPlaced(const std::wstring& key, const std::wstring& archive, const platform::FileStamp& seen);
   enum class Opened {
     yes,
     no,
@@ -406,6 +407,7 @@ private:
   void noteChanging(const std::wstring& source);
   void retryCopies();
   void tellBusy();
+  static std::wstring reasonOf(const boost::system::error_code& error);
   CopyOutcome copyOnce(const std::wstring& srcFile, const std::wstring& destFile, const CopyGuard* guard, bool& again);
   void waitOutRunningSecond(const platform::FileStamp& stamp);
   /// Records an entry as `seen`, unless it is something else by now or is not to be trusted: then as unseen. Whether it
