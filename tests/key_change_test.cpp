@@ -133,6 +133,8 @@ TEST_F(KeyChange, FoldersThatNoScanTakesDoNotEndIt) {
   EXPECT_TRUE(a.changeKey(L"another key"));
   EXPECT_TRUE(a.handler().verifyArchives({}));
   EXPECT_TRUE(a.resetNames());
+  a.cycle();
+  EXPECT_EQ(a.cycle(), "");
   const std::string told = platform::utf8(a.handler().getQuarantineAsJSON());
   EXPECT_NE(told.find("Path too long"), std::string::npos) << told;
   EXPECT_EQ(told.find("errorid"), told.rfind("errorid")) << "named once, where it begins";

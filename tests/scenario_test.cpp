@@ -164,6 +164,7 @@ TEST_F(Scenario, ADeletedFolderStaysOnlyForWhatSomebodyMade) {
       converge();
       fs::remove_all(in(a, "gone"));
       put(in(b, file), content, 20);
+      put(out("gone/sub") / "desktop.ini", "of a look of its own", 20);
       for (int i = 0; i < 6; ++i) ((i % 2 == 0) == otherFirst ? b : a).cycle();
       EXPECT_EQ(a.cycle() + b.cycle(), "") << row.name;
       for (const fs::path& place : {in(a, "gone/sub"), in(b, "gone"), out("gone")})
@@ -216,14 +217,16 @@ TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
        "x!=file@20 x/ x/in=inner@30"},
   };
   for (const bool subScans : {false, true}) {
-    for (const bool oneFirst : {true, false}) {
+    std::string order = "000111";
+    for (int count = 0; count < 20; std::next_permutation(order.begin(), order.end()), ++count) {
+      if (count % 3 != 0) continue;
       for (const auto& row : table) {
         const TempFolder place;
         Device one(place / "one", place / "outside");
         Device two(place / "two", place / "outside");
         row.story(one, two);
-        for (int i = 0; i < 6; ++i) {  // one to bring it about, two to settle it
-          Device& device = (i % 2 == 0) == oneFirst ? one : two;
+        for (const char turn : order + "0101") {  // to bring it about, and to settle it
+          Device& device = turn == '0' ? one : two;
           std::vector<std::wstring> folders;
           for (const fs::path& root : {device.inside(), device.outside()})
             for (const fs::path& listed : {root, root / "x"}) folders.push_back(platform::wideOf(listed));
@@ -231,8 +234,8 @@ TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
           if (subScans) device.pair().subResolve();
           if (!subScans) device.cycle();
         }
-        EXPECT_EQ(one.cycle() + two.cycle(), "") << row.tree << subScans << oneFirst;
-        EXPECT_EQ(withShortConflicts(one.tree()), row.tree) << subScans << oneFirst;
+        EXPECT_EQ(one.cycle() + two.cycle(), "") << row.tree << subScans << order;
+        EXPECT_EQ(withShortConflicts(one.tree()), row.tree) << subScans << order;
         EXPECT_EQ(one.tree(), two.tree());
         const std::string told = one.notifications() + two.notifications();
         EXPECT_NE(told.find("a folder has the name of the file x,"), std::string::npos) << told;

@@ -119,6 +119,10 @@ TEST_F(State, WhatCannotBeReadIsKeptAsideAndBothSidesAreMerged) {
   fs::remove(a.inside() / "x");
   a.start();
   EXPECT_EQ(a.cycle(), "delete:x.kelta") << "the records are whole";
+  fs::remove(a.state() / "Kelta_sync_shares.txt");
+  put(a.state() / "Kelta_sync_shares.txt/content", "unread", 0);
+  a.start();
+  EXPECT_NE(a.notifications().find("Which keys the shares had cannot be read"), std::string::npos);
 }
 
 // Time 0: what is there is not what the other side has, though both may carry one time.
