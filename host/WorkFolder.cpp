@@ -100,6 +100,8 @@ WorkFolder::WorkFolder(const std::wstring& text, const PairFolders& pair)
   }
 }
 
+WorkFolder::~WorkFolder() { removeUnused(); }
+
 void WorkFolder::createFolders() const {
   createForOwner(root_);
   for (const char* const part : {"state", "temp", "log"}) createForOwner(root_ / part);
@@ -107,6 +109,10 @@ void WorkFolder::createFolders() const {
 
 void WorkFolder::open() {
   try {
+    for (fs::path folder = root_; platform::stampOf(folder).kind == platform::Kind::missing;) {
+      made_.insert(made_.begin(), folder);
+      folder = folder.parent_path();
+    }
     createFolders();
     takeLock();
     refuseOtherPair();
@@ -134,6 +140,18 @@ void WorkFolder::takeLock() {
   }
   lock->setNote(std::to_string(platform::processId()) + "\n");
   lock_ = std::move(lock);
+}
+
+// The lock goes while it is held, where the system lets it: nobody else may have it by then. What is in use, or has
+// something in it (a key that was made, say), stays.
+void WorkFolder::removeUnused() {
+  boost::system::error_code error;
+  if (made_.empty() || lock_ == nullptr || claimed()) return;
+  for (const char* const part : {"state", "temp", "log"}) fs::remove(root_ / part, error);
+  fs::remove(lockFile(), error);
+  lock_.reset();
+  if (error) fs::remove(lockFile(), error);
+  for (auto folder = made_.rbegin(); folder != made_.rend(); ++folder) fs::remove(*folder, error);
 }
 
 bool WorkFolder::keyChangePending() const { return platform::stampOf(newKeyFile()).kind != platform::Kind::missing; }

@@ -4,6 +4,7 @@
 #include <boost/filesystem/path.hpp>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "PairFolders.h"
 #include "platform/LockFile.h"
@@ -31,6 +32,8 @@ public:
   /// `text` as the user gave it; empty for the default, which is derived from the two folders of the pair.
   /// Throws Failure (usage) when it lies in one of them or the system names no place for it.
   WorkFolder(const std::wstring& text, const PairFolders& pair);
+  /// A folder that was made for a run which came to nothing goes with it.
+  ~WorkFolder();
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
 
@@ -76,9 +79,11 @@ private:
   boost::filesystem::path lockFile() const { return root_ / "lock"; }
   void createFolders() const;
   void takeLock();
+  void removeUnused();
 
   boost::filesystem::path root_;
   std::wstring pairText_;
+  std::vector<boost::filesystem::path> made_;  ///< by open(): the folder and those above it, the outermost first
   std::unique_ptr<platform::LockFile> lock_;
 };
 

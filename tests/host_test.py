@@ -288,8 +288,8 @@ class Keys(Base):
         (self.outside / "deep").mkdir()
         (self.outside / "deep" / "a.txt.kelta").write_text("an archive of another device")
         for options in (("--make-key",), ("--make-key", "--key-file", "new")):
-            self.assertIn("already holds archives", self.sync(NO_KEY, *options)[1])
-        self.assertFalse((self.work / "key").exists() or (self.base / "new").exists())
+            self.assertIn("already holds archives", self.sync(NO_KEY, *options, work=self.work / "deep")[1])
+        self.assertEqual({path.name for path in self.base.iterdir()}, {"in", "out"}, "a refused run left something")
 
     @not_on_windows("a terminal")
     def test_asked_for_on_a_terminal(self):
