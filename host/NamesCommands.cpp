@@ -127,7 +127,10 @@ Exit checkCommand(const Arguments& arguments) {
     tooLong[0] += plain.enough ? 0U : 1U;
     tooLong[1] += encrypted.enough ? 0U : 1U;
     if (plain.enough && encrypted.enough) continue;
-    if (!headed) say(L"plain name encrypted   (characters of the path, at most 260; bytes of the name, at most 255)");
+    if (!headed) {
+      say(L"     plain  encrypted   (path: characters, at most 260; name: bytes, at most 255)");
+      say(L" path name  path name   file");
+    }
     headed = true;
     say(plain.text + encrypted.text + L"  " + printable(relative));
   }

@@ -398,7 +398,8 @@ class Sync(Base):
         self.assertTrue((self.outside / "docs" / "c.txt.kelta").exists())
         self.assertIn(NOTHING, self.sync(DONE)[0])
         (self.inside / ("l" * 200)).write_text("")
-        self.assertRegex(self.expect(FAILED, "check", *pair)[0], r"206  [0-9 ]+!  l{200}\nfiles: 4; .* names: 0, .* names: 1")
+        self.assertRegex(self.expect(FAILED, "check", *pair)[0], r" path name  path name   file\n *\d+  206  [0-9 ]+!  l{200}\n"
+                                                                 r"files: 4; .* names: 0, .* names: 1")
 
     def sync_new(self, name, *options):
         (self.inside / "docs" / name).write_text(name)
