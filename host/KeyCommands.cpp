@@ -109,10 +109,7 @@ void takeOver(const FoundKey& old, const FoundKey& fresh, const WorkFolder& work
 }
 
 Exit rotate(const Arguments& arguments) {
-  std::vector<OptionRule> rules = rulesWith(kKeyRules);
-  rules.push_back({L"--new-key-file", L"", true});
-  rules.push_back({L"--make-key", L"", false});
-  const Options options(arguments, rules);
+  const Options options(arguments, rulesWith({{L"--new-key-file", L"", true}}));
   options.refuseOperands();
   const std::wstring asset = assetOf(options);
   NamedPair named(options);
@@ -150,7 +147,7 @@ Exit rotate(const Arguments& arguments) {
 }
 
 Exit verify(const Arguments& arguments) {
-  const Options options(arguments, rulesWith(kKeyRules));
+  const Options options(arguments, rulesWith({}));
   options.refuseOperands();
   NamedPair named(options);
   named.openForReading();

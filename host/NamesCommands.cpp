@@ -56,7 +56,7 @@ Room roomOf(const std::wstring& folder, const std::wstring& name) {
 }  // namespace
 
 Exit namesCommand(const Arguments& arguments) {
-  const Options options(arguments, rulesWith(kKeyRules));
+  const Options options(arguments, rulesWith({}));
   const std::wstring wish = options.onlyOperand(L"on or off");
   if (wish != L"on" && wish != L"off") throw Failure{Exit::usage, L"names takes on or off"};
   NamedPair named(options);
@@ -79,7 +79,7 @@ Exit namesCommand(const Arguments& arguments) {
 }
 
 Exit lsCommand(const Arguments& arguments) {
-  const Options options(arguments, rulesWith(kKeyRules));
+  const Options options(arguments, rulesWith({}));
   options.refuseOperands();
   NamedPair named(options);
   named.openForReading();

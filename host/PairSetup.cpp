@@ -50,8 +50,17 @@ bool hasEncryptedNames(Engine& engine, const std::wstring& outside) {
 
 }  // namespace
 
-std::vector<OptionRule> rulesWith(std::vector<OptionRule> more) {
-  std::vector<OptionRule> rules = {{L"--inside", L"", true}, {L"--outside", L"", true}, {L"--work", L"", true}};
+std::vector<OptionRule> pairRules() {
+  std::vector<OptionRule> rules = kKeyRules;
+  for (const wchar_t* const folder : {L"--inside", L"--outside", L"--work"}) rules.push_back({folder, L"", true});
+  for (const wchar_t* const flag : {L"--make-key", L"--names", L"--compress"}) rules.push_back({flag, L"", false});
+  rules.push_back({L"--pace", L"", true});
+  return rules;
+}
+
+std::vector<OptionRule> rulesWith(const std::vector<OptionRule>& more) {
+  std::vector<OptionRule> rules = pairRules();
+  rules.push_back({L"--quiet", L"-q", false});
   rules.insert(rules.end(), more.begin(), more.end());
   return rules;
 }
@@ -74,12 +83,6 @@ EngineSettings NamedPair::settings() const {
   return {folders.inside, folders.outside, work.state(), work.temp(), log_, false};
 }
 
-std::vector<OptionRule> pairRules() {
-  std::vector<OptionRule> rules = rulesWith(kKeyRules);
-  for (const wchar_t* const flag : {L"--make-key", L"--names", L"--compress"}) rules.push_back({flag, L"", false});
-  rules.push_back({L"--pace", L"", true});
-  return rules;
-}
 
 PairSetup::PairSetup(const Options& options) : options_(checked(options)), pair_(options), pace_(paceOf(options)) {}
 

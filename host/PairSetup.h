@@ -14,8 +14,12 @@
 namespace Kelta {
 namespace host {
 
-/// The options that say which pair is meant, and `more`.
-std::vector<OptionRule> rulesWith(std::vector<OptionRule> more);
+/// The options that say which pair is meant and how it is synchronised.
+std::vector<OptionRule> pairRules();
+
+/// Those of "sync", and `more`: a command takes those as well that it does not need, so that a line may be repeated
+/// with another verb.
+std::vector<OptionRule> rulesWith(const std::vector<OptionRule>& more);
 
 /// The pair that the options name.
 struct NamedPair {
@@ -34,9 +38,6 @@ struct NamedPair {
 private:
   std::wstring log_;
 };
-
-/// The options that say which pair is meant and how it is synchronised.
-std::vector<OptionRule> pairRules();
 
 /// One pair as the user wants it synchronised.
 class PairSetup {

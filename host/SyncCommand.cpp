@@ -63,9 +63,7 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
 }  // namespace
 
 Exit syncCommand(const Arguments& arguments) {
-  std::vector<OptionRule> rules = pairRules();
-  rules.push_back({L"--quiet", L"-q", false});
-  const Options options(arguments, rules);
+  const Options options(arguments, rulesWith({}));
   PairSetup setup(options);
   setup.open();
   setup.prepare();

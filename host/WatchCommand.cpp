@@ -20,11 +20,6 @@ namespace {
 
 using Setups = std::vector<std::unique_ptr<PairSetup>>;
 
-std::vector<OptionRule> withRules(std::vector<OptionRule> rules, const std::vector<OptionRule>& more) {
-  rules.insert(rules.end(), more.begin(), more.end());
-  return rules;
-}
-
 void addSetup(Setups& setups, const Options& options) {
   auto setup = std::make_unique<PairSetup>(options);
   for (const auto& other : setups) {
@@ -104,7 +99,7 @@ Exit serve(PairWatch& watch, StatusBoard& board, std::size_t number) {
 }  // namespace
 
 Exit watchCommand(const Arguments& arguments) {
-  const Options options(arguments, withRules(pairRules(), {{L"--pairs", L"", true}, {L"--quiet", L"-q", false}}));
+  const Options options(arguments, rulesWith({{L"--pairs", L"", true}}));
   const Setups setups = setupsOf(options);
   for (const auto& setup : setups) setup->open();
   for (const auto& setup : setups) setup->prepare();

@@ -139,7 +139,7 @@ class Usage(Base):
             (("sync", "--inside", "/", "--outside", "out"), "the Outside lies in the Inside"),
             ((*pair, "--work", "in/w"), "work folder lies in the Inside"),
             ((*pair, "--work", "out"), "work folder lies in the Outside"),
-            (("status", *pair[1:], "stray"), "one argument too many: stray"),
+            (("status", *pair[1:], "--pairs", "x"), "unknown option --pairs"),
             (("quarantine", *pair[1:]), "what to do is missing"),
             (("pack", "x"), "--output is missing"),
             (("pack", "-o", "x"), "the file to pack is missing"),
