@@ -136,14 +136,19 @@ at the start; 4 no key or a wrong one.
 
 const char* const kStatus = R"(kelsync status --inside DIR --outside DIR [--work DIR] [--json]
 
-Shows the files that are not synchronised, with the time and the reason; those that are left for later, by reason (they
-are being written to, or in use, or their times lie in the future, or their share waits to be confirmed); and the
-notifications of the last run. Changes nothing on either side, and may run while the pair is synchronised or watched.
+Shows what is not synchronised, with the reason: what could not be carried over, as of the latest cycle that looked at
+it, and what is quarantined; what is left for later (it is being written to, or in use, or its share waits to be
+confirmed); files whose last-write times lie in the future; and the notifications of the last run, what went well behind
+the rest. Changes nothing on either side, and may run while the pair is synchronised or watched.
 
   --inside DIR   the plain files
   --outside DIR  the encrypted archives
   --work DIR     the work folder of the pair, when it is not the default one
-  --json         all three as the library hands them out, each on a line: the quarantine, the notifications, what waits
+  --json         each on a line: the quarantine and the notifications as the library hands them out, then
+                 {"waiting":[...]}, times in the future included, and {"failed":[...]}, both with the file's
+                 "path", the "name" that is shown for it, and the "reason"
+
+The other options of "kelsync sync" are taken as well, and not needed.
 
 Exit codes: 0 shown, whether anything is quarantined or not; 1 the pair was not synchronised yet with this work folder,
 or it cannot be read; 2 usage; 3 a folder of the pair is missing.

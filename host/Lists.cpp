@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Lists.h"
 
+#include <algorithm>
 #include <boost/property_tree/json_parser.hpp>
 #include <map>
 #include <sstream>
+#include <utility>
 
 #include "Failure.h"
 
@@ -28,13 +30,34 @@ Tree listOf(const std::wstring& text, const std::wstring& name) {
 
 std::wstring member(const Tree& tree, const wchar_t* name) { return tree.get<std::wstring>(name, std::wstring()); }
 
+std::wstring quoted(const std::wstring& text) {
+  std::wstring result = L"\"";
+  for (const wchar_t character : text) {
+    if (character == L'"' || character == L'\\') result += L'\\';
+    if (character >= 0x20) {
+      result += character;
+      continue;
+    }
+    result += L"\\u00";
+    result += L"01"[character >> 4];
+    result += L"0123456789abcdef"[character & 15];
+  }
+  return result + L"\"";
+}
+
+template <typename Entry>
+std::wstring membersOf(const Entry& entry) {
+  return L"\"path\":" + quoted(entry.path) + L",\"name\":" + quoted(entry.name) + L",\"reason\":" +
+         quoted(entry.reason);
+}
+
 }  // namespace
 
 std::wstring Waiting::explained() const {
   static const std::map<std::wstring, std::wstring> texts = {
       {L"changing", L"it is being written to, and is carried over when it rests"},
       {L"in-use", L"a program has it open; its new version is put in place when that is closed"},
-      {L"future-time", L"its last-write time lies in the future, so that later changes may go unseen until then"},
+      {L"future-time", L"changes that are saved before that time may go unseen"},
       {L"share-unconfirmed", L"its share names another key than before, which has not been confirmed"}};
   const auto text = texts.find(reason);
   return text == texts.end() ? reason : text->second;
@@ -62,9 +85,56 @@ std::vector<Waiting> waitingOf(const std::wstring& text) {
   std::vector<Waiting> list;
   for (const auto& child : listOf(text, L"waiting")) {
     const auto seconds = child.second.get<std::int64_t>(L"seconds", 0);
-    list.push_back({member(child.second, L"path"), member(child.second, L"reason"), std::chrono::seconds(seconds)});
+    list.push_back({member(child.second, L"path"), member(child.second, L"reason"), std::chrono::seconds(seconds),
+                    member(child.second, L"name")});
   }
   return list;
+}
+
+std::vector<Failed> failedOf(const std::wstring& text) {
+  std::vector<Failed> list;
+  for (const auto& child : listOf(text, L"failed")) {
+    list.push_back({member(child.second, L"path"), member(child.second, L"name"), member(child.second, L"reason")});
+  }
+  return list;
+}
+
+std::wstring textOf(const std::vector<Failed>& entries) {
+  std::wstring list;
+  for (const Failed& entry : entries) list += (list.empty() ? L"{" : L",{") + membersOf(entry) + L"}";
+  return L"{\"failed\":[" + list + L"]}";
+}
+
+std::wstring textOf(const std::vector<Waiting>& entries) {
+  std::wstring list;
+  for (const Waiting& entry : entries) {
+    list += (list.empty() ? L"{" : L",{") + membersOf(entry) + L",\"seconds\":" +
+            std::to_wstring(entry.untilNext.count()) + L"}";
+  }
+  return L"{\"waiting\":[" + list + L"]}";
+}
+
+// A file that a program has open waits for that, whatever is written to the other side meanwhile.
+std::vector<Waiting> onePerFile(const std::vector<Waiting>& entries,
+                                const std::function<std::wstring(const std::wstring& path)>& shown) {
+  std::map<std::pair<bool, std::wstring>, Waiting> files;
+  for (Waiting entry : entries) {
+    if (entry.name.empty()) entry.name = shown(entry.path);
+    const auto added = files.emplace(std::make_pair(entry.hasFutureTime(), entry.name), entry);
+    if (added.second) continue;
+    Waiting& same = added.first->second;
+    entry.untilNext = same.untilNext = std::max(same.untilNext, entry.untilNext);
+    if (entry.reason == L"in-use") same = entry;
+  }
+  std::vector<Waiting> list;
+  list.reserve(files.size());
+  for (const auto& file : files) list.push_back(file.second);
+  return list;
+}
+
+std::size_t leftForLater(const std::vector<Waiting>& entries) {
+  return static_cast<std::size_t>(
+      std::count_if(entries.begin(), entries.end(), [](const Waiting& entry) { return !entry.hasFutureTime(); }));
 }
 
 bool isList(const std::wstring& text, const std::wstring& name) {

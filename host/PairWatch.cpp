@@ -2,7 +2,6 @@
 #include "PairWatch.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "Failure.h"
@@ -36,7 +35,7 @@ std::wstring parentOf(const std::wstring& path) { return genericOf(platform::pat
 }  // namespace
 
 PairWatch::PairWatch(const PairSetup& setup, StatusBoard& board, std::size_t number, std::wstring log)
-    : setup_(setup), board_(board), number_(number), log_(std::move(log)) {}
+    : setup_(setup), board_(board), number_(number), log_(std::move(log)), failures_(setup.folders()) {}
 
 void PairWatch::run() {
   std::chrono::seconds pause = kMissingPause;
@@ -139,7 +138,7 @@ void PairWatch::beginCycle(State state) {
   board_.setState(number_, state);
   own_.beginCycle();
   carried_ = 0;
-  failed_.clear();
+  failures_.beginCycle();
   engine_->forgetTaken();
 }
 
@@ -179,7 +178,8 @@ void PairWatch::fullCycle(Changes& changes) {
     fullDue_ =
         now + (carried_ > 0 ? Clock::duration(pause) : std::max<Clock::duration>(pause, kPauseFactor * (now - start)));
   }
-  endCycle(nullptr);
+  const std::set<std::wstring> nothing;
+  endCycle(scanned ? nullptr : &nothing);
 }
 
 // What was carried over may have cleared the way for more (a folder in the place of a file): the same folders are
@@ -194,50 +194,48 @@ void PairWatch::subCycle() {
 }
 
 void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
-  std::map<std::wstring, std::wstring> reasons;
   bool anyQuarantined = false;
   for (const Notification& told : engine_->takeNotifications()) {
     if (told.message.compare(0, 10, L"Quarantine") == 0) anyQuarantined = true;
-    if (told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
-    if (!told.more.empty()) reasons[told.message] = told.more;
+    if (!failures_.explain(told) && told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
   }
-  tellFailures(reasons, scanned);
+  const bool ended = engine_->ok() && !Stop::asked();
+  const std::set<std::wstring> nothing;
+  whole_ = whole_ || (ended && scanned == nullptr);
+  tellFailures(failures_.endCycle(ended ? scanned : &nothing));
   // Records are files: they are read when the engine told of one, and now and then.
   if (anyQuarantined || scanned == nullptr) tellQuarantined();
   showErrors();
   planRetry();
-  const std::wstring waiting = engine_->waitingText();
-  planWaits(waiting);
-  keepLists(waiting);
+  const std::vector<Waiting> entries = waitingOf(engine_->waitingText());
+  planWaits(entries);
+  keepLists(onePerFile(entries, [this](const std::wstring& path) { return shown(path); }));
 }
 
-void PairWatch::tellFailures(const std::map<std::wstring, std::wstring>& reasons,
-                             const std::set<std::wstring>* scanned) {
-  for (auto told = told_.begin(); told != told_.end();) {
-    const bool lookedAt = scanned == nullptr || scanned->count(parentOf(*told)) > 0;
-    told = lookedAt && failed_.count(*told) == 0 ? told_.erase(told) : std::next(told);
-  }
-  for (const auto& failure : failed_) {
-    if (!told_.insert(failure.first).second) continue;
-    const auto reason = reasons.find(L"Could not copy " + failure.first.substr(failure.first.rfind(L'/') + 1));
-    board_.complainAbout(number_, L"not synchronised yet: " + printable(failure.second) +
-                                      (reason == reasons.end() ? L"" : L": " + printable(reason->second)));
+void PairWatch::tellFailures(const std::vector<Failed>& fresh) {
+  for (const Failed& failure : fresh) {
+    board_.complainAbout(number_,
+                         L"not synchronised yet: " + printable(failure.name) + L": " + printable(failure.reason));
   }
 }
 
 // Those of the cycle that is running count already, which may take its time over them.
-void PairWatch::showErrors() {
-  std::size_t fresh = 0;
-  for (const auto& failure : failed_) fresh += told_.count(failure.first) == 0 ? 1U : 0U;
-  board_.setErrors(number_, told_.size() + fresh + quarantined_.size());
-}
+void PairWatch::showErrors() { board_.setErrors(number_, failures_.count() + quarantined_.size()); }
 
 // What cannot be kept (a full disk) is no reason to end: files may still be carried over.
-void PairWatch::keepLists(const std::wstring& waiting) {
+void PairWatch::keepLists(const std::vector<Waiting>& entries) {
+  board_.setWaiting(number_, leftForLater(entries));
+  const std::wstring waiting = textOf(entries);
+  const std::wstring failed = textOf(failures_.lasting());
   try {
     if (engine_->toldAnything()) setup_.work().keepNotifications(engine_->notificationsText());
     if (keptWaiting_ != waiting) setup_.work().keepWaiting(waiting);
     keptWaiting_ = waiting;
+    // Until everything was looked at, the list of the last run tells more.
+    if (whole_ && keptFailed_ != failed) {
+      setup_.work().keepFailed(failed);
+      keptFailed_ = failed;
+    }
     keepingFails_ = false;
   } catch (const Failure& failure) {
     if (!std::exchange(keepingFails_, true)) board_.complainAbout(number_, failure.message);
@@ -257,21 +255,20 @@ void PairWatch::tellQuarantined() {
 
 // Failures are tried again after a pause that grows as long as nothing else happens.
 void PairWatch::planRetry() {
-  if (failed_.empty()) {
+  if (failures_.ofCycle().empty()) {
     if (retryDue_ == Moment::max()) retried_.clear();
     return;
   }
-  for (const auto& failure : failed_) {
-    retried_.insert(parentOf(failure.first));
-    retried_.insert(parentOf(setup_.folders().counterpart(failure.first)));
+  for (const Failed& failure : failures_.ofCycle()) {
+    retried_.insert(failure.folder());
+    retried_.insert(setup_.folders().counterpart(failure.folder()));
   }
   retryPause_ = std::min(std::max(retryPause_ * 2, kShortestPause), kLongestRetryPause);
   retryDue_ = std::min(retryDue_, Clock::now() + retryPause_);
 }
 
-void PairWatch::planWaits(const std::wstring& waiting) {
+void PairWatch::planWaits(const std::vector<Waiting>& entries) {
   const Moment now = Clock::now();
-  const std::vector<Waiting> entries = waitingOf(waiting);
   std::map<std::wstring, Wait> waits;
   for (const Waiting& entry : entries) {
     if (!entry.isUnsynchronised()) continue;  // whole cycles are soon enough
@@ -287,21 +284,23 @@ void PairWatch::planWaits(const std::wstring& waiting) {
     }
   }
   waits_.swap(waits);
-  board_.setWaiting(number_, entries.size());
+}
+
+std::wstring PairWatch::shown(const std::wstring& path) {
+  return setup_.folders().shown(path, [this](const std::wstring& archive) { return engine_->plainName(archive); });
 }
 
 void PairWatch::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
                       std::uint64_t total) {
   const std::wstring generic = genericOf(platform::pathOf(path));
-  const auto plainName = [this](const std::wstring& archive) { return engine_->plainName(archive); };
-  const bool isFolder = operation == L"folder";
-  const std::wstring name = isFolder ? setup_.folders().shown(path, true) : setup_.folders().shown(path, plainName);
+  const std::wstring name = operation == L"folder" ? setup_.folders().shown(path, true) : shown(path);
   if (operation == L"changing") return board_.entry(number_, L"waiting", name);
   if (operation == L"failed") {
-    failed_[generic] = name;
+    failures_.failed(generic, name);
     board_.failing(number_, name);
     return showErrors();
   }
+  failures_.carried(name);
   own_.note(generic);
   ++carried_;
   board_.setState(number_, State::synchronising);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Changes.h"
+#include "Failures.h"
 #include "OwnWrites.h"
 #include "PairSetup.h"
 #include "StatusBoard.h"
@@ -48,14 +49,15 @@ private:
   void beginCycle(StatusBoard::State state);
   /// `scanned`: the folders of a sub-folder cycle; null for a full one.
   void endCycle(const std::set<std::wstring>* scanned);
-  void tellFailures(const std::map<std::wstring, std::wstring>& reasons, const std::set<std::wstring>* scanned);
+  void tellFailures(const std::vector<Failed>& fresh);
   /// Tells of the records that are new.
   void tellQuarantined();
   void planRetry();
-  void planWaits(const std::wstring& waiting);
+  void planWaits(const std::vector<Waiting>& entries);
   /// For "kelsync status".
-  void keepLists(const std::wstring& waiting);
+  void keepLists(const std::vector<Waiting>& entries);
   void showErrors();
+  std::wstring shown(const std::wstring& path);
   void noticed(const std::wstring& path);
   void setInterruptible(bool interruptible);
   bool interrupted();
@@ -73,15 +75,16 @@ private:
   Moment retryDue_ = Moment::max();
   std::map<std::wstring, Wait> waits_;  ///< by path
   std::wstring keptWaiting_;            ///< what the work folder has of them
-  bool keepingFails_ = false;           ///< which the user has been told
+  std::wstring keptFailed_;
+  bool keepingFails_ = false;  ///< which the user has been told
   bool toldIncomplete_ = false;
+  bool whole_ = false;    ///< a full cycle came to its end in this run
   Moment fullDue_;
-  std::size_t carried_ = 0;                      ///< in the latest cycle
-  std::map<std::wstring, std::wstring> failed_;  ///< in the latest cycle: paths, and under what name they are shown
-  std::set<std::wstring> told_;                  ///< failures that last, which the user has seen
-  std::set<std::wstring> quarantined_;           ///< records, which the user has seen
-  bool hurried_ = true;                          ///< somebody may wait for the next full cycle
-  int interruptions_ = 0;                        ///< of full cycles, since the latest whole one
+  std::size_t carried_ = 0;             ///< in the latest cycle
+  Failures failures_;                   ///< those that last the user has seen
+  std::set<std::wstring> quarantined_;  ///< records, which the user has seen
+  bool hurried_ = true;                 ///< somebody may wait for the next full cycle
+  int interruptions_ = 0;               ///< of full cycles, since the latest whole one
 
   std::mutex interruptMutex_;  ///< guards what follows, which the watcher's threads use
   bool interruptible_ = false;

@@ -26,14 +26,6 @@ std::wstring secondsText(std::chrono::steady_clock::duration duration) {
   return std::to_wstring(tenths / 10) + L"." + std::to_wstring(tenths % 10);
 }
 
-const std::wstring kCopyFailed = L"Could not copy ";
-
-/// Whether the engine's `file`, a last component, is the one that is shown as `name`.
-bool isNameOf(const std::wstring& name, const std::wstring& file) {
-  const std::wstring last = name.substr(name.rfind(L'/') + 1);
-  return file == last || file == last + L".kelta";
-}
-
 bool writesFile(const std::wstring& operation) { return operation == L"encrypt" || operation == L"decrypt"; }
 
 }  // namespace
@@ -43,7 +35,13 @@ void Report::beginCycle() {
   dealtWith_ = 0;
   largestTotal_ = 0;
   progressed_ = false;
-  failed_.clear();
+  errors_ = 0;
+  failures_.beginCycle();
+}
+
+void Report::endCycle(bool whole) {
+  const std::set<std::wstring> nothing;
+  failures_.endCycle(whole ? nullptr : &nothing);
 }
 
 void Report::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
@@ -52,8 +50,9 @@ void Report::entry(const std::wstring& operation, const std::wstring& path, std:
   if (operation == L"changing") return quiet_ ? void() : showEntry(L"waiting", name, done, total);
   ++dealtWith_;
   if (operation == L"failed") {
-    failed_.push_back({name, std::wstring(), false});
+    failures_.failed(genericOf(platform::pathOf(path)), name);
   } else {
+    failures_.carried(name);
     if (operation == L"conflict") conflictCopies_.push_back(name);
     ++totals_[operation];
     if (++carried_[name] <= kOftenEnough) progressed_ = true;
@@ -71,42 +70,26 @@ void Report::showEntry(const std::wstring& operation, const std::wstring& name, 
       printable(name));
 }
 
-void Report::error(const std::wstring& message) {
-  ++errors_;
-  complain(printable(message));
-}
-
-void Report::explain(const std::wstring& message, const std::wstring& reason) {
-  if (message.compare(0, kCopyFailed.size(), kCopyFailed) != 0) return;
-  const std::wstring file = message.substr(kCopyFailed.size());
-  // Files of the same name are told apart by their order, which is that of the entries.
-  const auto entry = std::find_if(failed_.begin(), failed_.end(), [&](const Failed& failed) {
-    return !failed.explained && isNameOf(failed.name, file);
-  });
-  if (entry == failed_.end()) return;
-  entry->reason = reason;
-  entry->explained = true;
-  // One notification may stand for several that say the same.
-  for (Failed& other : failed_) {
-    if (other.reason.empty() && isNameOf(other.name, file)) other.reason = reason;
-  }
+void Report::notified(const Notification& told) {
+  failures_.explain(told);
+  if (told.type != L"ERROR") return;
+  ++(cycles_ == 0 ? startErrors_ : errors_);
+  complain(printable(told.message));
 }
 
 void Report::setQuarantined(std::vector<Quarantined> entries) {
   quarantined_ = std::move(entries);
-  const auto isQuarantined = [this](const Failed& failed) {
-    return std::any_of(quarantined_.begin(), quarantined_.end(),
-                       [&](const Quarantined& entry) { return pair_.shown(entry.path, false) == failed.name; });
-  };
-  failed_.erase(std::remove_if(failed_.begin(), failed_.end(), isQuarantined), failed_.end());
+  for (const Quarantined& entry : quarantined_) quarantinedNames_.insert(pair_.shown(entry.path, plainName_));
 }
 
-// A file and its archive are one to the user.
+std::size_t Report::failed() const {
+  const std::vector<Failed>& list = failures_.ofCycle();
+  return static_cast<std::size_t>(std::count_if(
+      list.begin(), list.end(), [this](const Failed& entry) { return quarantinedNames_.count(entry.name) == 0; }));
+}
+
 void Report::setWaiting(const std::vector<Waiting>& entries) {
-  waiting_.clear();
-  std::set<std::pair<std::wstring, std::wstring>> named;
-  for (const Waiting& entry : entries)
-    if (named.emplace(pair_.shown(entry.path, plainName_), entry.reason).second) waiting_.push_back(entry);
+  waiting_ = onePerFile(entries, [this](const std::wstring& path) { return pair_.shown(path, plainName_); });
 }
 
 bool Report::waits() const {
@@ -115,15 +98,16 @@ bool Report::waits() const {
 
 void Report::listFailures() const {
   for (const std::wstring& name : conflictCopies_) say(L"conflict copy made: " + printable(name));
-  for (const Failed& failed : failed_) {
-    const std::wstring reason = failed.reason.empty() ? std::wstring() : L": " + printable(failed.reason);
-    say(L"not synchronised: " + printable(failed.name) + reason);
+  for (const Failed& entry : failures_.ofCycle()) {
+    if (quarantinedNames_.count(entry.name) > 0) continue;
+    say(L"not synchronised: " + printable(entry.name) + L": " + printable(entry.reason));
   }
   for (const Quarantined& entry : quarantined_) {
-    say(L"quarantined: " + printable(pair_.shown(entry.path, false)) + L": " + printable(entry.message));
+    say(L"quarantined: " + printable(pair_.shown(entry.path, plainName_)) + L": " + printable(entry.message));
   }
   for (const Waiting& entry : waiting_) {
-    say(L"left for later: " + printable(pair_.shown(entry.path, plainName_)) + L": " + printable(entry.explained()));
+    const std::wstring heading = entry.hasFutureTime() ? L"last-write time in the future: " : L"left for later: ";
+    say(heading + printable(entry.name) + L": " + printable(entry.explained()));
   }
 }
 
@@ -133,10 +117,11 @@ void Report::summary(const std::wstring& keySource, const std::wstring& logFolde
     return std::to_wstring(found == totals_.end() ? 0 : found->second);
   };
   listFailures();
-  const std::wstring waiting = waiting_.empty() ? L"" : L", left for later " + std::to_wstring(waiting_.size());
+  const std::size_t later = leftForLater(waiting_);
+  const std::wstring waiting = later == 0 ? L"" : L", left for later " + std::to_wstring(later);
   const std::wstring renamed = totals_.count(L"rename") > 0 ? L", renamed " + count(L"rename") : std::wstring();
   say(L"encrypted " + count(L"encrypt") + L", decrypted " + count(L"decrypt") + L", folders " + count(L"folder") +
-      renamed + L", deleted " + count(L"delete") + L", failed " + std::to_wstring(failed_.size()) + L", quarantined " +
+      renamed + L", deleted " + count(L"delete") + L", failed " + std::to_wstring(failed()) + L", quarantined " +
       std::to_wstring(quarantined_.size()) + waiting);
   say(L"written " + std::to_wstring(bytes_) + L" bytes in " + secondsText(std::chrono::steady_clock::now() - start_) +
       L" seconds, " + std::to_wstring(cycles_) + (cycles_ == 1 ? L" cycle" : L" cycles"));

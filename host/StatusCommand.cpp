@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <set>
-#include <utility>
 
 #include "Commands.h"
 #include "Engine.h"
@@ -25,20 +24,41 @@ void showQuarantined(const PairFolders& pair, const std::vector<Quarantined>& re
   }
 }
 
-void showWaiting(const PairFolders& pair, const std::vector<Waiting>& entries) {
-  std::set<std::pair<std::wstring, std::wstring>> lines;  // a file and its archive are one to the user
-  for (const Waiting& entry : entries)
-    lines.emplace(entry.reason, pair.shown(entry.path, false) + L": " + entry.explained());
-  say(L"left for later: " + std::to_wstring(lines.size()));
-  for (const auto& line : lines) say(L"  " + padded(printable(line.first), 17) + L"  " + printable(line.second));
+void showFailed(const std::vector<Failed>& entries) {
+  say(L"not synchronised: " + std::to_wstring(entries.size()));
+  for (const Failed& entry : entries) say(L"  " + printable(entry.name) + L": " + printable(entry.reason));
 }
 
-void showNotifications(const std::vector<Notification>& notifications) {
-  say(L"notifications of the last run: " + std::to_wstring(notifications.size()));
+void showWaiting(std::vector<Waiting> entries) {
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const Waiting& one, const Waiting& other) { return one.reason < other.reason; });
+  const auto future = std::stable_partition(entries.begin(), entries.end(),
+                                            [](const Waiting& entry) { return !entry.hasFutureTime(); });
+  say(L"left for later: " + std::to_wstring(future - entries.begin()));
+  for (auto entry = entries.begin(); entry != future; ++entry) {
+    say(L"  " + padded(printable(entry->reason), 17) + L"  " + printable(entry->name) + L": " +
+        printable(entry->explained()));
+  }
+  if (future == entries.end()) return;
+  say(L"last-write time in the future: " + std::to_wstring(entries.end() - future));
+  for (auto entry = future; entry != entries.end(); ++entry)
+    say(L"  " + printable(entry->name) + L": " + printable(entry->explained()));
+}
+
+// What went well stands behind what did not.
+void showNotifications(std::vector<Notification> notifications) {
+  std::stable_partition(notifications.begin(), notifications.end(), [](const Notification& notification) {
+    return notification.type == L"ERROR" || notification.message.find(L" successfully") == std::wstring::npos;
+  });
+  std::vector<std::wstring> lines;
+  std::set<std::wstring> shown;  // several cycles may tell the same
   for (const Notification& notification : notifications) {
     const std::wstring more = notification.more.empty() ? std::wstring() : L": " + printable(notification.more);
-    say(L"  " + padded(printable(notification.type), 5) + L"  " + printable(notification.message) + more);
+    const std::wstring line = padded(printable(notification.type), 5) + L"  " + printable(notification.message) + more;
+    if (shown.insert(line).second) lines.push_back(line);
   }
+  say(L"notifications of the last run: " + std::to_wstring(lines.size()));
+  for (const std::wstring& line : lines) say(L"  " + line);
 }
 
 /// Whether `text` names the record: by its full path, or as it is shown.
@@ -60,6 +80,17 @@ void requireEarlierRun(const PairFolders& pair, const WorkFolder& work) {
   throw Failure{Exit::failed, L"this pair was not synchronised yet with the work folder " + printable(work.name())};
 }
 
+/// What failed in the last run and is not quarantined.
+std::vector<Failed> failedEntries(const PairFolders& pair, const std::wstring& kept,
+                                  const std::vector<Quarantined>& quarantined) {
+  std::set<std::wstring> names;
+  for (const Quarantined& record : quarantined) names.insert(pair.shown(record.path, false));
+  std::vector<Failed> entries = failedOf(kept);
+  const auto isQuarantined = [&](const Failed& entry) { return names.count(entry.name) > 0; };
+  entries.erase(std::remove_if(entries.begin(), entries.end(), isQuarantined), entries.end());
+  return entries;
+}
+
 }  // namespace
 
 Exit statusCommand(const Arguments& arguments) {
@@ -70,12 +101,16 @@ Exit statusCommand(const Arguments& arguments) {
   named.work.openForReading();
   Engine engine(named.work.state(), named.work.readingLog());
   const std::wstring notifications = named.work.notifications();
-  const std::wstring waiting = named.work.waiting();
+  const std::vector<Failed> failed = failedEntries(named.folders, named.work.failed(), engine.quarantined());
+  const std::vector<Waiting> waiting = onePerFile(
+      waitingOf(named.work.waiting()), [&](const std::wstring& path) { return named.folders.shown(path, false); });
   if (options.has(L"--json")) {
-    for (const std::wstring& list : {engine.quarantineText(), notifications, waiting}) say(list);
+    for (const std::wstring& list : {engine.quarantineText(), notifications, textOf(waiting), textOf(failed)})
+      say(list);
   } else {
+    showFailed(failed);
     showQuarantined(named.folders, engine.quarantined());
-    showWaiting(named.folders, waitingOf(waiting));
+    showWaiting(waiting);
     showNotifications(notificationsOf(notifications));
   }
   if (named.folders.present()) return Exit::done;

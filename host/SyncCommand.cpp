@@ -9,21 +9,17 @@ namespace host {
 namespace {
 
 void passOn(const std::vector<Notification>& notifications, Report& report) {
-  for (const Notification& notification : notifications) {
-    if (notification.type == L"ERROR") {
-      report.error(notification.message);
-    } else {
-      report.explain(notification.message, notification.more);
-    }
-  }
+  for (const Notification& notification : notifications) report.notified(notification);
 }
 
 /// Cycles until one finds nothing to do, or gets nothing done, or the user stops it.
 Exit runCycles(Engine& engine, Report& report, const PairFolders& pair) {
+  passOn(engine.takeNotifications(), report);
   for (;;) {
     report.beginCycle();
     engine.cycle();
     passOn(engine.takeNotifications(), report);
+    report.endCycle(engine.ok() && !engine.stopAsked());
     if (engine.stopAsked()) return Exit::interrupted;
     if (!engine.ok()) throw Failure{Exit::folderMissing, pair.whatIsMissing()};
     if (report.settled()) return Exit::done;
@@ -34,14 +30,16 @@ Exit runCycles(Engine& engine, Report& report, const PairFolders& pair) {
 }
 
 /// For "kelsync status".
-void keepLists(const WorkFolder& work, Engine& engine) {
+void keepLists(const WorkFolder& work, Engine& engine, Report& report) {
+  report.setWaiting(waitingOf(engine.waitingText()));
   work.keepNotifications(engine.notificationsText());
-  work.keepWaiting(engine.waitingText());
+  work.keepFailed(textOf(report.lasting()));
+  work.keepWaiting(textOf(report.waiting()));
 }
 
 Exit synchronise(const PairSetup& setup, bool quiet) {
   const WorkFolder& work = setup.work();
-  Report report(setup.folders(), quiet);
+  Report report(setup.folders(), quiet, failedOf(work.failed()));
   const std::unique_ptr<Engine> engine = setup.engine(report, work.log());
   engine->setPace(setup.pace(0));
   report.setPlainNames([&](const std::wstring& archive) { return engine->plainName(archive); });
@@ -49,12 +47,11 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
   try {
     result = runCycles(*engine, report, setup.folders());
   } catch (const Failure&) {
-    keepLists(work, *engine);
+    keepLists(work, *engine, report);
     throw;
   }
-  keepLists(work, *engine);
+  keepLists(work, *engine, report);
   report.setQuarantined(engine->quarantined());
-  report.setWaiting(waitingOf(engine->waitingText()));
   report.summary(setup.keySource(), work.log());
   if (result == Exit::interrupted) complain(L"interrupted; what was finished stays, the next run does the rest");
   return result == Exit::done && (report.failures() || report.waits()) ? Exit::failed : result;

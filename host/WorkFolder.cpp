@@ -178,6 +178,10 @@ void WorkFolder::keepNotifications(const std::wstring& text) const {
   keepText(root_ / "notifications", text, L"the notifications");
 }
 
+void WorkFolder::keepFailed(const std::wstring& text) const {
+  keepText(root_ / "failed", text, L"the list of what failed");
+}
+
 void WorkFolder::keepWaiting(const std::wstring& text) const {
   keepText(root_ / "waiting", text, L"the list of what waits");
 }
@@ -185,6 +189,8 @@ void WorkFolder::keepWaiting(const std::wstring& text) const {
 std::wstring WorkFolder::notifications() const {
   return keptList(root_ / "notifications", L"notifications", L"the notifications of the last run");
 }
+
+std::wstring WorkFolder::failed() const { return keptList(root_ / "failed", L"failed", L"the list of what failed"); }
 
 std::wstring WorkFolder::waiting() const { return keptList(root_ / "waiting", L"waiting", L"the list of what waits"); }
 

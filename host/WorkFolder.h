@@ -21,6 +21,7 @@ namespace host {
 ///     key.new the key that is about to replace it, while a change of keys is not finished
 ///     key.old the one before; key.old.2 and so on the ones of later changes
 ///     notifications  what the engine told in the last run, as JSON
+///     failed  what could not be carried over and still is not, as JSON
 ///     waiting what was left for later at the end of the last cycle, as JSON
 ///     names   there while archives get encrypted names
 ///     pair    the two folders it belongs to, one on each line; there from the first run on
@@ -54,12 +55,14 @@ public:
   /// Whether archives of the pair get encrypted names from here.
   bool namesRemembered() const;
   void rememberNames(bool encrypted) const;  ///< throws Failure (failed)
-  /// Keeps what a run told the host, and what it left for later. Throw Failure (failed).
+  /// Keeps what a run told the host, what failed, and what it left for later. Throw Failure (failed).
   void keepNotifications(const std::wstring& text) const;
+  void keepFailed(const std::wstring& text) const;
   void keepWaiting(const std::wstring& text) const;
   /// The same of the last run; an empty list, with a complaint, when it cannot be read, and one without when there is
   /// none.
   std::wstring notifications() const;
+  std::wstring failed() const;
   std::wstring waiting() const;
 
   std::wstring name() const { return genericOf(root_); }
