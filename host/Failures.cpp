@@ -27,6 +27,11 @@ std::wstring Failed::folder() const {
   return reason == kUnreadFolder ? path : genericOf(platform::pathOf(path).parent_path());
 }
 
+bool isAboutKey(const Failed& entry) {
+  return entry.reason.find(L"no key for") != std::wstring::npos ||
+         entry.reason.find(L"under another key") != std::wstring::npos;
+}
+
 std::set<std::wstring> Failures::namesOf(const std::vector<Failed>& entries) {
   std::set<std::wstring> names;
   for (const Failed& entry : entries) names.insert(entry.name);

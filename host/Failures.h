@@ -12,6 +12,9 @@
 namespace Kelta {
 namespace host {
 
+/// Whether it may have failed for want of the right key.
+bool isAboutKey(const Failed& entry);
+
 /// What could not be carried over: in the latest cycle, and what lasts of earlier ones.
 class Failures {
 public:

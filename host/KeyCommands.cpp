@@ -162,6 +162,8 @@ Exit verify(const Arguments& arguments) {
       counter.text(L"damaged"));
   if (named.work.keyChangePending())
     complain(L"a change of key was begun and not finished; run \"kelsync key rotate\" again");
+  else if (counter.of(L"no-key") > 0)
+    complain(otherKeyHint(key, named.work));
   if (right) return Exit::done;
   if (engine.stopAsked()) return Exit::interrupted;
   return counter.of(L"no-key") > 0 ? Exit::noKey : Exit::failed;

@@ -19,6 +19,7 @@ constexpr std::size_t kLongestAssetId = 255;
   if (key.overrides) {
     message += L"\nThat one was used in place of the pair's own, " + printable(genericOf(work.keyFile()));
   }
+  message += L"\n" + otherKeyHint(key, work);
   throw Failure{Exit::noKey, message};
 }
 
@@ -49,6 +50,14 @@ FoundKey pairKey(const Options& options, const WorkFolder& work, const PairFolde
   const std::wstring doubt = doubtAbout(found.text.text());
   if (!doubt.empty()) complain(doubt);
   return found;
+}
+
+std::wstring otherKeyHint(const FoundKey& key, const WorkFolder& work) {
+  const std::wstring own = printable(genericOf(work.keyFile()));
+  const std::wstring place = key.source == own ? L", or put it in the place of " + own : std::wstring();
+  return L"If the key was changed on another device (kelsync key rotate), bring its new key file here: give it with "
+         L"--key-file" +
+         place + L". Keep the old one as well until every device has the new one.";
 }
 
 void openWithKey(Engine& engine, const Options& options, const FoundKey& key, const WorkFolder& work) {

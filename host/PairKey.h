@@ -23,6 +23,9 @@ std::wstring assetOf(const Options& options);
 /// `make`: a new one may be made. Throws as findKey().
 FoundKey pairKey(const Options& options, const WorkFolder& work, const PairFolders& pair, bool make);
 
+/// What to do when the key may have been changed on another device.
+std::wstring otherKeyHint(const FoundKey& key, const WorkFolder& work);
+
 /// Installs the key, reads the state, and throws Failure (noKey) when the key opens none of the archives.
 void openWithKey(Engine& engine, const Options& options, const FoundKey& key, const WorkFolder& work);
 

@@ -83,6 +83,7 @@ EngineSettings NamedPair::settings() const {
   return {folders.inside, folders.outside, work.state(), work.temp(), log_, false};
 }
 
+std::wstring PairSetup::keyHint() const { return otherKeyHint(key_, pair_.work); }
 
 PairSetup::PairSetup(const Options& options) : options_(checked(options)), pair_(options), pace_(paceOf(options)) {}
 

@@ -54,6 +54,8 @@ public:
   /// What --pace says, or `otherwise`.
   int pace(int otherwise) const { return pace_ < 0 ? otherwise : pace_; }
   const std::wstring& keySource() const { return key_.source; }
+  /// What to do when archives are under another key.
+  std::wstring keyHint() const;
   /// A new engine of the pair with its key, tied to `listener`, that has read its state. `log` takes the log.
   /// Throws Failure (noKey) when the key does not fit.
   std::unique_ptr<Engine> engine(EntryListener& listener, const std::wstring& log) const;

@@ -217,6 +217,9 @@ void PairWatch::tellFailures(const std::vector<Failed>& fresh) {
     board_.complainAbout(number_,
                          L"not synchronised yet: " + printable(failure.name) + L": " + printable(failure.reason));
   }
+  if (toldOfKey_ || !std::any_of(fresh.begin(), fresh.end(), isAboutKey)) return;
+  toldOfKey_ = true;
+  board_.complainAbout(number_, setup_.keyHint());
 }
 
 // Those of the cycle that is running count already, which may take its time over them.

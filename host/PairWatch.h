@@ -78,6 +78,7 @@ private:
   std::wstring keptFailed_;
   bool keepingFails_ = false;  ///< which the user has been told
   bool toldIncomplete_ = false;
+  bool toldOfKey_ = false;
   bool whole_ = false;    ///< a full cycle came to its end in this run
   Moment fullDue_;
   std::size_t carried_ = 0;             ///< in the latest cycle

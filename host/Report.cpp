@@ -88,6 +88,11 @@ std::size_t Report::failed() const {
       list.begin(), list.end(), [this](const Failed& entry) { return quarantinedNames_.count(entry.name) == 0; }));
 }
 
+bool Report::mayNeedOtherKey() const {
+  const std::vector<Failed>& list = failures_.ofCycle();
+  return std::any_of(list.begin(), list.end(), isAboutKey);
+}
+
 void Report::setWaiting(const std::vector<Waiting>& entries) {
   waiting_ = onePerFile(entries, [this](const std::wstring& path) { return pair_.shown(path, plainName_); });
 }

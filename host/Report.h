@@ -48,6 +48,8 @@ public:
   const std::vector<Waiting>& waiting() const { return waiting_; }
   /// Whether anything could not be synchronised.
   bool failures() const { return failed() != 0 || !quarantined_.empty() || startErrors_ + errors_ != 0; }
+  /// Whether archives may be under another key than the one that was given.
+  bool mayNeedOtherKey() const;
   void summary(const std::wstring& keySource, const std::wstring& logFolder) const;
 
 private:

@@ -53,6 +53,7 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
   keepLists(work, *engine, report);
   report.setQuarantined(engine->quarantined());
   report.summary(setup.keySource(), work.log());
+  if (report.mayNeedOtherKey()) complain(setup.keyHint());
   if (result == Exit::interrupted) complain(L"interrupted; what was finished stays, the next run does the rest");
   return result == Exit::done && (report.failures() || report.waits()) ? Exit::failed : result;
 }

@@ -526,6 +526,7 @@ class Sync(Base):
         errors = self.sync(NO_KEY, KELSYNC_KEY=HEX_KEY)[1]
         self.assertIn("the environment variable KELSYNC_KEY", errors)
         self.assertIn("in place of the pair's own, %s" % form(self.work / "key"), errors)
+        self.assertIn("changed on another device", errors)
         self.assertEqual(sorted((path, path.stat().st_mtime_ns) for path in self.outside.rglob("*")), before)
         self.assertIn("encrypted 1", self.sync(DONE)[0])
 
