@@ -45,6 +45,7 @@ void PairWatch::run() {
     if (Stop::asked()) break;
     board_.setState(number_, State::missing);
     board_.complainAbout(number_, setup_.folders().whatIsMissing());
+    missing_ = true;
     // A folder that stands but is not the one that it was is looked at less and less often.
     pause = Clock::now() - start > std::chrono::minutes(1) ? kMissingPause : std::min(pause * 2, kLongestRetryPause);
     do {
@@ -162,6 +163,7 @@ void PairWatch::fullCycle(Changes& changes) {
   const Moment start = Clock::now();
   const bool scanned = scan();
   if (scanned) {
+    tellWhetherBack();
     engine_->carryOver();
   } else {
     engine_->dropScans();
@@ -180,6 +182,13 @@ void PairWatch::fullCycle(Changes& changes) {
   }
   const std::set<std::wstring> nothing;
   endCycle(scanned ? nullptr : &nothing);
+}
+
+// Once scans have found both folders to be the pair's, which an empty mount point is not.
+void PairWatch::tellWhetherBack() {
+  if (!missing_ || !engine_->ok() || Stop::asked()) return;
+  missing_ = false;
+  board_.complainAbout(number_, L"the pair's folders are there again; it goes on");
 }
 
 // What was carried over may have cleared the way for more (a folder in the place of a file): the same folders are

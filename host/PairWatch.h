@@ -58,6 +58,7 @@ private:
   void keepLists(const std::vector<Waiting>& entries);
   void showErrors();
   std::wstring shown(const std::wstring& path);
+  void tellWhetherBack();
   void noticed(const std::wstring& path);
   void setInterruptible(bool interruptible);
   bool interrupted();
@@ -79,6 +80,7 @@ private:
   bool keepingFails_ = false;  ///< which the user has been told
   bool toldIncomplete_ = false;
   bool toldOfKey_ = false;
+  bool missing_ = false;  ///< which the user has been told
   bool whole_ = false;    ///< a full cycle came to its end in this run
   Moment fullDue_;
   std::size_t carried_ = 0;             ///< in the latest cycle

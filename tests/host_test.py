@@ -760,11 +760,14 @@ class Watch(Base):
         (self.outside / "one").rename(self.base / "unmounted")
         (self.inside / "two words/docs/b.txt").write_text("goes on")
         self.until(process, (self.outside / "two words/docs/b.txt.kelta").exists, "the other pair")
+        log = self.base / "w/one/docs/log/syncpair.log"
+        self.until(process, lambda: "Missing pair folder" in log.read_text(), "noticing what is missing")
         (self.inside / "one/docs/c.txt").write_text("later")
         (self.base / "unmounted").rename(self.outside / "one")
         self.until(process, (self.outside / "one/docs/c.txt.kelta").exists, "the pair whose folder is back")
         self.assertTrue((self.inside / "one/docs/a.txt").exists())
-        output = self.end(process)[0]
+        output, errors = self.end(process)
+        self.assertRegex(errors, r"(?s)\[one/docs\] the Outside is missing.*\[one/docs\] the pair's folders are there again")
         for name in ("one/docs", "two words/docs"):
             self.assertIn("[%s] encrypt  a.txt\n" % name, output)
 
