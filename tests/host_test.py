@@ -538,7 +538,7 @@ class Sync(Base):
             self.assertIn("not synchronised yet", errors)
         self.expect(MISSING, "status", "--inside", "nowhere", *pair[2:])
         self.assertFalse(self.work.exists())
-        awkward, other = ("mine.kelta", "other.kelta") if WINDOWS else ('say "hi"\t.txt', "other\n.txt")
+        awkward, other = ("mine.kelta", "other.kelta") if WINDOWS else ('say "hi"\t.txt', "back\\slash.txt")
         for name in (awkward, other, "good.txt"):
             (self.inside / name).write_text("x")
         self.sync(FAILED, KELSYNC_KEY=HEX_KEY)

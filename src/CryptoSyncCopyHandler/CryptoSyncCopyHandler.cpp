@@ -32,8 +32,7 @@ void CryptoSyncCopyHandler::notifySync(const std::wstring& message) {
 // What the host is told of a file: the user's own name for it. That of an archive where it cannot be told now.
 std::wstring CryptoSyncCopyHandler::shownName(const fs::path& path) {
   std::wstring text;
-  platform::wideOf(path, text);
-  text = genericForm(text);
+  platform::wideOf(path.generic_path(), text);
   const bool archive = isBelow(text, outsideFolder_) && platform::stampOf(path).kind != Kind::folder;
   const std::wstring plain = archive ? untransformName(text) : std::wstring();
   return plain.empty() ? nameOf(text) : plain;

@@ -112,9 +112,9 @@ void CryptoSyncCopyHandler::recordQuarantine(fs::path path, std::wstring message
   const fs::path record = genQuarantineRecordPath(path);
   HANDLER_DEBUG("record file: %s\n", utf8(record).c_str());
   std::wstring quarantined;
-  platform::wideOf(path, quarantined);
+  platform::wideOf(path.generic_path(), quarantined);  // a backslash that is part of a name stays one
   const std::string line = utf8(record.stem()) + "\t" + field(errorId) + "\t" + field(message) + "\t" +
-                           isoTime(clock().nowSeconds()) + "\t" + field(genericForm(quarantined)) + "\n";
+                           isoTime(clock().nowSeconds()) + "\t" + field(quarantined) + "\n";
   try {
     platform::writeWholeFile(record, line);
   } catch (const fs::filesystem_error& error) {
