@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "Failure.h"
+#include "PairFolders.h"
 #include "Stop.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
@@ -82,6 +83,13 @@ std::wstring Engine::encryptedName(const std::wstring& plain) { return mappedNam
 // A name with a backslash takes no part.
 std::wstring Engine::plainName(const std::wstring& archive) {
   return archive.find(L'\\') == std::wstring::npos ? mappedName(handle_, fn_decrypt, archive) : std::wstring();
+}
+
+std::vector<std::wstring> Engine::archivesOf(const std::wstring& file) {
+  const std::wstring encrypted = encryptedName(file);
+  std::vector<std::wstring> archives{file + kArchiveSuffix};
+  if (!encrypted.empty()) archives.push_back(file.substr(0, file.rfind(L'/') + 1) + encrypted);
+  return archives;
 }
 
 void Engine::setListener(EntryListener& listener) { kelsync_cb_register_progress(handle_, forwardEntry, &listener); }

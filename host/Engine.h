@@ -65,6 +65,8 @@ public:
   /// Between the sides, a full path or a last component; empty when it cannot be told.
   std::wstring encryptedName(const std::wstring& plain);
   std::wstring plainName(const std::wstring& archive);
+  /// What the archive of a file may be called, in the folder in which the progress tells of the file.
+  std::vector<std::wstring> archivesOf(const std::wstring& file);
   /// Runs one cycle.
   void cycle();
   /// The same in steps: both scans, then what they found is carried over, or forgotten.

@@ -33,7 +33,7 @@ public:
   std::wstring text(const wchar_t* operation) const { return std::to_wstring(of(operation)); }
 
 private:
-  std::wstring nameOf(const std::wstring& path) const { return printable(pair_.shown(path, false)); }
+  std::wstring nameOf(const std::wstring& path) const { return printable(pair_.shown(path, true)); }
 
   const PairFolders& pair_;
   std::map<std::wstring, std::uint64_t> counts_;

@@ -305,7 +305,7 @@ std::wstring PairWatch::shown(const std::wstring& path) {
 void PairWatch::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done,
                       std::uint64_t total) {
   const std::wstring generic = genericOf(platform::pathOf(path));
-  const std::wstring name = operation == L"folder" ? setup_.folders().shown(path, true) : shown(path);
+  const std::wstring name = setup_.folders().shown(path, true);
   if (operation == L"changing") return board_.entry(number_, L"waiting", name);
   if (operation == L"failed") {
     failures_.failed(generic, name);
@@ -314,6 +314,8 @@ void PairWatch::entry(const std::wstring& operation, const std::wstring& path, s
   }
   failures_.carried(name);
   own_.note(generic);
+  if (isWithin(generic, setup_.folders().outside))
+    for (const std::wstring& archive : engine_->archivesOf(generic)) own_.note(archive);
   ++carried_;
   board_.setState(number_, State::synchronising);
   board_.setPending(number_, static_cast<std::size_t>(total - done));

@@ -44,8 +44,21 @@ void Report::endCycle(bool whole) {
   failures_.endCycle(whole ? nullptr : &nothing);
 }
 
+std::wstring Report::shown(const std::wstring& path) const {
+  return pair_.shown(path, [this](const std::wstring& archive) { return engine_->plainName(archive); });
+}
+
+// Of an archive, under either of its names.
+std::uint64_t Report::bytesOf(const std::wstring& path) const {
+  std::uint64_t bytes = platform::stampOf(platform::pathOf(path)).size;
+  if (!isWithin(path, pair_.outside) || engine_ == nullptr) return bytes;
+  for (const std::wstring& archive : engine_->archivesOf(path))
+    bytes = std::max(bytes, platform::stampOf(platform::pathOf(archive)).size);
+  return bytes;
+}
+
 void Report::entry(const std::wstring& operation, const std::wstring& path, std::uint64_t done, std::uint64_t total) {
-  const std::wstring name = operation == L"folder" ? pair_.shown(path, true) : pair_.shown(path, plainName_);
+  const std::wstring name = pair_.shown(path, true);
   // A file that waits was not dealt with: it alone is no reason for another cycle.
   if (operation == L"changing") return quiet_ ? void() : showEntry(L"waiting", name, done, total);
   ++dealtWith_;
@@ -57,7 +70,7 @@ void Report::entry(const std::wstring& operation, const std::wstring& path, std:
     ++totals_[operation];
     if (++carried_[name] <= kOftenEnough) progressed_ = true;
   }
-  if (writesFile(operation)) bytes_ += platform::stampOf(platform::pathOf(path)).size;
+  if (writesFile(operation)) bytes_ += bytesOf(path);
   if (!quiet_) showEntry(operation, name, done, total);
 }
 
@@ -79,7 +92,7 @@ void Report::notified(const Notification& told) {
 
 void Report::setQuarantined(std::vector<Quarantined> entries) {
   quarantined_ = std::move(entries);
-  for (const Quarantined& entry : quarantined_) quarantinedNames_.insert(pair_.shown(entry.path, plainName_));
+  for (const Quarantined& entry : quarantined_) quarantinedNames_.insert(shown(entry.path));
 }
 
 std::size_t Report::failed() const {
@@ -94,7 +107,7 @@ bool Report::mayNeedOtherKey() const {
 }
 
 void Report::setWaiting(const std::vector<Waiting>& entries) {
-  waiting_ = onePerFile(entries, [this](const std::wstring& path) { return pair_.shown(path, plainName_); });
+  waiting_ = onePerFile(entries, [this](const std::wstring& path) { return shown(path); });
 }
 
 bool Report::waits() const {
@@ -108,7 +121,7 @@ void Report::listFailures() const {
     say(L"not synchronised: " + printable(entry.name) + L": " + printable(entry.reason));
   }
   for (const Quarantined& entry : quarantined_) {
-    say(L"quarantined: " + printable(pair_.shown(entry.path, plainName_)) + L": " + printable(entry.message));
+    say(L"quarantined: " + printable(shown(entry.path)) + L": " + printable(entry.message));
   }
   for (const Waiting& entry : waiting_) {
     const std::wstring heading = entry.hasFutureTime() ? L"last-write time in the future: " : L"left for later: ";

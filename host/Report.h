@@ -24,8 +24,8 @@ public:
   Report(const PairFolders& pair, bool quiet, std::vector<Failed> lasting)
       : pair_(pair), quiet_(quiet), failures_(pair, std::move(lasting)) {}
 
-  /// What gives an archive's plain name by its path.
-  void setPlainNames(std::function<std::wstring(const std::wstring&)> plainName) { plainName_ = std::move(plainName); }
+  /// What knows the names of archives.
+  void setEngine(Engine& engine) { engine_ = &engine; }
   void beginCycle();
   /// `whole`: it came to its end.
   void endCycle(bool whole);
@@ -53,13 +53,15 @@ public:
   void summary(const std::wstring& keySource, const std::wstring& logFolder) const;
 
 private:
+  std::wstring shown(const std::wstring& path) const;
+  std::uint64_t bytesOf(const std::wstring& path) const;
   void showEntry(const std::wstring& operation, const std::wstring& name, std::uint64_t done, std::uint64_t total);
   std::size_t failed() const;
   void listFailures() const;
 
   const PairFolders& pair_;
   const bool quiet_;
-  std::function<std::wstring(const std::wstring&)> plainName_;
+  Engine* engine_ = nullptr;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::map<std::wstring, std::uint64_t> totals_;  ///< by operation, but for "failed"
   std::map<std::wstring, int> carried_;           ///< how often each entry was carried over

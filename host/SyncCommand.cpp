@@ -42,7 +42,7 @@ Exit synchronise(const PairSetup& setup, bool quiet) {
   Report report(setup.folders(), quiet, failedOf(work.failed()));
   const std::unique_ptr<Engine> engine = setup.engine(report, work.log());
   engine->setPace(setup.pace(0));
-  report.setPlainNames([&](const std::wstring& archive) { return engine->plainName(archive); });
+  report.setEngine(*engine);
   Exit result = Exit::failed;
   try {
     result = runCycles(*engine, report, setup.folders());

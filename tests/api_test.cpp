@@ -112,6 +112,7 @@ TEST_F(Api, NotificationsAreHandedOutWholeAndKeptUntilCleared) {
 TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
   configure();
   put(folder / "inside/dir/x", "content", 10);
+  kelsync_set_FNE(h, 1);
   std::vector<std::string> events;
   kelsync_cb_register_progress(
       h,
@@ -127,7 +128,7 @@ TEST_F(Api, AHostDrivesAPairThroughFolderLists) {
   kelsync_sub_scan_updates(h, list, 0);
   kelsync_sub_scan_deletes(h, list, 1);
   kelsync_sub_resolve(h);
-  EXPECT_EQ(events, (std::vector<std::string>{"folder dir 1/2", "encrypt x.kelta 2/2"}));
+  EXPECT_EQ(events, (std::vector<std::string>{"folder dir 1/2", "encrypt x 2/2"}));
   const std::string told = notifications();
   EXPECT_NE(told.find("Encrypted x successfully"), std::string::npos) << told;
   EXPECT_NE(contentOf(folder / "state/Kelta_sync_state_0.txt").find("/dir/x\t"), std::string::npos);

@@ -311,6 +311,7 @@ TEST_F(Contested, TheHostIsToldTheTrueCause) {
     fs::path closed;
   } rows[] = {{"copy x", {}, a.outside() / "x.kelta"},
               {"copy x", a.temp(), {}},
+              {"copy y", a.temp(), {}},
               {"copy new folder", {}, a.outside() / "new folder"},
               {"delete file gone", {}, a.outside() / ".~"},
               {"delete folder gone", {}, a.outside() / "folder gone"}};
@@ -320,12 +321,15 @@ TEST_F(Contested, TheHostIsToldTheTrueCause) {
       for (const char* name : {"x", "file gone"}) put(a.inside() / name, "0", time += 10);
       fs::create_directory(a.inside() / "folder gone");
       settle();
+      put(b.inside() / "y", "from b", time += 10);
+      b.cycle();
       put(a.inside() / "x", "content", time += 10);
       fs::create_directory(a.inside() / "new folder");
       fs::remove(a.inside() / "file gone");
       fs::remove_all(a.inside() / "folder gone");
       a.pair().clearNotifications();
       a.pair().scanSrcChanges();
+      a.pair().scanDestChanges();
       place.full = row.full.string();
       place.closed = row.closed.string();
       place.error = error;
@@ -338,7 +342,7 @@ TEST_F(Contested, TheHostIsToldTheTrueCause) {
       EXPECT_NE(a.notifications().find(row.told + ("\",\"more\":\"" + cause + "\"}")), std::string::npos)
           << row.told << a.notifications();
       settle();
-      EXPECT_EQ(a.tree(), "new folder/ x=content@" + std::to_string(time));
+      EXPECT_EQ(a.tree(), "new folder/ x=content@" + std::to_string(time) + " y=from b@" + std::to_string(time - 10));
       fs::remove_all(a.inside() / "new folder");
     }
   }

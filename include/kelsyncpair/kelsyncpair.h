@@ -276,7 +276,9 @@ KELSYNC_API void KELSYNC_CALL kelsync_cb_register_keynotfound(kelsync_pair* h, k
  *   under the changed key now, "kept" for one of another asset; "verify" for one
  *   that opens, "no-key" and "damaged" for one that does not.
  * @param path the entry that was written, deleted, or that failed, for "conflict"
- *   the conflict copy on the Inside; valid during the call.
+ *   the conflict copy on the Inside: by the user's own name, below the side where it is. Of a file on the Outside that
+ *   is not the archive's name (".kelta" is missing, and it is never encrypted), unless only that can be told, for want
+ *   of the key. Valid during the call.
  * @param done entries dealt with so far in this cycle or operation, this one included.
  * @param total entries that it knows it has to deal with; at least `done`.
  */

@@ -18,6 +18,12 @@ platform::FileStamp lookUnderName(const std::wstring& path) {
 
 }  // namespace
 
+std::wstring SyncPair::userPath(const std::wstring& path) {
+  if (platform::pathOf(path).extension() != ".kelta" || !platform::liesBelow(path, destFolder_)) return path;
+  const std::wstring plain = handler_->handleName(path);
+  return plain.empty() ? path : joinPath(parentOf(path), plain);
+}
+
 // The one that a new archive gets comes first; none when that cannot be told now.
 std::vector<std::wstring> SyncPair::archivePaths(const std::wstring& key) {
   const std::wstring plain = joinPath(destFolder_, key);

@@ -55,6 +55,8 @@ public:
   void setStatePath(std::wstring stateFolder);
   void setStateFilePaths();
   const std::wstring& stateFolder() const { return stateFolder_; }
+  /// The entry by its user's name for it, on the side where it is; an archive's own name where that cannot be told.
+  std::wstring userPath(const std::wstring& path);
   void setProgress(Progress progress) { progress_ = std::move(progress); }
   bool ok() const { return ok_; }
   const std::shared_ptr<Clock>& clock() const { return clock_; }

@@ -89,8 +89,10 @@ void kelsync_cb_register_keynotfound(kelsync_pair* h, kelsync_keynotfound_cb cb)
 void kelsync_cb_register_progress(kelsync_pair* h, kelsync_progress_cb cb, void* context) {
   configure(h, __func__, true, [&](SyncPair& pair, CryptoSyncCopyHandler&) {
     if (!cb) return pair.setProgress(nullptr);
-    pair.setProgress([cb, context](const std::wstring& operation, const std::wstring& path, std::uint64_t done,
-                                   std::uint64_t total) { cb(context, operation.c_str(), path.c_str(), done, total); });
+    pair.setProgress([cb, context, &pair](const std::wstring& operation, const std::wstring& path, std::uint64_t done,
+                                          std::uint64_t total) {
+      cb(context, operation.c_str(), pair.userPath(path).c_str(), done, total);
+    });
   });
 }
 
