@@ -469,7 +469,7 @@ class Sync(Base):
         os.utime(self.outside / "bad.txt.kelta", (1600000000, 1600000000))
         (self.inside / "bad.txt").write_text("whole")
         errors = self.sync(DONE, KELSYNC_KEY=HEX_KEY)[1]
-        self.assertIn("bad.txt cannot be read and is replaced", errors)
+        self.assertIn("bad.txt cannot be read and is to be replaced", errors)
         self.expect_status({"failed": []}, "not synchronised: 0\n")
 
     def test_output_that_is_lost(self):

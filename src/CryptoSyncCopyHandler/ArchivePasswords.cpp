@@ -128,10 +128,11 @@ KeyFit CryptoSyncCopyHandler::keyFits(const std::string& assetId, const SealedAr
   KeyFit fit = KeyFit::otherAsset;
   for (const auto& member : wrappedPasswords(archive.meta)) {
     if (member.first != assetId) continue;
+    const bool told = fit == KeyFit::otherAsset;  // once for an archive
     fit = KeyFit::doesNot;
     for (const std::string* const key : keys_.readers(assetId)) {
       Secret password;
-      if (passwordUnder(*key, member.second, archive.form, password.text) && archive.head->opens(password.text))
+      if (passwordUnder(*key, member.second, archive.form, password.text, told) && archive.head->opens(password.text))
         return KeyFit::fits;
     }
   }
