@@ -333,9 +333,10 @@ bool PairWatch::interrupted() {
   return interrupted_;
 }
 
+// While a scan may be interrupted the pair's own thread changes neither list.
 void PairWatch::noticed(const std::wstring& path) {
   const std::lock_guard<std::mutex> lock(interruptMutex_);
-  if (!interruptible_ || isFolder(path)) return;
+  if (!interruptible_ || isFolder(path) || waitsStill(path) || own_.isAsLeft(path)) return;
   interruptible_ = false;
   interrupted_ = true;
   engine_->interrupt();

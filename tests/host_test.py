@@ -97,6 +97,13 @@ class Base(unittest.TestCase):
             if not WINDOWS:
                 self.assertEqual(stat.S_IMODE(path.stat().st_mode), mode)
 
+    @staticmethod
+    def faked(waiting):
+        """For a run in which the library says that the file's entries wait, and that watches ran out."""
+        library = next(pathlib.Path(KELSYNC[-1]).parent.rglob("libkelsync_waiting_list.so"))
+        # The sanitizer wants to come first.
+        return {"LD_PRELOAD": library, "WAITING_LIST": waiting, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+
     def on_terminal(self, arguments, answers, columns=80, **variables):
         """Runs the command on a terminal of its own, types an answer at each prompt; exit code and screen."""
         process, terminal = pty.fork()
@@ -349,8 +356,10 @@ class Archives(Base):
         self.assertNotIn("typed", screen)
         self.expect(DONE, "unpack", "b.zip", "-o", "to", KELSYNC_PASSWORD="typed ü")
         self.assertEqual((self.base / "to" / "plain.txt").read_text(), self.plain)
-        screen = self.on_terminal(("meta", "b.zip", "--entry", "plain.txt"), ["typed ü"])[1]
-        self.assertIn("line by line", screen)
+        (self.base / "plain.txt").write_text("line by line \x1b[31m")
+        self.expect(DONE, "pack", "plain.txt", "-o", "c.zip", KELSYNC_PASSWORD="typed ü")
+        screen = self.on_terminal(("meta", "c.zip", "--entry", "plain.txt"), ["typed ü"])[1]
+        self.assertIn("line by line \\u{1b}[31m", screen)
 
     def test_failures_are_told_apart(self):
         self.pack(DONE)
@@ -579,15 +588,12 @@ class Sync(Base):
 
     @not_on_windows("a library put before another")
     def test_what_is_left_for_later(self):
-        library = next(pathlib.Path(KELSYNC[-1]).parent.rglob("libkelsync_waiting_list.so"))
         (self.inside / "disk.iso").write_text("grows")
         waiting = self.base / "waiting.json"
         def synced(code, *entries):
             waiting.write_text(json.dumps({"waiting": [dict(path=str(self.inside / name), reason=reason, seconds=2)
                                                        for name, reason in entries]}, separators=(",", ":")))
-            # The sanitizer wants to come first.
-            return self.sync(code, KELSYNC_KEY=HEX_KEY, LD_PRELOAD=library, WAITING_LIST=waiting,
-                             ASAN_OPTIONS="verify_asan_link_order=0")[0]
+            return self.sync(code, KELSYNC_KEY=HEX_KEY, **self.faked(waiting))[0]
         ahead = (("old.jpg", "future-time"), (self.outside / "old.jpg.kelta", "future-time"))
         archive = self.outside / "disk.iso.kelta"
         for entries, reason in (((("disk.iso", "changing"),), "it is being written to"),
@@ -689,9 +695,12 @@ class Watch(Base):
     @not_on_windows("a terminal")
     def test_live_line(self):
         (self.inside / ("Cafe\u0301 " + "\u6728" * 30)).write_text("wide characters, and one that joins another")
+        waiting = self.base / "waiting.json"
+        waiting.write_text('{"waiting":[]}')
         code, screen = self.on_terminal(("watch", "--inside", "in", "--outside", "out"), ["\x03"], 40,
-                                        KELSYNC_KEY=HEX_KEY)
+                                        KELSYNC_KEY=HEX_KEY, **self.faked(waiting))
         self.assertEqual(code, DONE, screen)
+        self.assertEqual(screen.count("the system allows no more watches on folders"), 1)
         lines = [line for line in re.split(r"[\r\n]+", screen) if "errors" in line]
         self.assertTrue(any("Cafe\u0301 \u6728" in line for line in lines), screen)
         for line in lines:

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Put before the library by the tests of the command: what waits is what the file WAITING_LIST says.
+// Put before the library by the tests of the command: what waits is what the file WAITING_LIST says, and the system has
+// no watches left.
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -8,6 +9,8 @@
 #include <string>
 
 #include "kelsyncpair/kelsyncpair.h"
+
+extern "C" __attribute__((visibility("default"))) int kelsync_fw_incomplete(kelsync_watcher*) { return 1; }
 
 extern "C" __attribute__((visibility("default"))) uint32_t kelsync_get_waiting_JSON(kelsync_pair*, wchar_t** out) {
   std::ifstream file(std::getenv("WAITING_LIST"));
