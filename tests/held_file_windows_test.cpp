@@ -85,6 +85,11 @@ TEST_F(HeldFileWindows, AHeldTargetFailsAloneAndHeals) {
       const std::string told = b.cycle();
       EXPECT_EQ(told, how == std::string("alone") ? "decrypt:1 changing:held.kelta decrypt:z"
                                                   : "decrypt:1 decrypt:z failed:held");
+      const boost::system::error_code shared(ERROR_SHARING_VIOLATION, boost::system::system_category());
+      EXPECT_EQ(b.notifications().find("Could not copy held\",\"more\":\"" + shared.message()) != std::string::npos,
+                how == std::string("reader"))
+          << b.notifications();
+      b.pair().clearNotifications();
       EXPECT_EQ(b.leftovers(), "");
       EXPECT_EQ(contentOf(b.inside() / "1") + contentOf(b.inside() / "z"), std::string(how) + how);
     }
