@@ -82,22 +82,22 @@ TEST_F(Scenario, AVanishedRootStopsTheEngineAndDeletesNothing) {
   EXPECT_FALSE(a.pair().ok());
   EXPECT_NE(a.notifications().find("One or more pair folder missing"), std::string::npos);
   a.start();
-  fs::create_directory(a.inside());  // an unmounted volume leaves an empty folder
+  fs::create_directories(in(a, "dir"));  // an unmounted volume leaves an empty folder, in which programs begin anew
   EXPECT_EQ(a.cycle(), "");
   EXPECT_FALSE(a.pair().ok());
   EXPECT_NE(a.notifications().find("One or more pair folder missing"), std::string::npos);
   EXPECT_EQ(namesOf(a.outside()), outside);
-  fs::remove(a.inside());
+  fs::remove_all(a.inside());
   fs::rename(parked, a.inside());
 
   fs::rename(a.outside(), parked);
   a.start();
-  fs::create_directory(a.outside());
+  fs::create_directories(out("dir"));
   const std::string tree = a.tree();
   EXPECT_EQ(a.cycle(), "");
   EXPECT_FALSE(a.pair().ok());
   EXPECT_EQ(a.tree(), tree);
-  fs::remove(a.outside());
+  fs::remove_all(a.outside());
   fs::rename(parked, a.outside());
   a.start();
   converge();
@@ -255,6 +255,20 @@ TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
   b.pair().endCycle();
   converge();
   EXPECT_EQ(withShortConflicts(b.tree()), "y!=file@20 y/");
+}
+
+// A cloud client sets an archive's own time once it has fetched it as a whole.
+TEST_F(Scenario, AnArchiveMayGetItsTimeLater) {
+  put(in(b, "x"), "2", 20);
+  b.cycle();
+  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 4000) * 1000000000);
+  EXPECT_EQ(a.cycle(), "decrypt:x");
+  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 20) * 1000000000);
+  EXPECT_EQ(a.cycle(), "");
+  put(in(b, "x"), "3", 2000);
+  b.cycle();
+  EXPECT_EQ(a.cycle(), "decrypt:x");
+  converge();
 }
 
 TEST_F(Scenario, AFutureTimeIsToldOnceAndListed) {
@@ -476,6 +490,18 @@ TEST_F(Scenario, AFileThatChangesWhileItIsCopiedIsCopiedAgain) {
   }
   c.clock().advance(2000);
   lookAgain();
+  {  // a program that sets an old time when it is done
+    const std::int64_t now = c.clock().nowSeconds() - kEpoch - 5;
+    put(in(c, "held"), "restored", now);
+    fs::ofstream writer(in(c, "held"), std::ios::app);
+    platform::setLastWriteTime(in(c, "held"), (kEpoch + now) * 1000000000);
+    EXPECT_EQ(lookAgain(), 1);
+  }
+  platform::setLastWriteTime(in(c, "held"), (kEpoch + 5) * 1000000000);
+  c.start();
+  c.clock().advance(2000);
+  c.pair().setPace(0);
+  lookAgain();
   int writes = 0;
   clock->onLook = [&] {
     ++writes;
@@ -497,6 +523,7 @@ TEST_F(Scenario, AFileThatChangesWhileItIsCopiedIsCopiedAgain) {
   Device d(folder / "d", folder / "outside-c");
   d.cycle();
   EXPECT_EQ(contentOf(in(d, "x")), last);
+  EXPECT_EQ(contentOf(in(d, "held")), "restored");
 }
 
 TEST_F(Scenario, AnInterruptionEndsTheCommandAndTheNextCycleFinishes) {

@@ -104,6 +104,38 @@ protected:
   Device a{folder / "a", folder / "outside"};
 };
 
+// A member of a share who can write to the Outside puts somebody's private archive there, and lets it clash.
+TEST_F(ChangedShares, GetNoContentThatWasPutThereAsAnArchiveOfAnotherAsset) {
+  start();
+  put(a.outside() / "team/.sid", "s", 0);
+  put(a.inside() / "private", "secret", 10);
+  put(a.inside() / "team/note", "note", 10);
+  a.cycle();
+  const auto putThere = [&](const char* archive, std::int64_t time) {
+    put(a.outside() / "team/zz.kelta", contentOf(a.outside() / archive), time);
+  };
+  const auto sharedSecrets = [&] {
+    int count = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(a.outside() / "team")) {
+      if (entry.path().extension() != ".kelta" || assetOf("team/" + entry.path().filename().string()) != "s") continue;
+      EXPECT_EQ(a.handler().decryptSingle(entry.path(), folder / "opened"), L"decrypt");
+      count += contentOf(folder / "opened") == "secret" ? 1 : 0;
+    }
+    return count;
+  };
+  putThere("private.kelta", 21);
+  a.cycle();
+  EXPECT_EQ(contentOf(a.inside() / "team/zz"), "secret");
+  start();
+  putThere("team/note.kelta", 20);
+  for (int i = 0; i < 3; ++i) a.cycle();
+  EXPECT_EQ(sharedSecrets(), 0);
+  EXPECT_TRUE(told("it came in an archive for main, and is not encrypted for s unless that is confirmed"));
+  EXPECT_TRUE(confirm("team", L"s"));
+  a.cycle();
+  EXPECT_EQ(sharedSecrets(), 1);
+}
+
 TEST_F(ChangedShares, AreToldBeforeTheyAreUsedAndWaitWhereTheHostWantsThat) {
   const struct {
     const char* marker;

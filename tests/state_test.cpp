@@ -115,6 +115,17 @@ TEST_F(State, WhatCannotBeReadIsKeptAsideAndBothSidesAreMerged) {
   }
   put(a.inside() / "x", "1", 10);
   a.cycle();
+  const std::string whole = file(0);
+  for (const std::string& damage : {std::string(), std::string(20, '\0'), whole.substr(0, whole.size() / 2)}) {
+    put(a.state() / "Kelta_sync_state_0.txt", damage, 0);
+    a.start();
+    EXPECT_NE(a.notifications().find("The state was not whole"), std::string::npos) << damage;
+    EXPECT_EQ(a.cycle(), "");
+  }
+  fs::remove(a.state() / "Kelta_sync_state_1.txt");
+  a.start();
+  EXPECT_NE(a.notifications().find("The state was not whole"), std::string::npos) << "one is missing";
+  EXPECT_EQ(a.cycle(), "");
   put(a.state() / "Kelta_sync_renames.txt/content", "unread", 0);
   fs::remove(a.inside() / "x");
   a.start();

@@ -269,6 +269,7 @@ private:
   KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
   KeyFit keyFits(const std::string& assetId, const SealedArchive& archive);
   bool mayEncrypt(const CopyJob& job);
+  bool isStray(CopyJob& job, const std::string& assetId);
   bool encryptTo(CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);
   bool keyAvailable(const std::string& assetId);
   bool replacesUnread(const CopyJob& job, const std::wstring& plainTarget);
@@ -282,6 +283,7 @@ private:
   enum class Opened { yes, noKey, unreadable };
   Opened openArchive(const CopyJob& job, SealedArchive& archive, std::string& password);
   bool decryptTo(CopyJob& job, const std::string& password);
+  void noteAssetOf(const CopyJob& job, const SealedArchive& archive);
   bool giveUpWithoutKey(CopyJob& job, const boost::property_tree::ptree& meta);
   bool unpackSource(const CopyJob& job, const std::string& password, const boost::filesystem::path& folder);
 

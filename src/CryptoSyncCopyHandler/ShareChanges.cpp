@@ -129,6 +129,8 @@ bool CryptoSyncCopyHandler::confirmShare(std::wstring folder, const std::wstring
   const bool named = share.state != Share::State::unusable && marksAgree(share);
   if (!named || shownAsset(share.assetId) != utf8(assetId)) return false;
   takeOver(share, share.state == Share::State::named ? share.root : relative);
+  shareMemory_.forgetStrays();
+  shareMemory_.save();
   return true;
 }
 

@@ -17,6 +17,8 @@ constexpr std::size_t kCompareBytes = 256 * 1024;
 
 }  // namespace
 
+const wchar_t* const SyncPair::kNoFile = L"a link, or something else that is no file, stands in its place";
+
 // Without the paths: those in the Temp folder differ each time, and the host would be told anew in each cycle.
 std::wstring SyncPair::reasonOf(const boost::system::error_code& error) {
   std::wstring reason;

@@ -68,8 +68,17 @@ void SyncPair::waitOutRunningSecond(const platform::FileStamp& stamp) {
   clock_->wait((1000000 - now % 1000000) / 1000 + 10, *interruption_);
 }
 
+// What was seen to change is an update whatever time it has in the end: programs that copy and unpack set an old one.
 void SyncPair::noteChanging(const std::wstring& source) {
   PAIR_INFO("is being written to, left for later: %s", utf8(source).c_str());
+  const Side own = sideOf(source);
+  const auto record = own.state.find(source);
+  const std::wstring unseen = std::to_wstring(unseenTime(stampUnderName(source)));
+  if (record != own.state.end() && record->second[0] != unseen) {
+    record->second[0] = unseen;
+    stateChanged_ = true;
+    ++successfulEvents_;
+  }
   if (waiting_.noteChanging(source)) report(L"changing", source);
 }
 
@@ -120,6 +129,7 @@ SyncPair::Known SyncPair::isAsRecorded(const Side& side, const std::wstring& pat
     return same && stampUnderName(path).sameContent(stamp) ? Known::yes : Known::no;
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
+    lookProblem_ = reasonOf(error.code());
     return Known::unclear;
   }
 }
@@ -248,7 +258,12 @@ bool SyncPair::isCopiedAlready(const FileJob& job) {
 }
 
 SyncPair::Judgement SyncPair::judgeTarget(const FileJob& job, const platform::FileStamp& stamp) {
+  lookProblem_.clear();
   if (stamp.kind == platform::Kind::missing) return Judgement::replace;
+  if (stamp.kind == platform::Kind::symlink || stamp.kind == platform::Kind::other) {
+    lookProblem_ = kNoFile;
+    return Judgement::unclear;
+  }
   const auto path = platform::pathOf(job.target);
   if (stamp.kind != platform::Kind::file || isFileLocked(job.target) || platform::isOpenForWriting(path)) {
     if (stamp.kind == platform::Kind::file) waiting_.note(job.target, L"in-use");
@@ -282,7 +297,8 @@ bool SyncPair::prepareTarget(FileJob& job) {
     return false;
   }
   if (judgement == Judgement::unclear) {
-    copyProblem_ = job.to.inside
+    copyProblem_ = !lookProblem_.empty() ? lookProblem_
+                   : job.to.inside
                        ? L"the file that it would replace cannot be read"
                        : L"its archive cannot be opened (damaged, or under another key); where that was moved "
                          L"away, another one is written";

@@ -107,6 +107,7 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
+    copyProblem_ = reasonOf(error.code());
   }
   return Kept::no;
 }
@@ -139,6 +140,7 @@ SyncPair::Kept SyncPair::keepOutsideLoser(const std::wstring& winner, const std:
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
     PAIR_ERROR("%s", error.what());
+    copyProblem_ = reasonOf(error.code());
   }
   return Kept::no;
 }

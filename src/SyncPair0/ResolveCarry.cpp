@@ -153,7 +153,8 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   if (!deleted) {
     // The records stay: the next scan finds the deletion again, or what was changed at the last moment.
     if (file && !stampUnderName(target).sameContent(stamp)) return;
-    return deletionFailed(key, target, outcome.error);
+    const bool isOther = stamp.kind == platform::Kind::symlink || stamp.kind == platform::Kind::other;
+    return deletionFailed(key, target, outcome.error ? reasonOf(outcome.error) : isOther ? kNoFile : L"");
   }
   const std::wstring& src = from.inside ? so.fullPath : target;
   const std::wstring& dest = from.inside ? target : so.fullPath;
@@ -168,9 +169,8 @@ void SyncPair::carryDeletion(const Side& from, const Side& to, const std::wstrin
   report(L"delete", target);
 }
 
-void SyncPair::deletionFailed(const std::wstring& key, const std::wstring& target,
-                              const boost::system::error_code& error) {
-  const std::wstring reason = error ? L'"' + jsonEscaped(reasonOf(error)) + L'"' : std::wstring();
+void SyncPair::deletionFailed(const std::wstring& key, const std::wstring& target, std::wstring reason) {
+  if (!reason.empty()) reason = L'"' + jsonEscaped(reason) + L'"';
   notify(L"ERROR", L"Could not delete " + jsonEscaped(nameOf(key)), reason);
   report(L"failed", target);
 }

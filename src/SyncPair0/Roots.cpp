@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // What tells a folder of the pair that was emptied from one that is not there: each root carries a small
-// marker file, ".rid" on the Inside and ".kelta" on the Outside (Marker.h). A root without its marker and without a
-// single known entry is an unmounted volume, not a mass deletion.
+// marker file, ".rid" on the Inside and ".kelta" on the Outside (Marker.h). A root without its marker that lacks more
+// than half of the known entries is an unmounted volume, or one that a program has begun to make anew, not a mass
+// deletion.
 //
 // The Outside's marker is the same on every device, so a mount point that was once marked has it too: there the folder
-// itself tells. When it is another one than last time and nothing known is in it, it counts as missing; at the next
-// start both sides are merged.
+// itself tells. When it is another one than last time and lacks as much, it counts as missing; at the next start both
+// sides are merged.
 #include <boost/filesystem/exception.hpp>
+#include <iterator>
 
 #include "SyncPair0/Marker.h"
 #include "SyncPair0/StateLines.h"
@@ -101,11 +103,13 @@ bool SyncPair::rootLost(const Side& side) const {
   if (!rootPresent(side)) return true;
   if (isMarked(side) && !isAnotherFolder(side)) return false;
   const auto known = recordsBelow(side.state, side.root);
-  if (known.first == known.second) return false;
+  const auto count = std::distance(known.first, known.second);
+  std::ptrdiff_t there = 0;
   for (auto record = known.first; record != known.second; ++record) {
-    if (kindOf(record->first) != platform::Kind::missing) return false;
+    if (kindOf(record->first) != platform::Kind::missing) ++there;
+    if (2 * there >= count) return false;
   }
-  return true;
+  return count > 0;
 }
 
 // At a start: what the state tells of is in neither folder any more, but the Outside is marked as this pair's.

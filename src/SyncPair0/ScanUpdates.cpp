@@ -29,6 +29,10 @@ bool SyncPair::listFolder(const char* method, const std::wstring& folder,
   return !error;
 }
 
+void SyncPair::noteUnreadable(const std::wstring& folder) {
+  if (unreadable_.insert(folder).second) notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
+}
+
 void SyncPair::pauseWithin(Walk& walk) {
   interruption_->check();
   ++walk.counter;
@@ -65,7 +69,10 @@ bool SyncPair::leftOut(const Walk& walk, const boost::filesystem::path& entry, s
   }
   stamp = platform::stampOf(entry);
   if (!genericOfListed(entry, path)) return true;
-  if (stamp.kind == platform::Kind::unknown) PAIR_ERROR_OF(walk.method, "cannot look at %s", utf8(path).c_str());
+  if (stamp.kind == platform::Kind::unknown) {
+    PAIR_ERROR_OF(walk.method, "cannot look at %s", utf8(path).c_str());
+    noteUnreadable(parentOf(path));
+  }
   if (stamp.kind != platform::Kind::file && stamp.kind != platform::Kind::folder) return true;
   if (!keyOf(walk.side, path, stamp.kind == platform::Kind::folder).empty()) return false;
   noteUnread(walk.side, entry);
@@ -147,9 +154,7 @@ void SyncPair::scanFolder(Walk& walk, const std::wstring& folder, std::vector<st
   std::vector<boost::filesystem::path> entries;
   if (!walk.side.inside) unreadNames_.erase(folder);
   const bool gone = platform::stampOf(platform::pathOf(folder)).kind == platform::Kind::missing;
-  if (!gone && !listFolder(walk.method, folder, entries) && unreadable_.insert(folder).second) {
-    notify(L"ERROR", L"Could not read folder " + jsonEscaped(folder));
-  }
+  if (!gone && !listFolder(walk.method, folder, entries)) noteUnreadable(folder);
   for (const auto& listed : entries) {
     pauseWithin(walk);
     if (folder == walk.side.root && dropMarkerCopy(walk.side, listed)) continue;

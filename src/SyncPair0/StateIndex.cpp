@@ -136,6 +136,15 @@ void SyncPair::dropRetriedRecords() {
   retry_.clear();
 }
 
+// What an unreadable file means was told already.
+void SyncPair::tellIfNotWhole() {
+  const bool known = !rootIds_[0].empty();
+  const bool lacksFile = known && (!isFileThere(stateFiles_[0]) || !isFileThere(stateFiles_[1]));
+  const bool lacksSide = srcStateList.empty() != destStateList.empty();
+  if (unread_.empty() && (stateDamaged_ || lacksFile || lacksSide))
+    notify(L"ERROR", L"The state was not whole, both sides are merged where it tells nothing");
+}
+
 void SyncPair::initState() {
   try {
     requireUsableFolders();
@@ -146,6 +155,7 @@ void SyncPair::initState() {
     destStateList.clear();
     loadStateFromDisk(stateFiles_[0], srcStateList);
     loadStateFromDisk(stateFiles_[1], destStateList);
+    tellIfNotWhole();
     if (rebuildNeeded()) stateMissingIndex();
     replayJournal();
     dropUnpairedRecords();

@@ -246,6 +246,7 @@ private:
   StateRecord makeRecord(const std::wstring& path, std::int64_t time);
   StateList::const_iterator counterpartIn(const StateList& outside, const std::wstring& key, bool isFolder);
   bool rebuildNeeded();
+  void tellIfNotWhole();
   bool keepUnsettled(const StateList::value_type& src, const StateList::value_type& dest, const StateList& oldSrc,
                      const StateList& oldDest);
   void dropUnpairedRecords();
@@ -271,6 +272,7 @@ private:
   void settleSrc();
   void settleDest();
   bool listFolder(const char* method, const std::wstring& folder, std::vector<boost::filesystem::path>& entries);
+  void noteUnreadable(const std::wstring& folder);
   void logIgnored(const Walk& walk, const boost::filesystem::path& entry);
   void pauseWithin(Walk& walk);
   bool wasFile(const std::wstring& key) const;
@@ -344,7 +346,7 @@ private:
                      const SyncObject* other);
   bool goesWithFolder(const Side& deleting, const std::wstring& key);
   void finishFolderDeletion(const Side& from, const Side& to, const std::wstring& key, const SyncObject& so);
-  void deletionFailed(const std::wstring& key, const std::wstring& target, const boost::system::error_code& error);
+  void deletionFailed(const std::wstring& key, const std::wstring& target, std::wstring reason);
 
   // KindClash.cpp
   bool isFolderOfPair(const std::wstring& path);
@@ -409,6 +411,7 @@ private:
   void noteChanging(const std::wstring& source);
   void retryCopies();
   void tellBusy();
+  static const wchar_t* const kNoFile;
   static std::wstring reasonOf(const boost::system::error_code& error);
   CopyOutcome copyOnce(const std::wstring& srcFile, const std::wstring& destFile, const CopyGuard* guard, bool& again);
   void waitOutRunningSecond(const platform::FileStamp& stamp);
@@ -460,6 +463,7 @@ private:
   int futureTold_ = 0;                                          ///< files whose times lie ahead, in this cycle
   /// Sources that cannot be settled, and what they and their targets were when they held the same.
   std::map<std::wstring, std::pair<platform::FileStamp, platform::FileStamp>> held_;
+  std::map<std::wstring, platform::FileStamp> older_;  ///< other archives than recorded, with older times
   std::map<std::wstring, platform::FileStamp> saved_;  ///< files of the Inside as recorded within the last minutes
   std::set<std::wstring> busy_;                        ///< changed files in use, as the scans of this cycle found them
   struct Retry {
@@ -474,6 +478,7 @@ private:
   std::set<std::wstring> givenUp_;                                ///< archives whose key is missing
   std::set<std::wstring> retry_;                                  ///< of these, perhaps, it has arrived
   std::map<std::wstring, platform::FileStamp> keptLosers_;  ///< archives of which this version was recycled already
+  std::wstring lookProblem_;                                ///< why a file could not be told from what is recorded
   std::wstring copyProblem_;                                ///< why the latest attempt failed, where that is known
   bool sourceIsDamaged_ = false;                            ///< the latest attempt failed for that
   std::uint64_t entriesDone_ = 0;
