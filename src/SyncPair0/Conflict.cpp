@@ -79,15 +79,15 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   report(L"conflict", names[0]);
 }
 
-// Both sides hold what was placed here, or what somebody made of it since: then it is recorded as unseen. What is gone
-// by now was deleted.
+// Both sides hold what was placed here. What is gone by now was deleted; where something else stands, nobody may have
+// seen the archive's version: the next scan merges the two.
 void SyncPair::recordPlaced(const std::wstring& key, const std::wstring& archive, const platform::FileStamp& seen) {
   const std::wstring src = joinPath(sourceFolder_, key);
   const platform::FileStamp inside = stampUnderName(src);
-  const bool there = inside.kind == platform::Kind::file;
-  const bool asPlaced = recordAs(destStateList, archive, seen);
-  const bool same = there && asPlaced && mayBeOneTime(inside, seen) && holdsContent(archive, src);
-  recordAs(srcStateList, src, there ? inside : seen, same);
+  const bool same = inside.kind == platform::Kind::file && mayBeOneTime(inside, seen) && holdsContent(archive, src);
+  if (!same && stampUnderName(src).kind != platform::Kind::missing) return forgetBoth(key, false);
+  recordAs(destStateList, archive, seen);
+  recordAs(srcStateList, src, same ? inside : seen);
 }
 
 // For want of a key the archive was given up: its record alone is kept, so that it is neither tried again in each cycle
