@@ -108,7 +108,7 @@ bool PairFolders::present() const { return isFolder(inside) && isFolder(outside)
 std::wstring PairFolders::whatIsMissing() const {
   if (!isFolder(inside)) return L"the Inside is missing; is its volume mounted? " + printable(inside);
   if (!isFolder(outside)) return L"the Outside is missing; is its volume mounted? " + printable(outside);
-  return L"a folder of the pair has lost everything that was in it, its marker included; is its volume mounted? "
+  return L"a folder of the pair has lost its marker and most or all of what was in it; is its volume mounted? "
          L"Nothing was deleted.\n  Inside:  " +
          printable(inside) + L"\n  Outside: " + printable(outside) +
          L"\nIf it was emptied on purpose, another --work begins anew with what both folders hold now.";

@@ -220,7 +220,8 @@ KELSYNC_API void KELSYNC_CALL kelsync_set_share_policy(kelsync_pair* h, int poli
 
 /**
  * Confirms that the share which holds `folder`, a full path of either side, is to be encrypted for `assetId` from now
- * on (a folder that is no share any more: for the default asset). Files that wait go with the next cycle. Call it after
+ * on (a folder that is no share any more: for the default asset). Files that wait go with the next cycle; so do contents
+ * that came in archives of another asset than their folder's, which are not encrypted for that otherwise. Call it after
  * kelsync_set_state_path(), between commands.
  * @return 1 when it was confirmed; 0 when the markers there name another asset, or two, and for a folder outside of the
  *   pair or null arguments.
