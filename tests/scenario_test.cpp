@@ -104,7 +104,35 @@ TEST_F(Scenario, AVanishedRootStopsTheEngineAndDeletesNothing) {
   EXPECT_EQ(a.tree(), tree);
 }
 
+TEST_F(Scenario, AFolderThatIsFetchedAnewDeletesNothing) {
+  for (int i = 0; i < 5; ++i) put(in(a, "dir" + std::to_string(i) + "/f"), "1", 10);
+  converge();
+  const std::string tree = a.tree();
+  fs::rename(a.outside(), folder / "parked");
+  for (const int fetched : {0, 4}) {
+    for (int i = 0; i < 5; ++i) fs::create_directories(a.outside() / ("dir" + std::to_string(i)));
+    fs::copy_file(folder / "parked/.kelta", a.outside() / ".kelta");
+    for (int i = 0; i < fetched; ++i) {
+      const std::string dir = "dir" + std::to_string(i);
+      for (const fs::directory_entry& entry : fs::directory_iterator(folder / "parked" / dir))
+        fs::copy_file(entry.path(), a.outside() / dir / entry.path().filename());
+    }
+    a.cycle();
+    EXPECT_FALSE(a.pair().ok());
+    EXPECT_EQ(a.tree(), tree);
+    fs::remove_all(a.outside());
+    fs::create_directory(a.outside());
+    a.start();
+    a.pair().clearNotifications();
+  }
+}
+
 TEST_F(Scenario, FoldersWithinEachOtherAreRefused) {
+  put(in(a, "x"), "1", 10);
+  a.cycle();
+  put(in(a, ".kelta"), contentOf(a.outside() / ".kelta"), 0);
+  EXPECT_EQ(a.cycle(), "");
+  EXPECT_NE(a.notifications().find("are the folders of the pair swapped?"), std::string::npos);
   Device nested(folder / "n", folder / "n/inside/outside");
   put(in(nested, "x"), "1", 10);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(nested.cycle(), "");
@@ -255,20 +283,6 @@ TEST_F(Scenario, AFileAndAFolderOfOneNameBothStay) {
   b.pair().endCycle();
   converge();
   EXPECT_EQ(withShortConflicts(b.tree()), "y!=file@20 y/");
-}
-
-// A cloud client sets an archive's own time once it has fetched it as a whole.
-TEST_F(Scenario, AnArchiveMayGetItsTimeLater) {
-  put(in(b, "x"), "2", 20);
-  b.cycle();
-  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 4000) * 1000000000);
-  EXPECT_EQ(a.cycle(), "decrypt:x");
-  platform::setLastWriteTime(out("x.kelta"), (kEpoch + 20) * 1000000000);
-  EXPECT_EQ(a.cycle(), "");
-  put(in(b, "x"), "3", 2000);
-  b.cycle();
-  EXPECT_EQ(a.cycle(), "decrypt:x");
-  converge();
 }
 
 TEST_F(Scenario, AFutureTimeIsToldOnceAndListed) {

@@ -214,14 +214,14 @@ KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wcha
  * the default, that is told and they are encrypted for the other asset with their next change. With 1 they wait for
  * kelsync_share_confirm(), and kelsync_get_waiting_JSON() lists those that have changed as "share-unconfirmed". Anybody
  * who can write to the Outside can put a marker there. New shares, and folders of which no file was encrypted yet, do
- * not wait. Other values are taken as 0.
+ * not wait. The same for archives that another key than that of their folder opens: with 0 the first one in a folder is
+ * told ("ERROR") and they are decrypted, with 1 they fail and stay as they are. Other values are taken as 0.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_share_policy(kelsync_pair* h, int policy);
 
 /**
  * Confirms that the share which holds `folder`, a full path of either side, is to be encrypted for `assetId` from now
- * on (a folder that is no share any more: for the default asset). Files that wait go with the next cycle; so do contents
- * that came in archives of another asset than their folder's, which are not encrypted for that otherwise. Call it after
+ * on (a folder that is no share any more: for the default asset). Files that wait go with the next cycle. Call it after
  * kelsync_set_state_path(), between commands.
  * @return 1 when it was confirmed; 0 when the markers there name another asset, or two, and for a folder outside of the
  *   pair or null arguments.

@@ -108,7 +108,9 @@ bool CryptoSyncCopyHandler::takeStamps(CopyJob& job, const std::wstring& sourceR
   const Way from = ofPair ? reachFolder(sourceRoot, parentOf(source)) : Way{Reach::there, {}, {}};
   const Way to = reachFolder(job.targetRoot, parentOf(job.target));
   if (from.reach != Reach::there || to.reach == Reach::refused) {
-    HANDLER_ERROR("%s", (from.reach != Reach::there ? from : to).reason.c_str());
+    const std::string& reason = (from.reach != Reach::there ? from : to).reason;
+    HANDLER_ERROR("%s", reason.c_str());
+    platform::wideFromUtf8(reason, job.outcome.problem);
     return false;
   }
   job.sourceStamp = platform::stampOf(job.source);

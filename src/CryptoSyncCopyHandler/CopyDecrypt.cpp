@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
-#include <boost/filesystem/exception.hpp>
-
 #include "CryptoSyncCopyHandler/ArchiveMeta.h"
 #include "CryptoSyncCopyHandler/CopyJob.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
@@ -51,26 +48,13 @@ bool CryptoSyncCopyHandler::decryptJob(CopyJob& job, const fs::path& src, const 
   Secret password;
   const Opened opened = openArchive(job, archive, password.text);
   if (opened == Opened::noKey) return giveUpWithoutKey(job, archive.meta);
-  if (opened != Opened::yes || !decryptTo(job, password.text)) return false;
+  if (opened != Opened::yes || !mayOpenHere(job, archive) || !decryptTo(job, password.text)) return false;
   decryptFailures_.erase(tableKey(job));
-  if (job.targetRoot == insideFolder_) noteAssetOf(job, archive);
-  return true;
-}
-
-// Whoever may write to the Outside can put an archive into another share's folder.
-void CryptoSyncCopyHandler::noteAssetOf(const CopyJob& job, const SealedArchive& archive) {
-  const std::string own = getAssetForPath(job.source);
-  const auto members = wrappedPasswords(archive.meta);
-  const auto isOwn = [&](const auto& member) { return member.first == own; };
-  if (std::any_of(members.begin(), members.end(), isOwn)) return noteShareUse(job.source);
-  if (members.empty()) return;
-  HANDLER_INFO("of another asset than its folder's: %s", utf8(job.source).c_str());
-  try {
-    shareMemory_.noteStray(platform::pathOf(job.target), members.front().first);
-    shareMemory_.save();
-  } catch (const fs::filesystem_error& error) {
-    HANDLER_ERROR("%s", error.what());
+  const std::string asset = getAssetForPath(src);
+  for (const auto& member : wrappedPasswords(archive.meta)) {
+    if (member.first == asset && job.targetRoot == insideFolder_) noteShareUse(src);
   }
+  return true;
 }
 
 bool CryptoSyncCopyHandler::decryptTo(CopyJob& job, const std::string& password) {

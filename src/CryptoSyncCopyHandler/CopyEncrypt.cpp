@@ -65,7 +65,6 @@ bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, cons
     job.outcome.problem = L"\".sid\" of its folder, or of one above, names no key";
   }
   if (assetId.empty() || !mayUseShareOf(shared, genericForm(platform::wideOf(job.source)))) return false;
-  if (isStray(job, assetId)) return false;
   if (!keyAvailable(assetId)) {
     job.outcome.problem = kNoContentKey;
     return false;
@@ -82,20 +81,6 @@ bool CryptoSyncCopyHandler::encryptTo(CopyJob& job, const fs::path& shared, cons
   if (!place(archive, job)) return false;
   noteShareUse(shared);
   copySucceeded(job, L"Encrypted");
-  return true;
-}
-
-// What came in an archive of another asset is not encrypted for this one just because of the folder into which somebody
-// put it on the Outside.
-bool CryptoSyncCopyHandler::isStray(CopyJob& job, const std::string& assetId) {
-  const std::string* const came = shareMemory_.strayAsset(job.source);
-  if (!came || shownAsset(*came) == shownAsset(assetId)) return false;
-  std::wstring from;
-  std::wstring to;
-  platform::wideFromUtf8(shownAsset(*came), from);
-  platform::wideFromUtf8(shownAsset(assetId), to);
-  job.outcome.problem =
-      L"it came in an archive for " + from + L", and is not encrypted for " + to + L" unless that is confirmed";
   return true;
 }
 

@@ -228,6 +228,8 @@ private:
   void tellError(const std::wstring& message);
   bool settleChange(const ShareChange& change, const std::wstring& source);
   void takeOver(const Share& share, const std::wstring& base);
+  bool isOfItsFolder(const std::wstring& folder, const SealedArchive& archive);
+  bool mayOpenHere(CopyJob& job, const SealedArchive& archive);
   void noteShareUse(const boost::filesystem::path& path);
   /// Whether something may be encrypted for the asset that the shares give the path now. What changed is told before.
   /// `source`: the file that waits while it may not, if any.
@@ -269,7 +271,6 @@ private:
   KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
   KeyFit keyFits(const std::string& assetId, const SealedArchive& archive);
   bool mayEncrypt(const CopyJob& job);
-  bool isStray(CopyJob& job, const std::string& assetId);
   bool encryptTo(CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);
   bool keyAvailable(const std::string& assetId);
   bool replacesUnread(const CopyJob& job, const std::wstring& plainTarget);
@@ -283,7 +284,6 @@ private:
   enum class Opened { yes, noKey, unreadable };
   Opened openArchive(const CopyJob& job, SealedArchive& archive, std::string& password);
   bool decryptTo(CopyJob& job, const std::string& password);
-  void noteAssetOf(const CopyJob& job, const SealedArchive& archive);
   bool giveUpWithoutKey(CopyJob& job, const boost::property_tree::ptree& meta);
   bool unpackSource(const CopyJob& job, const std::string& password, const boost::filesystem::path& folder);
 

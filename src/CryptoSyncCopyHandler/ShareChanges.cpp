@@ -5,6 +5,7 @@
 //     the markers of a share root name two assets   told; nothing is encrypted until they agree
 //     another asset than remembered                 told; goes on, or waits for confirmShare()
 //     nothing remembered                            a new share, or a new folder: goes on
+#include "CryptoSyncCopyHandler/CopyJob.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
 #include "CryptoSyncCopyHandler/PairFolders.h"
 #include "base/GenericPath.h"
@@ -90,6 +91,34 @@ bool CryptoSyncCopyHandler::mayUseShareOf(const fs::path& path, const std::wstri
   return settleChange({share, marked ? share.root : shareMemory_.highestLike(folder), *before}, source);
 }
 
+// Whether an archive is under the key of the folder in which it lies, now and as that was remembered: whoever can write
+// to the Outside can put a private one into a share, where what becomes of its content is encrypted for others.
+bool CryptoSyncCopyHandler::isOfItsFolder(const std::wstring& folder, const SealedArchive& archive) {
+  const Share share = shares_.at(folder);
+  if (share.state == Share::State::unusable) return true;  // nothing is encrypted there
+  const std::string own = shownAsset(share.assetId);
+  const std::string* const before = shareMemory_.usedWith(folder, share.root);
+  if (before && shownAsset(*before) != own) return false;
+  if (keys_.ids().size() > 1) return keyFits(own, archive) == KeyFit::fits;
+  // It was opened with the only key there is. Without the folder's own nothing is encrypted there.
+  return keys_.find(own) != nullptr || !changedSharesWait_;
+}
+
+bool CryptoSyncCopyHandler::mayOpenHere(CopyJob& job, const SealedArchive& archive) {
+  std::wstring relative;
+  if (!shares_.relative(genericForm(platform::wideOf(job.source)), relative)) return true;
+  const std::wstring folder = parentOf(relative);
+  if (isOfItsFolder(folder, archive)) return true;
+  if (changedSharesWait_) {
+    job.outcome.problem = L"its archive is of another key than its folder, and is not opened here";
+    return false;
+  }
+  if (toldOfShares_.insert(folder).second)
+    tellError(L"An archive of another key than its folder came into " + jsonEscaped(insidePath(folder)) +
+              L": what becomes of it there is encrypted for " + wide(shownAsset(shares_.at(folder).assetId)));
+  return true;
+}
+
 // The folders at or below `base` that belong to the share are its asset's from now on.
 void CryptoSyncCopyHandler::takeOver(const Share& share, const std::wstring& base) {
   shareMemory_.note(base, share.assetId);
@@ -129,8 +158,6 @@ bool CryptoSyncCopyHandler::confirmShare(std::wstring folder, const std::wstring
   const bool named = share.state != Share::State::unusable && marksAgree(share);
   if (!named || shownAsset(share.assetId) != utf8(assetId)) return false;
   takeOver(share, share.state == Share::State::named ? share.root : relative);
-  shareMemory_.forgetStrays();
-  shareMemory_.save();
   return true;
 }
 

@@ -7,7 +7,6 @@
 #include "CryptoSyncCopyHandler/AssetKeys.h"
 #include "base/GenericPath.h"
 #include "base/Log.h"
-#include "base/Md5.h"
 #include "platform/AtomicFile.h"
 #include "platform/Folders.h"
 
@@ -29,18 +28,6 @@ std::string wholeText(const std::wstring& path) {
   return text;
 }
 
-// Of the whole content, block by block.
-std::string fingerprintOf(const boost::filesystem::path& path) {
-  platform::File file(path, platform::File::Mode::read);
-  std::string fingerprint;
-  std::string block(platform::kCopyBufferBytes, '\0');
-  while (const std::size_t count = file.read(&block[0], block.size())) {
-    const std::string chained = fingerprint + block.substr(0, count);
-    fingerprint = md5Hex(chained.data(), chained.size());
-  }
-  return fingerprint;
-}
-
 bool isAtOrBelow(const std::wstring& folder, const std::wstring& base) {
   return base.empty() || folder == base || folder.compare(0, base.size() + 1, base + L"/") == 0;
 }
@@ -51,23 +38,14 @@ bool ShareMemory::readLine(const std::string& line) {
   const std::size_t tab = line.find('\t');
   std::wstring folder;
   if (tab == std::string::npos || !platform::wideFromUtf8(line.substr(0, tab), folder)) return false;
-  std::istringstream fields(line.substr(tab + 1));
-  std::string id;
-  std::getline(fields, id, '\t');
+  const std::string id = line.substr(tab + 1);
   if (!id.empty() && !AssetKeys::isValidId(id)) return false;
-  if (fields.eof()) {
-    used_[folder] = id;
-    return true;
-  }
-  std::uint64_t size = 0;
-  if (!(fields >> size) || !fields.eof()) return false;
-  strays_[{size, line.substr(0, tab)}] = id;
+  used_[folder] = id;
   return true;
 }
 
 bool ShareMemory::load(const std::wstring& file) {
   used_.clear();
-  strays_.clear();
   changed_ = false;
   file_ = file;
   if (platform::stampOf(platform::pathOf(file)).kind == platform::Kind::missing) return true;
@@ -122,30 +100,10 @@ void ShareMemory::noteAll(const std::wstring& base, const std::string& assetId,
   }
 }
 
-void ShareMemory::noteStray(const boost::filesystem::path& file, const std::string& assetId) {
-  strays_[{platform::stampOf(file).size, fingerprintOf(file)}] = assetId;
-  changed_ = true;
-}
-
-void ShareMemory::forgetStrays() {
-  changed_ = changed_ || !strays_.empty();
-  strays_.clear();
-}
-
-const std::string* ShareMemory::strayAsset(const boost::filesystem::path& file) const {
-  const std::uint64_t size = platform::stampOf(file).size;
-  const auto first = strays_.lower_bound({size, std::string()});
-  if (first == strays_.end() || first->first.first != size) return nullptr;
-  const auto found = strays_.find({size, fingerprintOf(file)});
-  return found == strays_.end() ? nullptr : &found->second;
-}
-
 void ShareMemory::save() {
   if (!changed_ || file_.empty()) return;
   std::string text;
   for (const auto& entry : used_) text += platform::utf8(entry.first) + "\t" + entry.second + "\n";
-  for (const auto& entry : strays_)
-    text += entry.first.second + "\t" + entry.second + "\t" + std::to_string(entry.first.first) + "\n";
   try {
     boost::system::error_code unmade;  // then the file cannot be made either
     platform::createFolders(platform::pathOf(parentOf(file_)), unmade);

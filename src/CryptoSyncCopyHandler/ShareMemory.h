@@ -4,19 +4,14 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <utility>
-
-#include "platform/Files.h"
 
 namespace Kelta {
 
 /// Which asset the files of each folder were last encrypted for, kept in a file, UTF-8, one line a folder:
 ///
 ///     folder relative to the roots TAB asset id LF
-///     fingerprint TAB asset id TAB size LF
 ///
-/// An empty folder is the roots themselves, an empty id the default asset. A fingerprint is that of a content which
-/// came in an archive of another asset than its folder's, and so of nobody knows whom.
+/// An empty folder is the roots themselves, an empty id the default asset.
 class ShareMemory {
 public:
   /// Reads the file, if it is there. One that cannot be read is left alone: nothing is written over it. False then.
@@ -29,21 +24,13 @@ public:
   /// Notes the asset for every known folder at or below `base` that `concerns` holds for.
   void noteAll(const std::wstring& base, const std::string& assetId,
                const std::function<bool(const std::wstring&)>& concerns);
-  /// A file that came in an archive of `assetId`. Throws filesystem_error when it cannot be read.
-  void noteStray(const boost::filesystem::path& file, const std::string& assetId);
-  void forgetStrays();
-  /// The asset in whose archive the content of a file came, whatever its name and time are now; null: in none such.
-  /// Throws filesystem_error.
-  const std::string* strayAsset(const boost::filesystem::path& file) const;
   /// Writes what has changed. A failure is logged, and repaired by the next call that succeeds.
   void save();
 
 private:
-  using Content = std::pair<std::uint64_t, std::string>;  ///< size and fingerprint
   bool readLine(const std::string& line);
 
   std::map<std::wstring, std::string> used_;
-  std::map<Content, std::string> strays_;
   std::wstring file_;
   bool changed_ = false;
 };

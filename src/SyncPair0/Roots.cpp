@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What tells a folder of the pair that was emptied from one that is not there: each root carries a small
 // marker file, ".rid" on the Inside and ".kelta" on the Outside (Marker.h). A root without its marker that lacks more
-// than half of the known entries is an unmounted volume, or one that a program has begun to make anew, not a mass
+// than half of the known files is an unmounted volume, or one that a program has begun to make anew, not a mass
 // deletion.
 //
-// The Outside's marker is the same on every device, so a mount point that was once marked has it too: there the folder
-// itself tells. When it is another one than last time and lacks as much, it counts as missing; at the next start both
-// sides are merged.
+// The Outside's marker is the same on every device, so a mount point that was once marked has it too, and so has a
+// folder that a cloud client fetches anew: there the folder itself tells. When it is another one than last time and
+// lacks any file, it counts as missing; at the next start both sides are merged.
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <iterator>
 
@@ -93,23 +94,43 @@ bool SyncPair::isMarked(const Side& side) const {
   return marker.isRandom || (!marker.mark.empty() && marker.mark == handler_->outsideMark());
 }
 
-bool SyncPair::isAnotherFolder(const Side& side) const {
-  if (side.inside || outsideIdentity_.empty()) return false;
-  const std::string now = platform::identityOf(platform::pathOf(side.root));
-  return !now.empty() && now != outsideIdentity_;
+// The number of a device may change with every start of a system, that of a folder in it does not.
+SyncPair::RootFolder SyncPair::folderOf(const Side& side) const {
+  const std::string now = side.inside ? std::string() : platform::identityOf(platform::pathOf(side.root));
+  if (now.empty() || outsideIdentity_.empty() || now == outsideIdentity_) return RootFolder::same;
+  const auto number = [](const std::string& identity) { return identity.substr(identity.find(':') + 1); };
+  return number(now) == number(outsideIdentity_) ? RootFolder::ofOtherDevice : RootFolder::other;
 }
 
 bool SyncPair::rootLost(const Side& side) const {
   if (!rootPresent(side)) return true;
-  if (isMarked(side) && !isAnotherFolder(side)) return false;
+  const bool marked = isMarked(side);
+  const RootFolder folder = folderOf(side);
+  if (marked && folder == RootFolder::same) return false;
+  return lacksFiles(side, marked && folder == RootFolder::other ? 0 : 2);
+}
+
+// Whether any known file is missing, or more than one of `share`. Folders tell little: they are made before their
+// files.
+bool SyncPair::lacksFiles(const Side& side, std::ptrdiff_t share) const {
   const auto known = recordsBelow(side.state, side.root);
-  const auto count = std::distance(known.first, known.second);
+  const auto isFile = [&](const StateList::value_type& record) {
+    return !recordedAsFolder(side.inside, record.first, record.second);
+  };
+  const auto files = std::count_if(known.first, known.second, isFile);
+  const auto count = files > 0 ? files : std::distance(known.first, known.second);
+  const auto allowed = share > 0 ? count / share : 0;
+  std::ptrdiff_t missing = 0;
   std::ptrdiff_t there = 0;
   for (auto record = known.first; record != known.second; ++record) {
-    if (kindOf(record->first) != platform::Kind::missing) ++there;
-    if (2 * there >= count) return false;
+    if (files > 0 && !isFile(*record)) continue;
+    const platform::Kind kind = kindOf(record->first);
+    const bool gone = kind == platform::Kind::missing || (files > 0 && kind == platform::Kind::folder);
+    ++(gone ? missing : there);
+    if (missing > allowed) return true;
+    if (there >= count - allowed) return false;
   }
-  return count > 0;
+  return false;
 }
 
 // At a start: what the state tells of is in neither folder any more, but the Outside is marked as this pair's.
@@ -152,6 +173,9 @@ void SyncPair::refuse(const std::wstring& reason) {
 void SyncPair::requireUsableFolders() {
   if (stateFolder_.empty()) refuse(L"No folder for the state is set");
   if (sourceFolder_.empty() || destFolder_.empty()) return;
+  const OutsideMarker marker = outsideMarkerOf(readMarker(joinPath(sourceFolder_, L".kelta")));
+  if (marker.isRandom || !marker.mark.empty())
+    refuse(L"The Inside has the marker of an Outside (.kelta): are the folders of the pair swapped?");
   if (platform::liesBelow(sourceFolder_, destFolder_) || platform::liesBelow(destFolder_, sourceFolder_))
     refuse(L"The folders of the pair lie within each other");
   if (platform::liesBelow(stateFolder_, destFolder_) || platform::liesBelow(tempFolder_, destFolder_))

@@ -29,17 +29,12 @@ void SyncPair::noteFutureTime(const Side& side, const std::wstring& key, const s
                       L" lies in the future, what is saved before that time is not synchronised");
 }
 
-// The time of an archive may be set anew behind the scan's back: rounded, or to its own once a cloud client has fetched
-// it as a whole. The recorded one follows, or what is newer than that would not count. A version that is not newer by a
-// rounded time, and not the recorded one either, may have been laid over it. True when nothing else is to be done.
+// The time of an archive that was placed here may be rounded behind the scan's back. A version that is not newer by
+// such a time, and not the recorded one either, may have been laid over it. True when nothing else is to be done.
 bool SyncPair::examineRounded(Walk& walk, const std::wstring& key, const std::wstring& path,
                               const platform::FileStamp& stamp, const StateRecord& record) {
   const std::int64_t stored = recordedTime(record);
-  if (walk.side.inside || stamp.seconds() == stored) return false;
-  const bool rounded = mayBeTimeOf(stamp, stored);
-  const auto older = older_.find(path);
-  const bool looked = older != older_.end() && older->second.sameContent(stamp);
-  if (!rounded && (stamp.seconds() > stored || looked)) return false;
+  if (walk.side.inside || stamp.seconds() == stored || !mayBeTimeOf(stamp, stored)) return false;
   const std::wstring hash = makeRecord(path, stored)[1];
   if (hash.empty()) return false;
   if (hash == record[1]) {
@@ -48,8 +43,7 @@ bool SyncPair::examineRounded(Walk& walk, const std::wstring& key, const std::ws
     ++successfulEvents_;
     return true;
   }
-  if (!rounded) older_[path] = stamp;
-  if (!rounded || stamp.seconds() > stored) return false;
+  if (stamp.seconds() > stored) return false;
   mergeAnew(key, stamp);
   examineNew(walk, key, path, stamp);
   return true;

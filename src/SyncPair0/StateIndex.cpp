@@ -138,8 +138,7 @@ void SyncPair::dropRetriedRecords() {
 
 // What an unreadable file means was told already.
 void SyncPair::tellIfNotWhole() {
-  const bool known = !rootIds_[0].empty();
-  const bool lacksFile = known && (!isFileThere(stateFiles_[0]) || !isFileThere(stateFiles_[1]));
+  const bool lacksFile = isFileThere(stateFiles_[0]) != isFileThere(stateFiles_[1]);
   const bool lacksSide = srcStateList.empty() != destStateList.empty();
   if (unread_.empty() && (stateDamaged_ || lacksFile || lacksSide))
     notify(L"ERROR", L"The state was not whole, both sides are merged where it tells nothing");

@@ -226,7 +226,9 @@ private:
   void rememberRootIds();
   bool rootPresent(const Side& side) const;
   bool isMarked(const Side& side) const;
-  bool isAnotherFolder(const Side& side) const;
+  enum class RootFolder { same, ofOtherDevice, other };
+  RootFolder folderOf(const Side& side) const;
+  bool lacksFiles(const Side& side, std::ptrdiff_t share) const;
   bool rootLost(const Side& side) const;
   bool outsideWasReplaced();
   // These name their caller in the log.
@@ -463,7 +465,6 @@ private:
   int futureTold_ = 0;                                          ///< files whose times lie ahead, in this cycle
   /// Sources that cannot be settled, and what they and their targets were when they held the same.
   std::map<std::wstring, std::pair<platform::FileStamp, platform::FileStamp>> held_;
-  std::map<std::wstring, platform::FileStamp> older_;  ///< other archives than recorded, with older times
   std::map<std::wstring, platform::FileStamp> saved_;  ///< files of the Inside as recorded within the last minutes
   std::set<std::wstring> busy_;                        ///< changed files in use, as the scans of this cycle found them
   struct Retry {
