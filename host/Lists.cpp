@@ -63,6 +63,8 @@ std::wstring Waiting::explained() const {
   return text == texts.end() ? reason : text->second;
 }
 
+bool isAboutLoser(const Notification& told) { return told.message.find(L"Conflict: the other version of ") == 0; }
+
 std::vector<Notification> notificationsOf(const std::wstring& text) {
   std::vector<Notification> list;
   for (const auto& child : listOf(text, L"notifications")) {

@@ -51,6 +51,8 @@ struct Waiting {
 };
 
 /// The lists that the library hands out as JSON text. Throw Failure when the text cannot be read.
+/// Whether it tells where a version went that lost to a newer one.
+bool isAboutLoser(const Notification& told);
 std::vector<Notification> notificationsOf(const std::wstring& text);
 std::vector<Quarantined> quarantinedOf(const std::wstring& text);
 std::vector<Waiting> waitingOf(const std::wstring& text);

@@ -111,7 +111,8 @@ std::wstring PairFolders::whatIsMissing() const {
   return L"a folder of the pair has lost its marker and most or all of what was in it; is its volume mounted? "
          L"Nothing was deleted.\n  Inside:  " +
          printable(inside) + L"\n  Outside: " + printable(outside) +
-         L"\nIf it was emptied on purpose, another --work begins anew with what both folders hold now.";
+         L"\nIf it was emptied on purpose, another --work (with --key-file) begins anew with what both folders hold "
+         L"now.";
 }
 
 std::wstring PairFolders::shown(const std::wstring& path, bool isFolderEntry) const {

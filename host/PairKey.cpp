@@ -57,7 +57,9 @@ std::wstring otherKeyHint(const FoundKey& key, const WorkFolder& work) {
   const std::wstring place = key.source == own ? L", or put it in the place of " + own : std::wstring();
   return L"If the key was changed on another device (kelsync key rotate), bring its new key file here: give it with "
          L"--key-file" +
-         place + L". Keep the old one as well until every device has the new one.";
+         place +
+         L". Keep the old one as well until every device has the new one. If it was changed here, another device "
+         L"may still use the old one: see \"kelsync help key rotate\".";
 }
 
 void openWithKey(Engine& engine, const Options& options, const FoundKey& key, const WorkFolder& work) {

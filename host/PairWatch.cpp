@@ -206,7 +206,8 @@ void PairWatch::endCycle(const std::set<std::wstring>* scanned) {
   bool anyQuarantined = false;
   for (const Notification& told : engine_->takeNotifications()) {
     if (told.message.compare(0, 10, L"Quarantine") == 0) anyQuarantined = true;
-    if (!failures_.explain(told) && told.type == L"ERROR") board_.complainAbout(number_, printable(told.message));
+    if (isAboutLoser(told) || (!failures_.explain(told) && told.type == L"ERROR"))
+      board_.complainAbout(number_, printable(told.message));
   }
   const bool ended = engine_->ok() && !Stop::asked();
   const std::set<std::wstring> nothing;

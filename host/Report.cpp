@@ -85,6 +85,7 @@ void Report::showEntry(const std::wstring& operation, const std::wstring& name, 
 
 void Report::notified(const Notification& told) {
   failures_.explain(told);
+  if (isAboutLoser(told)) losers_.push_back(told.message);
   if (told.type != L"ERROR") return;
   ++(cycles_ == 0 ? startErrors_ : errors_);
   complain(printable(told.message));
@@ -116,6 +117,7 @@ bool Report::waits() const {
 
 void Report::listFailures() const {
   for (const std::wstring& name : conflictCopies_) say(L"conflict copy made: " + printable(name));
+  for (const std::wstring& message : losers_) say(printable(message));
   for (const Failed& entry : failures_.ofCycle()) {
     if (quarantinedNames_.count(entry.name) > 0) continue;
     say(L"not synchronised: " + printable(entry.name) + L": " + printable(entry.reason));

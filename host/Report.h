@@ -62,6 +62,7 @@ private:
   const PairFolders& pair_;
   const bool quiet_;
   Engine* engine_ = nullptr;
+  std::vector<std::wstring> losers_;  ///< what the engine told of versions that lost to newer ones
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   std::map<std::wstring, std::uint64_t> totals_;  ///< by operation, but for "failed"
   std::map<std::wstring, int> carried_;           ///< how often each entry was carried over

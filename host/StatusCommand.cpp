@@ -7,6 +7,7 @@
 #include "PairSetup.h"
 #include "Terminal.h"
 #include "platform/Files.h"
+#include "platform/Text.h"
 
 namespace Kelta {
 namespace host {
@@ -75,7 +76,9 @@ bool isMeant(const PairFolders& pair, const Quarantined& record, const std::vect
 
 /// A pair that no run has worked with has nothing to show, which is not to be taken for "all is well".
 void requireEarlierRun(const PairFolders& pair, const WorkFolder& work) {
-  if (work.claimed()) return work.refuseOtherPair();
+  work.refuseOtherPair();
+  const auto state = platform::pathOf(work.state() + L"/Kelta_sync_state_0.txt");
+  if (platform::stampOf(state).kind != platform::Kind::missing) return;
   pair.requirePresent();
   throw Failure{Exit::failed, L"this pair was not synchronised yet with the work folder " + printable(work.name())};
 }

@@ -622,6 +622,12 @@ class Sync(Base):
         self.sync(DONE, KELSYNC_KEY=HEX_KEY)
         for folder in (self.inside, second):
             self.assertEqual(sorted(path.read_text() for path in folder.glob("a.txt*")), ["one", "two"])
+        for folder, seconds in ((self.inside, 1600000010), (second, 1600000020)):
+            (folder / "a.txt").write_text(str(seconds))
+            os.utime(folder / "a.txt", (seconds, seconds))
+        self.sync(DONE, inside=second, work=self.base / "work2", KELSYNC_KEY=HEX_KEY)
+        output = self.sync(DONE, KELSYNC_KEY=HEX_KEY)[0]
+        self.assertIn("\nConflict: the other version of a.txt was put into the recycle bin\n", output)
 
     def test_log(self):
         properties = self.work / "log" / "log.properties"

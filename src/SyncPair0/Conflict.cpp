@@ -72,6 +72,8 @@ void SyncPair::makeConflictCopy(const std::wstring& key, const SyncObject& src, 
   const platform::FileStamp shared = stampUnderName(archive);
   // Where it could not be encrypted it is an addition to the next scan.
   if (shared.kind == platform::Kind::file) recordPlaced(copy, archive, shared);
+  waiting_.forget(src.fullPath);
+  waiting_.forget(dest.fullPath);
   ++successfulEvents_;
   refreshParent(key);
   notify(L"SYNC", L"Conflict: the version of " + jsonEscaped(nameOf(key)) + L" from here was kept as " +
