@@ -146,6 +146,23 @@ TEST_F(ChangedShares, GetNoContentOfAnotherKeyWhereTheHostWantsThat) {
       a.cycle();
     }
   }
+  // Nor where it gets there by a rename, or where a folder is made a share once it was renamed.
+  start();
+  a.handler().setChangedSharesWait(true);
+  put(a.inside() / "mine/secret", "secret", 10);
+  a.cycle();
+  fs::remove(a.outside() / "team/.sid");
+  fs::rename(a.outside() / "private.kelta", a.outside() / "team/zz.kelta");
+  fs::rename(a.outside() / "mine", a.outside() / "renamed");
+  a.cycle();
+  EXPECT_FALSE(fs::exists(a.inside() / "team/zz"));
+  put(a.outside() / "renamed/.sid", "s", 0);
+  put(a.inside() / "renamed/secret", "edited", 20);
+  start();
+  a.handler().setChangedSharesWait(true);
+  a.cycle();
+  EXPECT_EQ(assetOf("renamed/secret.kelta"), "main");
+  EXPECT_TRUE(told("renamed was changed: its files were encrypted for main"));
 }
 
 TEST_F(ChangedShares, AreToldBeforeTheyAreUsedAndWaitWhereTheHostWantsThat) {

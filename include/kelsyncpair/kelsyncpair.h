@@ -215,7 +215,8 @@ KELSYNC_API int KELSYNC_CALL kelsync_verify_assetkey(kelsync_pair* h, const wcha
  * kelsync_share_confirm(), and kelsync_get_waiting_JSON() lists those that have changed as "share-unconfirmed". Anybody
  * who can write to the Outside can put a marker there. New shares, and folders of which no file was encrypted yet, do
  * not wait. The same for archives that another key than that of their folder opens: with 0 the first one in a folder is
- * told ("ERROR") and they are decrypted, with 1 they fail and stay as they are. Other values are taken as 0.
+ * told ("ERROR") and they are decrypted, with 1 they fail and stay as they are (a device that is new to a folder which
+ * was made a share later takes what is still under the former key with 0). Other values are taken as 0.
  */
 KELSYNC_API void KELSYNC_CALL kelsync_set_share_policy(kelsync_pair* h, int policy);
 

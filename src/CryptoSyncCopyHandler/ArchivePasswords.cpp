@@ -139,6 +139,19 @@ KeyFit CryptoSyncCopyHandler::keyFits(const std::string& assetId, const SealedAr
   return fit;
 }
 
+// Whether the asset's own key gives the very password that opened the archive: what the metadata names proves nothing.
+bool CryptoSyncCopyHandler::wraps(const SealedArchive& archive, const std::string& assetId,
+                                  const std::string& password) {
+  for (const auto& member : wrappedPasswords(archive.meta)) {
+    if (member.first != assetId) continue;
+    for (const std::string* const key : keys_.readers(assetId)) {
+      Secret found;
+      if (passwordUnder(*key, member.second, archive.form, found.text) && found.text == password) return true;
+    }
+  }
+  return false;
+}
+
 // Asks the host for the key of every asset that the metadata names, each once. True when any was given.
 bool CryptoSyncCopyHandler::askForKeys(const ptree& meta) {
   std::set<std::string> ids;

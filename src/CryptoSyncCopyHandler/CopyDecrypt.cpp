@@ -48,7 +48,8 @@ bool CryptoSyncCopyHandler::decryptJob(CopyJob& job, const fs::path& src, const 
   Secret password;
   const Opened opened = openArchive(job, archive, password.text);
   if (opened == Opened::noKey) return giveUpWithoutKey(job, archive.meta);
-  if (opened != Opened::yes || !mayOpenHere(job, archive) || !decryptTo(job, password.text)) return false;
+  if (opened != Opened::yes || !mayOpenHere(job, archive, password.text) || !decryptTo(job, password.text))
+    return false;
   decryptFailures_.erase(tableKey(job));
   const std::string asset = getAssetForPath(src);
   for (const auto& member : wrappedPasswords(archive.meta)) {

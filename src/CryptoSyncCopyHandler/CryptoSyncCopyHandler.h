@@ -93,6 +93,7 @@ public:
   bool ignore(boost::filesystem::path path) override;
   std::pair<bool, bool> doDelete(std::wstring path) override;
   CopyOutcome copyGuarded(boost::filesystem::path src, boost::filesystem::path dest, const CopyGuard* guard) override;
+  void noteRenamed(std::wstring from, std::wstring to, bool isFolder) override;
   DeletionOutcome deleteGuarded(std::wstring path, const platform::FileStamp& judged) override;
   void foundInSync(std::wstring path) override;
   std::vector<std::wstring> archiveNames(std::wstring path) override;
@@ -228,8 +229,8 @@ private:
   void tellError(const std::wstring& message);
   bool settleChange(const ShareChange& change, const std::wstring& source);
   void takeOver(const Share& share, const std::wstring& base);
-  bool isOfItsFolder(const std::wstring& folder, const SealedArchive& archive);
-  bool mayOpenHere(CopyJob& job, const SealedArchive& archive);
+  bool isOfItsFolder(const std::wstring& folder, const SealedArchive& archive, const std::string& password);
+  bool mayOpenHere(CopyJob& job, const SealedArchive& archive, const std::string& password);
   void noteShareUse(const boost::filesystem::path& path);
   /// Whether something may be encrypted for the asset that the shares give the path now. What changed is told before.
   /// `source`: the file that waits while it may not, if any.
@@ -269,6 +270,7 @@ private:
 
   // CopyEncrypt.cpp
   KeyFit tryKey(const std::string& id, const boost::filesystem::path& archive);
+  bool wraps(const SealedArchive& archive, const std::string& assetId, const std::string& password);
   KeyFit keyFits(const std::string& assetId, const SealedArchive& archive);
   bool mayEncrypt(const CopyJob& job);
   bool encryptTo(CopyJob& job, const boost::filesystem::path& shared, const std::wstring& plainTarget);

@@ -90,6 +90,9 @@ public:
   /// The same as doDelete(); the counterpart of a file goes only as long as it is `judged`.
   virtual DeletionOutcome deleteGuarded(std::wstring path, const platform::FileStamp& judged) = 0;
 
+  /// Is told of a rename that was carried over, by paths relative to the roots.
+  virtual void noteRenamed(std::wstring from, std::wstring to, bool isFolder) = 0;
+
   /// Is told that a file that changed on both sides turned out to need no copy: what was quarantined about the path no
   /// longer holds.
   virtual void foundInSync(std::wstring path) = 0;

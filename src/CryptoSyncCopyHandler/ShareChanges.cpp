@@ -93,30 +93,35 @@ bool CryptoSyncCopyHandler::mayUseShareOf(const fs::path& path, const std::wstri
 
 // Whether an archive is under the key of the folder in which it lies, now and as that was remembered: whoever can write
 // to the Outside can put a private one into a share, where what becomes of its content is encrypted for others.
-bool CryptoSyncCopyHandler::isOfItsFolder(const std::wstring& folder, const SealedArchive& archive) {
+bool CryptoSyncCopyHandler::isOfItsFolder(const std::wstring& folder, const SealedArchive& archive,
+                                          const std::string& password) {
   const Share share = shares_.at(folder);
-  if (share.state == Share::State::unusable) return true;  // nothing is encrypted there
+  if (share.state == Share::State::unusable) return !changedSharesWait_;  // nothing is encrypted there now
   const std::string own = shownAsset(share.assetId);
   const std::string* const before = shareMemory_.usedWith(folder, share.root);
-  if (before && shownAsset(*before) != own) return false;
-  if (keys_.ids().size() > 1) return keyFits(own, archive) == KeyFit::fits;
-  // It was opened with the only key there is. Without the folder's own nothing is encrypted there.
-  return keys_.find(own) != nullptr || !changedSharesWait_;
+  return (!before || shownAsset(*before) == own) && wraps(archive, own, password);
 }
 
-bool CryptoSyncCopyHandler::mayOpenHere(CopyJob& job, const SealedArchive& archive) {
+bool CryptoSyncCopyHandler::mayOpenHere(CopyJob& job, const SealedArchive& archive, const std::string& password) {
   std::wstring relative;
   if (!shares_.relative(genericForm(platform::wideOf(job.source)), relative)) return true;
   const std::wstring folder = parentOf(relative);
-  if (isOfItsFolder(folder, archive)) return true;
+  if (isOfItsFolder(folder, archive, password)) return true;
   if (changedSharesWait_) {
-    job.outcome.problem = L"its archive is of another key than its folder, and is not opened here";
+    job.outcome.problem =
+        L"its archive is of another key than its folder, and is not opened here; it may be moved away";
     return false;
   }
   if (toldOfShares_.insert(folder).second)
     tellError(L"An archive of another key than its folder came into " + jsonEscaped(insidePath(folder)) +
               L": what becomes of it there is encrypted for " + wide(shownAsset(shares_.at(folder).assetId)));
   return true;
+}
+
+// What was renamed is still of the asset that it was of, whatever marker its new place gets.
+void CryptoSyncCopyHandler::noteRenamed(std::wstring from, std::wstring to, bool isFolder) {
+  shareMemory_.follow(from, to, isFolder);
+  shareMemory_.save();
 }
 
 // The folders at or below `base` that belong to the share are its asset's from now on.

@@ -2,6 +2,7 @@
 #include "CryptoSyncCopyHandler/ShareMemory.h"
 
 #include <boost/filesystem/exception.hpp>
+#include <iterator>
 #include <sstream>
 
 #include "CryptoSyncCopyHandler/AssetKeys.h"
@@ -98,6 +99,21 @@ void ShareMemory::noteAll(const std::wstring& base, const std::string& assetId,
     entry.second = assetId;
     changed_ = true;
   }
+}
+
+void ShareMemory::follow(const std::wstring& from, const std::wstring& to, bool isFolder) {
+  const std::string* const found = usedWith(isFolder ? from : parentOf(from), std::wstring());
+  if (!found) return;
+  const std::string before = *found;
+  for (auto entry = used_.begin(); isFolder && entry != used_.end();) {
+    const bool moves = isAtOrBelow(entry->first, from);
+    if (moves) used_[to + entry->first.substr(from.size())] = entry->second;
+    changed_ = changed_ || moves;
+    entry = moves ? used_.erase(entry) : std::next(entry);
+  }
+  const std::wstring folder = isFolder ? to : parentOf(to);
+  const std::string* const now = usedWith(folder, std::wstring());
+  if (!now || *now != before) note(folder, before);
 }
 
 void ShareMemory::save() {

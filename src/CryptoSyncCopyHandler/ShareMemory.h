@@ -24,6 +24,8 @@ public:
   /// Notes the asset for every known folder at or below `base` that `concerns` holds for.
   void noteAll(const std::wstring& base, const std::string& assetId,
                const std::function<bool(const std::wstring&)>& concerns);
+  /// A file or a folder was renamed: what is noted of the folder, and the asset in any case, goes with it.
+  void follow(const std::wstring& from, const std::wstring& to, bool isFolder);
   /// Writes what has changed. A failure is logged, and repaired by the next call that succeeds.
   void save();
 

@@ -5,6 +5,7 @@
 #include "CryptoSyncCopyHandler/Shares.h"
 
 #include <boost/filesystem/exception.hpp>
+#include <set>
 
 #include "CryptoSyncCopyHandler/AssetKeys.h"
 #include "CryptoSyncCopyHandler/CryptoSyncCopyHandler.h"
@@ -161,8 +162,13 @@ bool CryptoSyncCopyHandler::mayRename(std::wstring from, std::wstring to) {
     return false;
   const Share one = shares_.at(parentOf(source));
   const Share& two = shares_.at(parentOf(target));
+  std::set<std::string> assets{shownAsset(one.assetId), shownAsset(two.assetId)};
+  for (const std::string* const before :
+       {shareMemory_.usedWith(source, one.root), shareMemory_.usedWith(parentOf(target), two.root)})
+    if (before) assets.insert(shownAsset(*before));
   const bool none = one.state == Share::State::none && two.state == Share::State::none;
-  return none || (one.state != Share::State::none && two.state != Share::State::none && one.root == two.root);
+  const bool same = one.state != Share::State::none && two.state != Share::State::none && one.root == two.root;
+  return (none || same) && assets.size() == 1;
 }
 
 }  // namespace Kelta

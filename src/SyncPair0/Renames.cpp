@@ -191,6 +191,7 @@ void SyncPair::finishRename(const RenameJob& job) {
   waiting_.forget(job.from);
   handler_->deleteStatus(true, job.ownFrom);
   handler_->deleteStatus(true, job.from);
+  handler_->noteRenamed(job.match.from, job.match.to, job.match.isFolder);
   refreshParent(job.match.from);
   refreshParent(job.match.to);
   PAIR_INFO("renamed: %s, now %s", utf8(job.from).c_str(), utf8(job.to).c_str());

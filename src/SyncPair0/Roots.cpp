@@ -50,7 +50,7 @@ std::string SyncPair::rootIdOf(const Side& side) const {
   return text.empty() ? text : md5Hex(text.data(), text.size());
 }
 
-// Three lines: the MD5 of the markers last seen, Inside and Outside, and the identity of the Outside's folder.
+// Four lines: the MD5 of the markers last seen, Inside and Outside, and the identities of the folders, Outside first.
 void SyncPair::loadRootIds() {
   std::vector<std::wstring> ids;
   const bool readable = readOwnFile(rootIdFile(), [&](StateLines& lines) {
@@ -62,23 +62,27 @@ void SyncPair::loadRootIds() {
   if (!whole && (!readable || kindOf(rootIdFile()) != platform::Kind::missing)) stateDamaged_ = true;
   rootIds_[0] = whole ? utf8(ids[0]) : std::string();
   rootIds_[1] = whole ? utf8(ids[1]) : std::string();
-  outsideIdentity_ = whole && ids.size() > 2 ? utf8(ids[2]) : std::string();
+  for (const std::size_t i : {0U, 1U}) identities_[i] = whole && ids.size() > 2 + i ? utf8(ids[2 + i]) : std::string();
 }
 
 // Only called while both roots are known to be the right ones.
 void SyncPair::rememberRootIds() {
   const std::string inside = rootIdOf(side(true));
   const std::string outside = rootIdOf(side(false));
-  std::string identity = platform::identityOf(platform::pathOf(destFolder_));
-  if (identity.empty()) identity = outsideIdentity_;
+  std::string identities[] = {platform::identityOf(platform::pathOf(destFolder_)),
+                              platform::identityOf(platform::pathOf(sourceFolder_))};
+  for (const std::size_t i : {0U, 1U})
+    if (identities[i].empty()) identities[i] = identities_[i];
+  const bool same = identities[0] == identities_[0] && identities[1] == identities_[1];
   if (inside.empty() || outside.empty()) return;
-  if (inside == rootIds_[0] && outside == rootIds_[1] && identity == outsideIdentity_) return;
+  if (inside == rootIds_[0] && outside == rootIds_[1] && same) return;
   rootIds_[0] = inside;
   rootIds_[1] = outside;
-  outsideIdentity_ = identity;
+  for (const std::size_t i : {0U, 1U}) identities_[i] = identities[i];
   try {
     keepAside(rootIdFile());
-    platform::writeWholeFile(platform::pathOf(rootIdFile()), inside + "\n" + outside + "\n" + identity + "\n", true);
+    platform::writeWholeFile(platform::pathOf(rootIdFile()),
+                             inside + "\n" + outside + "\n" + identities[0] + "\n" + identities[1] + "\n", true);
   } catch (const boost::filesystem::filesystem_error& error) {
     PAIR_ERROR("couldn't remember the roots: %s", error.what());
   }
@@ -94,12 +98,17 @@ bool SyncPair::isMarked(const Side& side) const {
   return marker.isRandom || (!marker.mark.empty() && marker.mark == handler_->outsideMark());
 }
 
-// The number of a device may change with every start of a system, that of a folder in it does not.
+// Where the births are not known, another device or number may be the same folder, mounted anew.
 SyncPair::RootFolder SyncPair::folderOf(const Side& side) const {
-  const std::string now = side.inside ? std::string() : platform::identityOf(platform::pathOf(side.root));
-  if (now.empty() || outsideIdentity_.empty() || now == outsideIdentity_) return RootFolder::same;
-  const auto number = [](const std::string& identity) { return identity.substr(identity.find(':') + 1); };
-  return number(now) == number(outsideIdentity_) ? RootFolder::ofOtherDevice : RootFolder::other;
+  const std::string now = platform::identityOf(platform::pathOf(side.root));
+  const std::string& then = identities_[side.inside ? 1 : 0];
+  const auto birth = [](const std::string& identity) {
+    const std::size_t colon = identity.find(':', identity.find(':') + 1);
+    return colon < identity.size() ? identity.substr(colon + 1) : std::string();
+  };
+  if (birth(now).empty() || birth(then).empty())
+    return now == then || now.empty() || then.empty() ? RootFolder::same : RootFolder::unclear;
+  return birth(now) == birth(then) ? RootFolder::same : RootFolder::other;
 }
 
 bool SyncPair::rootLost(const Side& side) const {
@@ -140,7 +149,7 @@ bool SyncPair::outsideWasReplaced() {
   requireIntactRoot(side(true));
   PAIR_ERROR("another folder than before: %s", utf8(destFolder_).c_str());
   notify(L"ERROR", L"The Outside is another folder than before, both sides are merged");
-  outsideIdentity_.clear();
+  identities_[0].clear();
   srcStateList.clear();
   destStateList.clear();
   return true;

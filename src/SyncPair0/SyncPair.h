@@ -226,7 +226,7 @@ private:
   void rememberRootIds();
   bool rootPresent(const Side& side) const;
   bool isMarked(const Side& side) const;
-  enum class RootFolder { same, ofOtherDevice, other };
+  enum class RootFolder { same, unclear, other };
   RootFolder folderOf(const Side& side) const;
   bool lacksFiles(const Side& side, std::ptrdiff_t share) const;
   bool rootLost(const Side& side) const;
@@ -489,7 +489,7 @@ private:
   bool stateDamaged_ = false;      ///< what was remembered is not all there
   std::set<std::wstring> unread_;  ///< files of the state folder that could not be read
   std::string rootIds_[2];         ///< MD5 of the markers last seen, Inside, Outside; empty: none yet
-  std::string outsideIdentity_;    ///< of the Outside's folder, as last seen; empty: not known
+  std::string identities_[2];      ///< of the folders as last seen, Outside, Inside; empty: not known
   bool renameOccurred_ = false;
   std::int32_t successfulEvents_ = 0;
   int cycleMarker_ = 7;

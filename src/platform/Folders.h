@@ -43,8 +43,9 @@ void removeTree(const boost::filesystem::path& path, boost::system::error_code& 
 /// The folder as the system finds it: absolute, with links and ".." resolved as far as it exists.
 boost::filesystem::path realFolder(const boost::filesystem::path& folder, boost::system::error_code& error);
 
-/// What tells the folder from every other one that this system has had, also of the same path; empty when the system
-/// does not tell. A volume may show others the next time it is there.
+/// What tells the folder from every other one that this system has had, also of the same path: "device:number:birth";
+/// empty when the system does not tell. Device and number may be others the next time the volume is there, a number may
+/// be used again; the birth, empty where the file system does not know it, is the folder's alone.
 std::string identityOf(const boost::filesystem::path& folder);
 
 /// Whether both paths lead to the same file; false when one of them leads to none.

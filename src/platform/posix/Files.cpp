@@ -94,9 +94,12 @@ bool canStandAsName(const std::wstring& name) {
 }
 
 std::string identityOf(const boost::filesystem::path& folder) {
-  struct stat info {};
-  if (::stat(folder.c_str(), &info) != 0) return std::string();
-  return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+  struct statx info {};
+  if (::statx(AT_FDCWD, folder.c_str(), 0, STATX_INO | STATX_BTIME, &info) != 0) return std::string();
+  const std::string place = std::to_string(info.stx_dev_major) + "." + std::to_string(info.stx_dev_minor) + ":" +
+                            std::to_string(info.stx_ino) + ":";
+  const bool born = (info.stx_mask & STATX_BTIME) != 0;
+  return born ? place + std::to_string(info.stx_btime.tv_sec) + "." + std::to_string(info.stx_btime.tv_nsec) : place;
 }
 
 std::size_t rootLength(const std::wstring& path) { return !path.empty() && path[0] == L'/' ? 1 : 0; }

@@ -67,8 +67,10 @@ std::string identityOf(const boost::filesystem::path& folder) {
                                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   BY_HANDLE_FILE_INFORMATION data{};
   if (!handle || !GetFileInformationByHandle(handle.get(), &data)) return std::string();
-  return std::to_string(data.dwVolumeSerialNumber) + ":" +
-         std::to_string(joined(data.nFileIndexHigh, data.nFileIndexLow));
+  // The index is that of no other folder, then or later.
+  const std::string number = std::to_string(joined(data.nFileIndexHigh, data.nFileIndexLow));
+  const std::string volume = std::to_string(data.dwVolumeSerialNumber);
+  return volume + ":" + number + ":" + volume + "." + number;
 }
 
 bool setLastWriteTime(const boost::filesystem::path& path, std::int64_t nanoseconds) {
