@@ -69,16 +69,19 @@ void SyncPair::waitOutRunningSecond(const platform::FileStamp& stamp) {
 }
 
 // What was seen to change is an update whatever time it has in the end: programs that copy and unpack set an old one.
-void SyncPair::noteChanging(const std::wstring& source) {
-  PAIR_INFO("is being written to, left for later: %s", utf8(source).c_str());
+void SyncPair::recordAsUnseen(const std::wstring& source) {
   const Side own = sideOf(source);
   const auto record = own.state.find(source);
   const std::wstring unseen = std::to_wstring(unseenTime(stampUnderName(source)));
-  if (record != own.state.end() && record->second[0] != unseen) {
-    record->second[0] = unseen;
-    stateChanged_ = true;
-    ++successfulEvents_;
-  }
+  if (record == own.state.end() || record->second[0] == unseen) return;
+  record->second[0] = unseen;
+  stateChanged_ = true;
+  ++successfulEvents_;
+}
+
+void SyncPair::noteChanging(const std::wstring& source) {
+  PAIR_INFO("is being written to, left for later: %s", utf8(source).c_str());
+  recordAsUnseen(source);
   if (waiting_.noteChanging(source)) report(L"changing", source);
 }
 

@@ -119,7 +119,9 @@ void SyncPair::examineNew(Walk& walk, const std::wstring& key, const std::wstrin
 // changed.
 void SyncPair::noteBusy(Walk& walk, const std::wstring& path, bool changed) {
   PAIR_DEBUG_OF(walk.method, "%sin use: %s", walk.label, utf8(path).c_str());
-  if (changed) busy_.insert(path);
+  if (!changed) return;
+  busy_.insert(path);
+  recordAsUnseen(path);
 }
 
 // False when what is below the entry must not be looked at: its kind changed, and its old self has to be deleted first.

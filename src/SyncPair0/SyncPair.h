@@ -410,6 +410,7 @@ private:
   static std::int64_t laterTime(const FileJob& job);
   void copyJob(FileJob& job);
   void finishJob(FileJob& job, const CopyOutcome& outcome);
+  void recordAsUnseen(const std::wstring& source);
   void noteChanging(const std::wstring& source);
   void retryCopies();
   void tellBusy();
