@@ -110,8 +110,12 @@ TEST_F(Scenario, AFolderThatIsFetchedAnewDeletesNothing) {
   converge();
   const std::string tree = a.tree();
   const bool born = platform::identityOf(platform::pathOf(platform::wideOf(a.outside()))).back() != ':';
-  fs::copy(a.outside(), folder / "parked", fs::copy_options::recursive);
-  fs::remove_all(a.outside());
+  if (runsUnderWine()) {  // which has nothing but numbers that are used again
+    fs::rename(a.outside(), folder / "parked");
+  } else {
+    fs::copy(a.outside(), folder / "parked", fs::copy_options::recursive);
+    fs::remove_all(a.outside());
+  }
   for (const int fetched : {0, born ? 4 : 1}) {
     for (int i = 0; i < 5; ++i) fs::create_directories(a.outside() / ("dir" + std::to_string(i)));
     fs::copy_file(folder / "parked/.kelta", a.outside() / ".kelta");
