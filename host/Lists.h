@@ -50,9 +50,10 @@ struct Waiting {
   std::wstring explained() const;
 };
 
-/// The lists that the library hands out as JSON text. Throw Failure when the text cannot be read.
 /// Whether it tells where a version went that lost to a newer one.
 bool isAboutLoser(const Notification& told);
+
+/// The lists that the library hands out as JSON text. Throw Failure when the text cannot be read.
 std::vector<Notification> notificationsOf(const std::wstring& text);
 std::vector<Quarantined> quarantinedOf(const std::wstring& text);
 std::vector<Waiting> waitingOf(const std::wstring& text);

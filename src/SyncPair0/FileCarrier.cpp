@@ -72,8 +72,9 @@ void SyncPair::waitOutRunningSecond(const platform::FileStamp& stamp) {
 void SyncPair::recordAsUnseen(const std::wstring& source) {
   const Side own = sideOf(source);
   const auto record = own.state.find(source);
+  if (record == own.state.end()) return;
   const std::wstring unseen = std::to_wstring(unseenTime(stampUnderName(source)));
-  if (record == own.state.end() || record->second[0] == unseen) return;
+  if (record->second[0] == unseen) return;
   record->second[0] = unseen;
   stateChanged_ = true;
   ++successfulEvents_;

@@ -101,8 +101,10 @@ SyncPair::Kept SyncPair::keepInsideLoser(const std::wstring& archive, const std:
     if (sameContent(loser, content)) return Kept::yes;
     const std::wstring copy = conflictNameOf(loser, clock_->nowSeconds());
     const Recycled recycled = putAside(spotOf(sideOf(loser).root, loser), copy, judged);
-    if (recycled != Recycled::no) tellLoser(loser, recycled, copy);
-    if (recycled != Recycled::no) return Kept::yes;
+    if (recycled != Recycled::no) {
+      tellLoser(loser, recycled, copy);
+      return Kept::yes;
+    }
     if (!lookAt(loser).sameContent(judged)) return Kept::changed;
     copyProblem_ = kNotKept;
   } catch (const fs::filesystem_error& error) {
@@ -155,8 +157,10 @@ bool SyncPair::recycleBeside(const std::wstring& winner, const fs::path& content
   const Spot target{spotOf(sideOf(winner).root, winner).folder, platform::pathOf(nameOf(beside))};
   if (beside.size() <= kMaxPathCharacters && moveAnywhere(source, target)) {
     const Recycled recycled = target.folder.throwAway(target.name);
-    if (recycled != Recycled::no) tellLoser(winner, recycled, beside);
-    if (recycled != Recycled::no) return true;
+    if (recycled != Recycled::no) {
+      tellLoser(winner, recycled, beside);
+      return true;
+    }
     target.folder.removeFile(target.name, target.look().id);
     return false;
   }

@@ -6,7 +6,7 @@
 //
 // The Outside's marker is the same on every device, so a mount point that was once marked has it too, and so has a
 // folder that a cloud client fetches anew: there the folder itself tells. When it is another one than last time and
-// lacks any file, it counts as missing; at the next start both sides are merged.
+// lacks any file, it counts as missing, also on the Inside; for the Outside both sides are merged at the next start.
 #include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <iterator>
